@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Everything the protocol asks of a person: the message box of the setup menu, the instruction
+// dialogs that tell which keys to press, and the chance for the windows to run pending events
+// during long waits. The windows, the terminal front end and the tests each implement it.
+//
+// The engine calls it from the engine thread; an implementation that shows windows must hand the
+// call to the GUI thread and block until the operator has answered.
+class Operator
+{
+public:
+    // The instruction dialogs of an update run.
+    enum class Instruction {
+        CpuUpdateMode, // frmMsgCPU: reset, then switch the CPU Board into its update mode
+        MainBoardRestart, // frmMsgMainBoard: reset and restart after the Main Board restore
+        General, // frmMsgGeneral: five lines given by the caller
+    };
+
+    virtual ~Operator() = default;
+
+    // A message box with an OK button only; returns when the operator pressed OK.
+    virtual void messageBox(const QString &text, const QString &title) = 0;
+
+    // An instruction dialog; returns when the operator pressed OK. lines holds the dialog's lines
+    // as the system's texts ("&&" stands for one "&" on screen); for General exactly five lines,
+    // some of them possibly empty.
+    virtual void instruction(Instruction kind, const QStringList &lines) = 0;
+
+    // Lets the windows run pending events (repaint, animate) during a long wait. The engine runs on
+    // its own thread, so for the windows this is only a point where a job may notice a request to
+    // stop; implementations may do nothing.
+    virtual void letEventsRun() = 0;
+};
+
+// The fixed lines of the instruction dialogs.
+namespace InstructionText {
+QStringList cpuUpdateMode();
+QStringList mainBoardRestart();
+} // namespace InstructionText

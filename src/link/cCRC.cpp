@@ -1,0 +1,45 @@
+#include "cCRC.h"
+
+#include <stdexcept>
+#include <string>
+
+quint16 cCRC::step(quint16 crc, quint8 byte)
+{
+    crc ^= quint16(byte) << 8;
+    for (int bit = 0; bit < 8; ++bit)
+        crc = (crc & 0x8000) ? quint16((crc << 1) ^ 0x1021) : quint16(crc << 1);
+    return crc;
+}
+
+qint32 cCRC::crc16(const QByteArray &data, qint32 lowBound, qint32 length, qint32 StartVal)
+{
+    quint16 crc = quint16(StartVal & 0xFFFF);
+    const qint64 end = qint64(lowBound) + length;
+    qint64 index = lowBound;
+    do {
+        if (index < 0 || index >= data.size()) {
+            throw std::out_of_range("crc16: index " + std::to_string(index)
+                                    + " is outside the array of " + std::to_string(data.size())
+                                    + " bytes (lowBound " + std::to_string(lowBound)
+                                    + ", length " + std::to_string(length) + ")");
+        }
+        crc = step(crc, quint8(data.at(index)));
+        ++index;
+    } while (index != end);
+    return crc;
+}
+
+qint32 cCRC::crc16FromString(const QByteArray &text, qint32 StartVal)
+{
+    if (text.isEmpty())
+        return StartVal;
+    quint16 crc = quint16(StartVal & 0xFFFF);
+    for (char c : text)
+        crc = step(crc, quint8(c));
+    return crc;
+}
+
+QByteArray cCRC::appendCrcToString(const QByteArray &text)
+{
+    return text + QByteArray::number(crc16FromString(text));
+}

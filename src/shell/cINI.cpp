@@ -1,0 +1,187 @@
+#include "cINI.h"
+
+#include <QFile>
+#include <QList>
+#include <QSaveFile>
+
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+
+struct ParsedFile
+{
+    QList<QByteArray> lines;
+    QByteArray eol = "\r\n";
+    bool endsWithEol = true;
+};
+
+ParsedFile splitLines(const QByteArray &content)
+{
+    ParsedFile f;
+    if (content.isEmpty())
+        return f;
+    if (!content.contains("\r\n") && content.contains('\n'))
+        f.eol = "\n";
+    f.endsWithEol = content.endsWith('\n');
+    QByteArray normalised = content;
+    normalised.replace("\r\n", "\n");
+    f.lines = normalised.split('\n');
+    if (f.endsWithEol)
+        f.lines.removeLast();
+    return f;
+}
+
+// The section name of a line "[name]", if it is one.
+std::optional<QByteArray> sectionOf(const QByteArray &line)
+{
+    const QByteArray t = line.trimmed();
+    if (t.size() < 2 || !t.startsWith('['))
+        return std::nullopt;
+    const qsizetype close = t.indexOf(']');
+    if (close < 0)
+        return std::nullopt;
+    return t.mid(1, close - 1).trimmed();
+}
+
+// The key and value of a line "key=value", if it is one (comments and blank lines are not).
+bool keyValueOf(const QByteArray &line, QByteArray *key, QByteArray *value)
+{
+    const QByteArray t = line.trimmed();
+    if (t.isEmpty() || t.startsWith(';') || t.startsWith('#') || t.startsWith('['))
+        return false;
+    const qsizetype eq = t.indexOf('=');
+    if (eq < 0)
+        return false;
+    *key = t.left(eq).trimmed();
+    *value = t.mid(eq + 1).trimmed();
+    return true;
+}
+
+bool sameName(const QByteArray &a, const QString &b)
+{
+    return QString::fromLatin1(a).compare(b, Qt::CaseInsensitive) == 0;
+}
+
+QString unquoted(QString v)
+{
+    v = v.trimmed();
+    if (v.size() >= 2 && (v.front() == u'"' || v.front() == u'\'') && v.back() == v.front())
+        v = v.mid(1, v.size() - 2);
+    return v;
+}
+
+} // namespace
+
+QString cINI::GetValue(const QString &strIniSection, const QString &strIniEntry,
+                       const QString &strDefault) const
+{
+    std::optional<QString> found;
+    QFile file(m_path);
+    if (!m_path.isEmpty() && file.open(QIODevice::ReadOnly)) {
+        const ParsedFile f = splitLines(file.readAll());
+        bool inSection = false;
+        bool sectionSeen = false;
+        for (const QByteArray &line : f.lines) {
+            if (const auto section = sectionOf(line)) {
+                // The first section of that name is the one that counts.
+                if (sectionSeen && inSection)
+                    break;
+                inSection = sameName(*section, strIniSection);
+                sectionSeen = sectionSeen || inSection;
+                continue;
+            }
+            QByteArray key, value;
+            if (inSection && keyValueOf(line, &key, &value) && sameName(key, strIniEntry)) {
+                found = unquoted(QString::fromLatin1(value));
+                break;
+            }
+        }
+    }
+    QString result = found ? *found : strDefault.trimmed();
+    return result.left(kMaxValueLength);
+}
+
+bool cINI::GetBoolValue(const QString &strIniSection, const QString &strIniEntry,
+                        bool bDefault) const
+{
+    return GetValue(strIniSection, strIniEntry, bDefault ? u"1"_s : u"0"_s) != u"0"_s;
+}
+
+qint32 cINI::GetIntValue(const QString &strIniSection, const QString &strIniEntry,
+                         qint32 nDefault) const
+{
+    bool ok = false;
+    const qint32 n = GetValue(strIniSection, strIniEntry, QString::number(nDefault)).toInt(&ok);
+    return ok ? n : nDefault;
+}
+
+bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
+                    const QString &strValue)
+{
+    m_error.clear();
+    if (m_path.isEmpty()) {
+        m_error = u"no settings file set"_s;
+        return false;
+    }
+    QByteArray content;
+    {
+        QFile file(m_path);
+        if (file.exists()) {
+            if (!file.open(QIODevice::ReadOnly)) {
+                m_error = u"cannot read %1: %2"_s.arg(m_path, file.errorString());
+                return false;
+            }
+            content = file.readAll();
+        }
+    }
+    ParsedFile f = splitLines(content);
+    const QByteArray newLine = strIniEntry.toLatin1() + '=' + strValue.toLatin1();
+
+    qsizetype sectionLine = -1;
+    qsizetype lastKeyLine = -1;
+    qsizetype keyLine = -1;
+    for (qsizetype i = 0; i < f.lines.size(); ++i) {
+        if (const auto section = sectionOf(f.lines[i])) {
+            if (sectionLine >= 0)
+                break;
+            if (sameName(*section, strIniSection)) {
+                sectionLine = i;
+                lastKeyLine = i;
+            }
+            continue;
+        }
+        if (sectionLine < 0)
+            continue;
+        QByteArray key, value;
+        if (!f.lines[i].trimmed().isEmpty())
+            lastKeyLine = i;
+        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, strIniEntry)) {
+            keyLine = i;
+            break;
+        }
+    }
+
+    if (keyLine >= 0) {
+        f.lines[keyLine] = newLine;
+    } else if (sectionLine >= 0) {
+        f.lines.insert(lastKeyLine + 1, newLine);
+    } else {
+        f.lines.append('[' + strIniSection.toLatin1() + ']');
+        f.lines.append(newLine);
+        f.endsWithEol = true;
+    }
+
+    QByteArray out = f.lines.join(f.eol);
+    if (f.endsWithEol || !content.isEmpty())
+        out += f.eol;
+
+    QSaveFile save(m_path);
+    if (!save.open(QIODevice::WriteOnly) || save.write(out) != out.size() || !save.commit()) {
+        m_error = u"cannot write %1: %2"_s.arg(m_path, save.errorString());
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,133 @@
+#include "cLog.h"
+
+#include "link/Clock.h"
+
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+SystemClock g_systemClock;
+}
+
+cLog::cLog(Clock *clock)
+    : m_clock(clock)
+{
+}
+
+void cLog::Init(const QString &path)
+{
+    QMutexLocker lock(&m_mutex);
+    m_path = path;
+}
+
+QString cLog::path() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_path;
+}
+
+void cLog::setClock(Clock *clock)
+{
+    QMutexLocker lock(&m_mutex);
+    m_clock = clock;
+}
+
+bool cLog::OpenLog()
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_path.isEmpty()) {
+        m_error = u"no log file set"_s;
+        return false;
+    }
+    QFile file(m_path);
+    if (!file.open(QIODevice::Append)) {
+        m_error = u"cannot open log file %1: %2"_s.arg(m_path, file.errorString());
+        return false;
+    }
+    m_enabled = true;
+    return true;
+}
+
+bool cLog::UpdateLog(const QString &strEntry, std::optional<int> additionalTabs,
+                     std::optional<int> newline)
+{
+    QMutexLocker lock(&m_mutex);
+    return writeEntryLocked(strEntry, additionalTabs, newline);
+}
+
+bool cLog::writeEntryLocked(const QString &strEntry, std::optional<int> additionalTabs,
+                            std::optional<int> newline)
+{
+    if (!m_enabled)
+        return true;
+
+    if (m_path.isEmpty()) {
+        m_error = u"cannot write to the log: no log file set"_s;
+        return false;
+    }
+    QFile file(m_path);
+    if (!file.open(QIODevice::Append)) {
+        m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
+        return false;
+    }
+
+    int indent = m_defaultIndent + additionalTabs.value_or(0);
+    QByteArray text(qMax(indent, 0), '\t');
+    text += strEntry.toLatin1();
+
+    QByteArray out;
+    int lines = newline.value_or(0);
+    for (; lines < 0; ++lines)
+        out += "\r\n";
+    for (; lines > 0; --lines)
+        text += "\r\n";
+
+    const QDateTime now = (m_clock ? m_clock : &g_systemClock)->now();
+    out += now.toString(u"HH:mm:ss"_s).toLatin1() + " : " + text + "\r\n";
+
+    if (file.write(out) != out.size() || !file.flush()) {
+        m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
+        return false;
+    }
+    file.close();
+    if (file.error() != QFileDevice::NoError) {
+        m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
+        return false;
+    }
+    return true;
+}
+
+void cLog::SetTabs(quint8 count)
+{
+    QMutexLocker lock(&m_mutex);
+    m_defaultIndent = count;
+}
+
+quint8 cLog::tabs() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_defaultIndent;
+}
+
+bool cLog::Setlogging(bool enabled)
+{
+    QMutexLocker lock(&m_mutex);
+    bool ok = true;
+    if (!enabled)
+        ok = writeEntryLocked(u"..."_s, std::nullopt, std::nullopt);
+    m_enabled = enabled;
+    return ok;
+}
+
+bool cLog::isLogging() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_enabled;
+}
+
+QString cLog::errorString() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_error;
+}

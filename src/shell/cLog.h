@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QMutex>
+#include <QString>
+
+#include <optional>
+
+class Clock;
+
+// The updater's log file. Every entry opens the file for appending, writes one line and closes it
+// again, so each entry is on disk when UpdateLog returns. A line is "hh:mm:ss : ", the indent as
+// TAB characters, the text and CR LF; text is written as Latin-1, one byte per character, so
+// telegram bytes 0-255 reach the file unchanged.
+//
+// Thread-safe: the windows and the engine thread write through the same object; entries appear in
+// the order the calls took the lock.
+class cLog
+{
+public:
+    explicit cLog(Clock *clock = nullptr);
+
+    // Stores the path; opens nothing.
+    void Init(const QString &path);
+    QString path() const;
+
+    // Opens the file for appending (creating it); sets logging on. False for an empty path or a
+    // file that cannot be opened (errorString() says why).
+    bool OpenLog();
+    void CloseLog() { }
+
+    // Writes one entry when logging is on. additionalTabs adds to the default indent; a negative
+    // newline puts that many empty lines before the entry, a positive one that many after it.
+    // Returns false when the entry could not be written (errorString() says why); true also when
+    // logging is off and nothing was written.
+    bool UpdateLog(const QString &strEntry, std::optional<int> additionalTabs = std::nullopt,
+                   std::optional<int> newline = std::nullopt);
+
+    void SetTabs(quint8 count);
+    quint8 tabs() const;
+
+    // false first writes "..." (which reaches the file only when logging was on), then switches
+    // logging off; true switches it on and writes nothing.
+    bool Setlogging(bool enabled);
+    bool isLogging() const;
+
+    QString errorString() const;
+
+    // The clock whose local time stamps the entries (the system clock when none is set).
+    void setClock(Clock *clock);
+
+private:
+    bool writeEntryLocked(const QString &strEntry, std::optional<int> additionalTabs,
+                          std::optional<int> newline);
+
+    mutable QMutex m_mutex;
+    Clock *m_clock = nullptr;
+    QString m_path;
+    quint8 m_defaultIndent = 0;
+    bool m_enabled = false;
+    QString m_error;
+};

@@ -1,0 +1,18 @@
+#include "ScriptedOperator.h"
+
+void ScriptedOperator::messageBox(const QString &text, const QString &title)
+{
+    record({Prompt::MessageBox, Instruction::General, {text}, title});
+}
+
+void ScriptedOperator::instruction(Instruction kind, const QStringList &lines)
+{
+    record({Prompt::Instruction, kind, lines, {}});
+}
+
+void ScriptedOperator::record(Prompt prompt)
+{
+    prompts.push_back(prompt);
+    if (m_reaction)
+        m_reaction(prompts.back());
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "link/Operator.h"
+
+#include <functional>
+#include <vector>
+
+// An operator for tests: records every prompt and answers it at once with OK, after running an
+// optional reaction (for example pressing keys on the simulated instrument).
+class ScriptedOperator : public Operator
+{
+public:
+    struct Prompt
+    {
+        enum Kind { MessageBox, Instruction } kind;
+        Operator::Instruction instruction = Operator::Instruction::General;
+        QStringList lines; // the message box's text as one line, or the dialog's lines
+        QString title;
+    };
+
+    using Reaction = std::function<void(const Prompt &)>;
+
+    void messageBox(const QString &text, const QString &title) override;
+    void instruction(Instruction kind, const QStringList &lines) override;
+    void letEventsRun() override { ++eventRuns; }
+
+    // Called for every prompt before it is answered.
+    void setReaction(Reaction reaction) { m_reaction = std::move(reaction); }
+
+    std::vector<Prompt> prompts;
+    int eventRuns = 0;
+
+private:
+    void record(Prompt prompt);
+    Reaction m_reaction;
+};

@@ -1,7 +1,6 @@
 #include "Clock.h"
 
 #include <QThread>
-
 #include <chrono>
 
 qint32 SystemClock::tickCount() const
@@ -48,7 +47,7 @@ QDateTime VirtualClock::now() const
 quint64 VirtualClock::schedule(qint64 atMs, Callback cb)
 {
     const quint64 id = m_nextId++;
-    m_events.emplace(Key{qMax(atMs, m_elapsedMs), id}, std::move(cb));
+    m_events.emplace(Key {qMax(atMs, m_elapsedMs), id}, std::move(cb));
     return id;
 }
 
@@ -79,7 +78,6 @@ bool VirtualClock::runNextEventUntil(qint64 limitMs)
 
 void VirtualClock::advanceTo(qint64 atMs)
 {
-    while (runNextEventUntil(atMs)) {
-    }
+    while (runNextEventUntil(atMs)) { }
     m_elapsedMs = qMax(m_elapsedMs, atMs);
 }

@@ -2,7 +2,6 @@
 
 #include <QDateTime>
 #include <QtGlobal>
-
 #include <functional>
 #include <map>
 
@@ -54,7 +53,10 @@ public:
     // Runs cb when virtual time reaches atMs (elapsedMs scale); an event in the past runs on the
     // next advance. Events at the same time run in the order they were scheduled. Returns an id.
     quint64 schedule(qint64 atMs, Callback cb);
-    quint64 scheduleIn(qint64 delayMs, Callback cb) { return schedule(m_elapsedMs + delayMs, std::move(cb)); }
+    quint64 scheduleIn(qint64 delayMs, Callback cb)
+    {
+        return schedule(m_elapsedMs + delayMs, std::move(cb));
+    }
     void cancel(quint64 id);
     // The time of the earliest pending event, or -1 when none is pending.
     qint64 nextEventMs() const;

@@ -2,7 +2,6 @@
 
 #include <QRegularExpression>
 #include <QSerialPortInfo>
-
 #include <algorithm>
 
 #ifdef Q_OS_WIN

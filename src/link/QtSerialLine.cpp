@@ -73,12 +73,12 @@ bool QtSerialLine::open()
         m_port.reset();
         return false;
     }
-    const bool configured = m_port->setBaudRate(m_settings.baud)
-        && m_port->setParity(toQtParity(m_settings.parity))
-        && m_port->setDataBits(QSerialPort::DataBits(m_settings.dataBits))
-        && m_port->setStopBits(m_settings.stopBits == 2 ? QSerialPort::TwoStop
-                                                         : QSerialPort::OneStop)
-        && m_port->setFlowControl(QSerialPort::NoFlowControl);
+    const bool configured = m_port->setBaudRate(m_settings.baud) &&
+        m_port->setParity(toQtParity(m_settings.parity)) &&
+        m_port->setDataBits(QSerialPort::DataBits(m_settings.dataBits)) &&
+        m_port->setStopBits(m_settings.stopBits == 2 ? QSerialPort::TwoStop
+                                                     : QSerialPort::OneStop) &&
+        m_port->setFlowControl(QSerialPort::NoFlowControl);
     if (!configured) {
         noteError();
         m_port->close();
@@ -148,8 +148,8 @@ bool QtSerialLine::waitForData(int timeoutMs)
     if (timeoutMs <= 0)
         return false;
     const bool ready = m_port->waitForReadyRead(timeoutMs);
-    if (!ready && m_port->error() != QSerialPort::NoError
-        && m_port->error() != QSerialPort::TimeoutError)
+    if (!ready && m_port->error() != QSerialPort::NoError &&
+        m_port->error() != QSerialPort::TimeoutError)
         noteError();
     return ready || m_port->bytesAvailable() > 0;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <stdexcept>
 
 // An error that a lower layer cannot handle and hands to its caller, with the context of where it

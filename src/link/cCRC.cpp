@@ -18,10 +18,10 @@ qint32 cCRC::crc16(const QByteArray &data, qint32 lowBound, qint32 length, qint3
     qint64 index = lowBound;
     do {
         if (index < 0 || index >= data.size()) {
-            throw std::out_of_range("crc16: index " + std::to_string(index)
-                                    + " is outside the array of " + std::to_string(data.size())
-                                    + " bytes (lowBound " + std::to_string(lowBound)
-                                    + ", length " + std::to_string(length) + ")");
+            throw std::out_of_range("crc16: index " + std::to_string(index) +
+                                    " is outside the array of " + std::to_string(data.size()) +
+                                    " bytes (lowBound " + std::to_string(lowBound) + ", length " +
+                                    std::to_string(length) + ")");
         }
         crc = step(crc, quint8(data.at(index)));
         ++index;

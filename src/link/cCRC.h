@@ -15,7 +15,8 @@ public:
     // lowBound + length. The end test follows the byte, so at least one byte is always processed;
     // a length of 0 runs on until the index leaves the array, which throws std::out_of_range
     // (the array is never read out of bounds).
-    static qint32 crc16(const QByteArray &data, qint32 lowBound, qint32 length, qint32 StartVal = 0);
+    static qint32 crc16(const QByteArray &data, qint32 lowBound, qint32 length,
+                        qint32 StartVal = 0);
 
     // Every character of the text, first to last; an empty text returns StartVal unchanged.
     static qint32 crc16FromString(const QByteArray &text, qint32 StartVal = 0);

@@ -5,7 +5,6 @@
 #include "shell/cLog.h"
 
 #include <QFile>
-
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -43,12 +42,12 @@ void cParser::CloseFile()
 QByteArray cParser::GetTelegram(qint32 firstByte, qint32 length, quint8 packetNum) const
 {
     if (firstByte < 1 || length < 1 || length > kDataSize)
-        throw UpdaterError(u"Invalid packet range: first byte %1, length %2"_s.arg(firstByte)
-                               .arg(length));
+        throw UpdaterError(
+            u"Invalid packet range: first byte %1, length %2"_s.arg(firstByte).arg(length));
     qint32 last = 0;
     if (__builtin_add_overflow(firstByte, length, &last) || __builtin_sub_overflow(last, 1, &last))
-        throw UpdaterError(u"Packet range overflows: first byte %1, length %2"_s.arg(firstByte)
-                               .arg(length));
+        throw UpdaterError(
+            u"Packet range overflows: first byte %1, length %2"_s.arg(firstByte).arg(length));
     const qint32 fileLength = qint32(m_data.size());
     if (firstByte > fileLength)
         return QByteArray(1, kEndOfTransmission);

@@ -9,7 +9,9 @@ QString AppInfo::productTitle()
 
 QString AppInfo::versionText()
 {
-    return u"%1.%2.%3"_s.arg(VARIMO_VERSION_MAJOR).arg(VARIMO_VERSION_MINOR).arg(VARIMO_VERSION_PATCH);
+    return u"%1.%2.%3"_s.arg(VARIMO_VERSION_MAJOR)
+        .arg(VARIMO_VERSION_MINOR)
+        .arg(VARIMO_VERSION_PATCH);
 }
 
 QString AppInfo::mainWindowTitle()

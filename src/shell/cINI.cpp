@@ -3,13 +3,11 @@
 #include <QFile>
 #include <QList>
 #include <QSaveFile>
-
 #include <optional>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
 
 struct ParsedFile
 {

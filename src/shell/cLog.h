@@ -2,7 +2,6 @@
 
 #include <QMutex>
 #include <QString>
-
 #include <optional>
 
 class Clock;

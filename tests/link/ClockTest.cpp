@@ -1,7 +1,6 @@
 #include "link/Clock.h"
 
 #include <gtest/gtest.h>
-
 #include <vector>
 
 namespace {

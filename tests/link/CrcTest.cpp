@@ -1,7 +1,6 @@
 #include "link/cCRC.h"
 
 #include <gtest/gtest.h>
-
 #include <stdexcept>
 
 namespace {
@@ -29,10 +28,8 @@ TEST_P(CrcOfText, MatchesTheXmodemCheckValues)
 
 INSTANTIATE_TEST_SUITE_P(CheckValues, CrcOfText,
                          ::testing::Values(CrcCase {"123456789", 0, 12739},
-                                           CrcCase {"KVT", 0, 21300},
-                                           CrcCase {"", 0, 0},
-                                           CrcCase {"", 4711, 4711},
-                                           CrcCase {"A", 0, 0x58E5}));
+                                           CrcCase {"KVT", 0, 21300}, CrcCase {"", 0, 0},
+                                           CrcCase {"", 4711, 4711}, CrcCase {"A", 0, 0x58E5}));
 
 TEST(Crc, StartValueChainsBlocks)
 {

@@ -1,8 +1,7 @@
 #include "link/PortList.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
@@ -40,22 +39,24 @@ INSTANTIATE_TEST_SUITE_P(
                         deviceList({"NUL", "COM10", "PhysicalDrive0", "COM3", "COM1"}),
                         {u"COM1"_s, u"COM3"_s, u"COM10"_s}},
         DeviceListCase {"the first entry has no NUL before it and is not found",
-                        deviceList({"COM1", "COM2"}), {u"COM2"_s}},
-        DeviceListCase {"above 255 never listed", deviceList({"X", "COM300", "COM255"}),
-                        {u"COM255"_s}},
-        DeviceListCase {"names that only start like a port",
-                        deviceList({"X", "COM1A", "XCOM2", "COM04"}), {}},
+                        deviceList({"COM1", "COM2"}),
+                        {u"COM2"_s}},
+        DeviceListCase {
+            "above 255 never listed", deviceList({"X", "COM300", "COM255"}), {u"COM255"_s}},
+        DeviceListCase {
+            "names that only start like a port", deviceList({"X", "COM1A", "XCOM2", "COM04"}), {}},
         DeviceListCase {"no serial device", deviceList({"X", "LPT1"}), {}},
         DeviceListCase {"a list longer than the system buffer yields nothing",
-                        deviceList({"X", "COM1"}) + QByteArray(100000, 'x'), {}}),
+                        deviceList({"X", "COM1"}) + QByteArray(100000, 'x'),
+                        {}}),
     [](const auto &info) { return "case" + std::to_string(info.index); });
 
 TEST(NaturalOrder, SortsDevicePathsAsAPersonWould)
 {
-    QStringList ports {u"/dev/ttyUSB0"_s, u"/dev/ttyS10"_s, u"/dev/ttyS2"_s, u"/dev/ttyACM0"_s,
-                       u"/dev/ttyS0"_s, u"/dev/ttyUSB10"_s, u"/dev/ttyUSB9"_s};
+    QStringList ports {u"/dev/ttyUSB0"_s, u"/dev/ttyS10"_s,   u"/dev/ttyS2"_s,  u"/dev/ttyACM0"_s,
+                       u"/dev/ttyS0"_s,   u"/dev/ttyUSB10"_s, u"/dev/ttyUSB9"_s};
     std::sort(ports.begin(), ports.end(), modHelper::naturalLess);
-    const QStringList expected {u"/dev/ttyACM0"_s, u"/dev/ttyS0"_s,    u"/dev/ttyS2"_s,
+    const QStringList expected {u"/dev/ttyACM0"_s, u"/dev/ttyS0"_s,   u"/dev/ttyS2"_s,
                                 u"/dev/ttyS10"_s,  u"/dev/ttyUSB0"_s, u"/dev/ttyUSB9"_s,
                                 u"/dev/ttyUSB10"_s};
     EXPECT_EQ(ports, expected);

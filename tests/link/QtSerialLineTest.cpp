@@ -1,10 +1,9 @@
 #include "link/QtSerialLine.h"
+
 #include "support/Pty.h"
 
 #include <QElapsedTimer>
-
 #include <gtest/gtest.h>
-
 #include <thread>
 
 using namespace Qt::StringLiterals;

@@ -2,7 +2,6 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -66,8 +65,8 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, IniRead,
     ::testing::Values(
         ReadCase {"plain", "[Settings]\r\nCOMPort=COM7\r\n", "Settings", "COMPort", "COM7"},
-        ReadCase {"case-insensitive names", "[SETTINGS]\r\ncomport=COM7\r\n", "Settings",
-                  "COMPort", "COM7"},
+        ReadCase {"case-insensitive names", "[SETTINGS]\r\ncomport=COM7\r\n", "Settings", "COMPort",
+                  "COM7"},
         ReadCase {"blanks and quotes removed", "[Settings]\r\n  COMPort =  \"COM 7\"  \r\n",
                   "Settings", "COMPort", "COM 7"},
         ReadCase {"single quotes too", "[S]\nK='x'\n", "S", "K", "x"},
@@ -80,8 +79,8 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase {"first of two keys", "[S]\r\nK=1\r\nK=2\r\n", "S", "K", "1"},
         ReadCase {"value holding = and ;", "[S]\r\nK=a=b;c\r\n", "S", "K", "a=b;c"},
         ReadCase {"cut to 49 characters",
-                  "[S]\r\nK=123456789012345678901234567890123456789012345678901234567890\r\n",
-                  "S", "K", "1234567890123456789012345678901234567890123456789"}),
+                  "[S]\r\nK=123456789012345678901234567890123456789012345678901234567890\r\n", "S",
+                  "K", "1234567890123456789012345678901234567890123456789"}),
     [](const auto &info) { return "case" + std::to_string(info.index); });
 
 TEST_F(IniTest, BoolIsFalseOnlyForZero)
@@ -90,8 +89,8 @@ TEST_F(IniTest, BoolIsFalseOnlyForZero)
     {
         const char *value;
         bool expected;
-    } cases[] = {{"0", false}, {"1", true}, {"", true}, {"no", true}, {"false", true},
-                 {" 0 ", false}, {"00", true}};
+    } cases[] = {{"0", false},    {"1", true},    {"", true},  {"no", true},
+                 {"false", true}, {" 0 ", false}, {"00", true}};
     for (const auto &c : cases) {
         writeFile("[Settings]\r\nAllowDowngrade=" + QByteArray(c.value) + "\r\n");
         EXPECT_EQ(ini.GetBoolValue(u"Settings"_s, u"AllowDowngrade"_s, false), c.expected)
@@ -125,16 +124,17 @@ TEST_F(IniTest, SetValueKeepsEveryOtherLineAsItWas)
     ASSERT_TRUE(ini.SetValue(u"settings"_s, u"comport"_s, u"COM7"_s));
     ASSERT_TRUE(ini.SetValue(u"Settings"_s, u"LastBackupFileName"_s, u"b.xml"_s));
     ASSERT_TRUE(ini.SetValue(u"Messmodul"_s, u"FWMin"_s, u"1.30"_s));
-    EXPECT_EQ(readFile(), QByteArray("; settings of the updater\r\n"
-                                     "[Settings]\r\n"
-                                     "comport=COM7\r\n"
-                                     "AllowDowngrade=0\r\n"
-                                     "LastBackupFileName=b.xml\r\n"
-                                     "\r\n"
-                                     "[Mainboard]\r\n"
-                                     "File=FW_MAINBOARD_XXX_CRC\r\n"
-                                     "[Messmodul]\r\n"
-                                     "FWMin=1.30\r\n"));
+    EXPECT_EQ(readFile(),
+              QByteArray("; settings of the updater\r\n"
+                         "[Settings]\r\n"
+                         "comport=COM7\r\n"
+                         "AllowDowngrade=0\r\n"
+                         "LastBackupFileName=b.xml\r\n"
+                         "\r\n"
+                         "[Mainboard]\r\n"
+                         "File=FW_MAINBOARD_XXX_CRC\r\n"
+                         "[Messmodul]\r\n"
+                         "FWMin=1.30\r\n"));
 }
 
 TEST_F(IniTest, SetValueInAReadOnlyFolderFailsWithAReason)

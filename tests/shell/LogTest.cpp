@@ -3,7 +3,6 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -55,10 +54,10 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, LogEntry,
     ::testing::Values(
         EntryCase {"plain", 0, {}, {}, "14:03:07 : Telegram sent : KVT\r\n"},
-        EntryCase {"default indent plus additional", 1, 1, {},
-                   "14:03:07 : \t\tTelegram sent : KVT\r\n"},
-        EntryCase {"additional 0 keeps the default", 3, 0, {},
-                   "14:03:07 : \t\t\tTelegram sent : KVT\r\n"},
+        EntryCase {
+            "default indent plus additional", 1, 1, {}, "14:03:07 : \t\tTelegram sent : KVT\r\n"},
+        EntryCase {
+            "additional 0 keeps the default", 3, 0, {}, "14:03:07 : \t\t\tTelegram sent : KVT\r\n"},
         EntryCase {"three plus two", 3, 2, {}, "14:03:07 : \t\t\t\t\tTelegram sent : KVT\r\n"},
         EntryCase {"blank lines before", 0, {}, -2, "\r\n\r\n14:03:07 : Telegram sent : KVT\r\n"},
         EntryCase {"blank lines after", 0, {}, 2, "14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"}),
@@ -69,8 +68,9 @@ TEST_F(LogTest, AppendsEntriesAndKeepsBytesAbove127)
     log.UpdateLog(u"VarimoSentry_Updater started..."_s);
     clock.sleepMs(61000);
     log.UpdateLog(u"    Received  : "_s + QString::fromLatin1("DUV;3;12\xb0;99"));
-    EXPECT_EQ(content(), QByteArray("14:03:07 : VarimoSentry_Updater started...\r\n"
-                                    "14:04:08 :     Received  : DUV;3;12\xb0;99\r\n"));
+    EXPECT_EQ(content(),
+              QByteArray("14:03:07 : VarimoSentry_Updater started...\r\n"
+                         "14:04:08 :     Received  : DUV;3;12\xb0;99\r\n"));
 }
 
 TEST_F(LogTest, DisabledLoggingDoesNotTouchTheFile)

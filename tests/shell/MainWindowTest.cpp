@@ -4,7 +4,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QRegularExpression>
-
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;

@@ -1,7 +1,6 @@
 #include "Pty.h"
 
 #include <QElapsedTimer>
-
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>

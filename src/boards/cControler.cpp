@@ -1,0 +1,146 @@
+#include "cControler.h"
+
+#include "link/Clock.h"
+#include "link/cComm.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr char kCpuBootloaderAnnouncement[] = "KVT;BLCPU;1";
+constexpr char kSerialPrefix[] = "SER;";
+constexpr char kCrLf[] = "\r\n";
+} // namespace
+
+qint32 cControler::MaxNumOfPackages() const
+{
+    switch (m_controler) {
+    case eCPU:
+        return 8064;
+    case eMeas:
+        return 992;
+    case eMain:
+        return 112;
+    default:
+        return 0;
+    }
+}
+
+QByteArray cControler::IdentityText() const
+{
+    switch (m_controler) {
+    case eCPU:
+        return "VARIMO";
+    case eMeas:
+        return "Vm2MM";
+    case eMain:
+        return "Vm2PS";
+    default:
+        return {};
+    }
+}
+
+QByteArray cControler::ProbeTelegram() const
+{
+    switch (m_controler) {
+    case eCPU:
+        return "F";
+    case eMeas:
+        return "DHR;3";
+    case eMain:
+        return "DHR;4";
+    default:
+        return {};
+    }
+}
+
+void cControler::FillFromKVTTelegram(const QByteArray &sKVTAnswer)
+{
+    m_name.clear();
+    m_firmware.clear();
+    m_build.clear();
+    const QList<QByteArray> fields = sKVTAnswer.split(';');
+    if (fields.size() > 1)
+        m_name = QString::fromLatin1(fields[1]);
+    if (fields.size() > 2)
+        m_firmware = QString::fromLatin1(fields[2]);
+    if (fields.size() > 3)
+        m_build = QString::fromLatin1(fields[3]);
+}
+
+bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *error)
+{
+    QByteArray text = answer;
+    text.replace(kSerialPrefix, "");
+    bool ok = false;
+    const qint16 number = text.trimmed().toShort(&ok);
+    if (!ok) {
+        *error = u"Invalid serial number answer: "_s + QString::fromLatin1(answer);
+        return false;
+    }
+    // At least five digits, as the instrument's serial number is always shown.
+    const QString digits = QString::number(qAbs(int(number))).rightJustified(5, u'0');
+    *serial = number < 0 ? u"-"_s + digits : digits;
+    return true;
+}
+
+bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
+{
+    m_toolTipText.clear();
+    m_enabled = true;
+    m_color = kBlack;
+    m_name.clear();
+    m_firmware.clear();
+    m_serialNumber.clear();
+    m_build.clear();
+    m_binFileName.clear();
+    m_validFile = true;
+    m_controler = p_iDRH;
+    m_isInBTLMode = false;
+    m_lastError.clear();
+
+    const QByteArray select = "DHR;" + QByteArray::number(p_iDRH);
+    comm->Transceive(select);
+    QByteArray answer = comm->Transceive("KVT");
+
+    // The CPU Board's bootloader announces itself; "F" makes it show its "C".
+    if (answer.contains(kCpuBootloaderAnnouncement)) {
+        comm->Transceive("F");
+        comm->Transceive(select);
+        answer = comm->Transceive("KVT");
+    }
+
+    if (answer.endsWith('C')) {
+        m_isInBTLMode = true;
+        return false;
+    }
+
+    if (answer == "E;1")
+        answer = comm->Transceive("KVT");
+
+    if (answer != "E;1" && !answer.isEmpty()) {
+        if (!answer.contains(IdentityText())) {
+            m_lastError = u"Board %1 answered with another identity: %2"_s.arg(p_iDRH).arg(
+                QString::fromLatin1(answer));
+            return false;
+        }
+        FillFromKVTTelegram(answer);
+        if (p_iDRH == eCPU) {
+            const QByteArray serialAnswer = comm->Transceive("SER");
+            if (!SerialNumberFromAnswer(serialAnswer, &m_serialNumber, &m_lastError))
+                return false;
+        }
+        return true;
+    }
+
+    // No identity: the board may be waiting in its bootloader, asking with "C".
+    const QByteArray probe = ProbeTelegram();
+    for (int i = 0; i < kBootloaderProbes; ++i) {
+        comm->WriteTelegram(probe, kCrLf);
+        comm->clock().sleepMs(kProbeSleepMs);
+        if (comm->ReadT(kProbeReadMs, {}).contains('C')) {
+            m_isInBTLMode = true;
+            break;
+        }
+    }
+    return false;
+}

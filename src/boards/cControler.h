@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+class cComm;
+
+// One board of the instrument, either as found in the instrument (InitFromDevice) or as offered
+// by a firmware file (InitFromBinFile): identity, versions, serial number, bootloader state, and
+// what the board panel shows (tool tip, enabled state, colour).
+//
+// Owned by the engine's update-run data; filled on the engine thread and read by the windows only
+// between jobs (copies are handed over in signals).
+class cControler
+{
+public:
+    // The board kind; its value is also the board's number in the select telegram "DHR;n".
+    enum Controler : qint32 { eCPU = 0, eMeas = 1, eMain = 2 };
+
+    // Colours in the 0x00BBGGRR encoding of the panel and the eligibility check.
+    static constexpr qint32 kBlack = 0;
+    static constexpr qint32 kRed = 255;
+    static constexpr qint32 kBlue = 0xFF0000;
+
+    static constexpr int kBootloaderProbes = 3;
+    static constexpr int kProbeSleepMs = 3000;
+    static constexpr int kProbeReadMs = 1000;
+
+    qint32 Controler() const { return m_controler; }
+    void setControler(qint32 kind) { m_controler = kind; }
+
+    // The exact size of the board's firmware image in 128-byte packets (0 for an unknown kind).
+    qint32 MaxNumOfPackages() const;
+    // The text the board's identity answer must contain ("" for an unknown kind).
+    QByteArray IdentityText() const;
+    // The telegram that asks a waiting bootloader to show itself ("" for an unknown kind).
+    QByteArray ProbeTelegram() const;
+
+    bool IsInBTLMode() const { return m_isInBTLMode; }
+    void setIsInBTLMode(bool on) { m_isInBTLMode = on; }
+
+    // Selects the board, reads its identity (and for the CPU Board the serial number); true when
+    // the board identified itself. A board waiting in its bootloader gives false with
+    // IsInBTLMode() true. LastError() says why a read failed where there is more to say than
+    // silence (for example a serial number that is not a number).
+    bool InitFromDevice(cComm *comm, qint32 p_iDRH);
+
+    // Fills the descriptor from the firmware file sFile (a name in dir, or an absolute path),
+    // checking its size against the board's image size.
+    void InitFromBinFile(const QString &dir, const QString &sFile, const QString &pattern,
+                         qint32 p_eType);
+    bool ValidBinFile() const { return m_validFile; }
+
+    QString BinFileName() const { return m_binFileName; }
+    void setBinFileName(const QString &s) { m_binFileName = s; }
+    QString Name() const { return m_name; }
+    void setName(const QString &s) { m_name = s; }
+    QString Build() const { return m_build; }
+    void setBuild(const QString &s) { m_build = s; }
+    QString Firmware() const { return m_firmware; }
+    void setFirmware(const QString &s) { m_firmware = s; }
+    QString SerialNumber() const { return m_serialNumber; }
+    void setSerialNumber(const QString &s) { m_serialNumber = s; }
+
+    // Name and Firmware both known.
+    bool IsValid() const { return !m_name.isEmpty() && !m_firmware.isEmpty(); }
+
+    // Name, firmware and build from an identity answer "KVT;name;firmware;build".
+    void FillFromKVTTelegram(const QByteArray &sKVTAnswer);
+
+    QString ToolTipText() const { return m_toolTipText; }
+    void setToolTipText(const QString &s) { m_toolTipText = s; }
+    bool Enabled() const { return m_enabled; }
+    void setEnabled(bool on) { m_enabled = on; }
+    qint32 Color() const { return m_color; }
+    void setColor(qint32 color) { m_color = color; }
+
+    QString LastError() const { return m_lastError; }
+
+private:
+    QString m_binFileName;
+    bool m_validFile = false;
+    qint32 m_color = kBlack;
+    bool m_enabled = true;
+    QString m_toolTipText;
+    qint32 m_controler = eCPU;
+    bool m_isInBTLMode = false;
+    QString m_name;
+    QString m_build;
+    QString m_firmware;
+    QString m_serialNumber;
+    QString m_lastError;
+};
+
+// The serial number text from an answer to "SER": "SER;" removed, a 16-bit number, at least five
+// digits ("SER;42" -> "00042"). Returns false (and says why in *error) for a non-number or a
+// number above 32767.
+bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *error);

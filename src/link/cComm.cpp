@@ -1,0 +1,209 @@
+#include "cComm.h"
+
+#include "Clock.h"
+#include "Operator.h"
+#include "PortList.h"
+#include "SerialLine.h"
+#include "UpdaterError.h"
+#include "shell/AppInfo.h"
+#include "shell/cLog.h"
+
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr char kCrLf[] = "\r\n";
+constexpr char kAck = 0x06;
+// The instrument's negative acknowledge as the transceiver recognises it: the byte 15 (0x0F),
+// not the ASCII NAK 0x15, which passes through as text. Kept exactly so.
+constexpr char kNak = 0x0F;
+constexpr int kHighestPortNumber = 255;
+} // namespace
+
+QString CommText::setupMenuPrompt()
+{
+    return u"Leave VARIMOsentry setup menu and press OK"_s;
+}
+
+cComm::cComm(SerialLine &line, Clock &clock, Operator &op)
+    : m_line(line)
+    , m_clock(clock)
+    , m_operator(op)
+{
+}
+
+void cComm::setComPort(const QString &portName)
+{
+    m_portValid = false;
+    m_portValid = true;
+
+    // "COMn" names a port by number; on Linux a device path names it directly.
+    QString device;
+    QString text = portName;
+    text.remove(u"COM"_s);
+    text = text.trimmed();
+    bool isNumber = false;
+    const int number = text.toShort(&isNumber);
+    if (isNumber) {
+        if (number < 1 || number > kHighestPortNumber)
+            return;
+        device = modHelper::devicePathForPort(u"COM%1"_s.arg(number));
+    } else {
+#ifdef Q_OS_WIN
+        return;
+#else
+        if (!portName.trimmed().startsWith(u'/'))
+            return;
+        device = portName.trimmed();
+#endif
+    }
+    if (device.isEmpty() || !m_line.setPortName(device))
+        return;
+    m_portName = isNumber ? u"COM%1"_s.arg(number) : device;
+}
+
+void cComm::Init(cLog *log)
+{
+    m_log = log;
+    m_waitAfterTelegramMs = kDefaultWaitAfterTelegramMs;
+    m_portValid = true;
+    if (IsOpen())
+        ClosePort();
+}
+
+bool cComm::IsOpen()
+{
+    if (!m_line.isOpen())
+        m_open = false;
+    return m_open;
+}
+
+bool cComm::OpenPort()
+{
+    m_open = false;
+    m_lastError.clear();
+    if (!m_line.isOpen()) {
+        if (!m_line.setSettings(QString::fromLatin1(CommText::kLineSettings)) || !m_line.open()) {
+            m_lastError = m_line.errorString();
+            return false;
+        }
+        if (Transceive("KVT").isEmpty()) {
+            m_lastError = u"%1: no answer from VARIMOsentry"_s.arg(portLabel());
+            m_line.close();
+            return false;
+        }
+        Transceive("DHR;0");
+        Transceive("KEY;0");
+        logEntry(portLabel() + u" opened: 57600 Baud, No parity, 8 data bits, 1 stop bit"_s);
+    }
+    m_open = true;
+    return true;
+}
+
+void cComm::ClosePort()
+{
+    if (!m_line.isOpen())
+        return;
+    m_line.close();
+    logEntry(portLabel() + u" closed"_s);
+    m_open = false;
+    m_portValid = true;
+}
+
+void cComm::WriteTelegram(const QByteArray &strTelegram, const QByteArray &terminator)
+{
+    m_line.write(strTelegram + terminator);
+
+    QString logText;
+    if (strTelegram.size() == kFirmwarePacketSize) {
+        const auto value = [&](int position) {
+            return u" "_s + QString::number(quint8(strTelegram.at(position - 1)));
+        };
+        logText = u"133 Bytes "_s + value(1) + value(2) + value(3) + value(4) + u" ... "_s +
+            value(132) + value(133);
+    } else {
+        logText = QString::fromLatin1(strTelegram);
+    }
+    logEntry(u"Telegram sent : "_s + logText);
+}
+
+QByteArray cComm::ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil)
+{
+    const qint32 start = m_clock.tickCount();
+    QByteArray buffer;
+    for (;;) {
+        buffer += m_line.readAll();
+        qint32 elapsed = 0;
+        if (__builtin_sub_overflow(m_clock.tickCount(), start, &elapsed))
+            throw UpdaterError(
+                u"Reading from %1: the millisecond counter overflowed"_s.arg(portLabel()));
+        if (elapsed > nTimeOutInMs || buffer.contains(readUntil))
+            break;
+        // A line that has gone away will bring nothing more.
+        if (!m_line.isOpen())
+            break;
+        m_line.waitForData(nTimeOutInMs - elapsed + 1);
+    }
+
+    buffer.replace(kCrLf, "");
+    if (buffer.contains(kAck))
+        buffer = "ACK";
+    else if (buffer.contains(kNak))
+        buffer = "NAK";
+
+    logEntry(u"    Received  : "_s + QString::fromLatin1(buffer));
+    return buffer;
+}
+
+QByteArray cComm::Transceive(const QByteArray &strTelegram, qint32 timeout,
+                             const std::optional<QByteArray> &answer)
+{
+    QByteArray received;
+    const auto sendAndRead = [&] {
+        WriteTelegram(strTelegram, kCrLf);
+        if (m_waitAfterTelegramMs > 0)
+            m_clock.sleepMs(m_waitAfterTelegramMs);
+        received = ReadT(timeout, kCrLf);
+    };
+
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        m_line.discardInput();
+        sendAndRead();
+        // The instrument's setup menu is open: ask the operator to close it, as often as needed.
+        while (received == CommText::kSetupMenuOpenAnswer) {
+            m_operator.messageBox(CommText::setupMenuPrompt(), AppInfo::productTitle());
+            sendAndRead();
+        }
+        if (received.isEmpty())
+            received = ReadT(timeout, kCrLf);
+        if (answer ? received == *answer : !received.isEmpty())
+            break;
+    }
+    return received;
+}
+
+QByteArray cComm::TransceiveX(const QByteArray &strTelegram, qint32 nWaitBevorRead)
+{
+    QByteArray received;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        WriteTelegram(strTelegram, {});
+        if (nWaitBevorRead > 0)
+            m_clock.sleepMs(nWaitBevorRead);
+        received = ReadT(kPacketAnswerTimeoutMs, QByteArray(1, kAck));
+        if (received == "ACK")
+            break;
+    }
+    return received;
+}
+
+void cComm::logEntry(const QString &text)
+{
+    if (m_log)
+        m_log->UpdateLog(text);
+}
+
+QString cComm::portLabel() const
+{
+    return m_portName.isEmpty() ? u"<no port>"_s : m_portName;
+}

@@ -1,0 +1,347 @@
+#include "cBackup.h"
+
+#include "cXML.h"
+#include "link/Clock.h"
+#include "link/Operator.h"
+#include "link/UpdaterError.h"
+#include "link/cCRC.h"
+#include "link/cComm.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kRestoreTimeoutMs = 2000;
+constexpr int kWaitAfterCalibrationOpenMs = 2000;
+constexpr int kUnlockAttempts = 4;
+
+const QString kNoOrInvalidAnswer = u"No or Invalid Answer"_s;
+
+QString actionFor(qint32 board)
+{
+    switch (board) {
+    case cBackup::eCPU:
+        return u"ERROR: Backup CPU Board failed"_s;
+    case cBackup::eMeas:
+        return u"ERROR: Backup Measuring Module failed"_s;
+    default:
+        return u"ERROR: Backup Main Board failed"_s;
+    }
+}
+
+QString elementFor(qint32 board)
+{
+    switch (board) {
+    case cBackup::eCPU:
+        return u"CPUboard"_s;
+    case cBackup::eMeas:
+        return u"Measureboard"_s;
+    default:
+        return u"Mainboard"_s;
+    }
+}
+
+QString invalidAnswer(const QByteArray &answer)
+{
+    return answer.isEmpty() ? kNoOrInvalidAnswer
+                            : kNoOrInvalidAnswer + u": "_s + QString::fromLatin1(answer);
+}
+
+// Keeps an existing valid backup as <name>.bak before a new run replaces it, so a run that fails
+// half-way never destroys the last good backup. Returns an error text, or "" on success.
+QString keepPreviousBackup(const QString &fileName)
+{
+    if (!QFile::exists(fileName))
+        return {};
+    cXML previous;
+    if (!previous.OpenXMLDocument(fileName))
+        return {}; // not a backup (or a root-only file of a failed run): nothing worth keeping
+    const QString bak = fileName + u".bak"_s;
+    const QString tmp = bak + u".tmp"_s;
+    QFile::remove(tmp);
+    if (!QFile::copy(fileName, tmp))
+        return u"Cannot keep the previous backup as %1"_s.arg(bak);
+    QFile::remove(bak);
+    if (!QFile::rename(tmp, bak)) {
+        QFile::remove(tmp);
+        return u"Cannot keep the previous backup as %1"_s.arg(bak);
+    }
+    return {};
+}
+
+} // namespace
+
+void cBackup::Init(cComm *comm)
+{
+    m_comm = comm;
+    m_lastError.clear();
+}
+
+const QList<QByteArray> &cBackup::MainBoardQueries()
+{
+    static const QList<QByteArray> queries {"SER", "CH", "CN", "CA", "C3", "C5", "C12", "CEO"};
+    return queries;
+}
+
+const QList<QByteArray> &cBackup::MeasProtectedQueries()
+{
+    static const QList<QByteArray> queries {
+        "CEF;0;0", "CEF;0;1", "CEF;0;2", "CEF;0;3", "CEF;1;0", "CEF;1;1", "CEF;1;2",
+        "CEF;1;3", "CEF;2;0", "CEF;2;1", "CEF;2;2", "CEF;2;3", "SER",     "HW",
+        "HVO",     "HVC;0",   "HVC;1",   "HVC;2",   "HVC;3",   "ZOL",     "DFI",
+        "ADF",     "CET;0",   "CET;1",   "CET;2",   "CEO"};
+    return queries;
+}
+
+const QList<QByteArray> &cBackup::MeasUserQueries()
+{
+    static const QList<QByteArray> queries {"RGE",   "ACH",   "ADG",   "HV",    "HVE", "HVR",
+                                            "FMD",   "MIC;0", "MIC;1", "MIC;2", "ASE", "ASP;0",
+                                            "ASP;1", "ASP;2", "LS;0",  "LS;1",  "LS;2"};
+    return queries;
+}
+
+QByteArray cBackup::ExtractValue(const QByteArray &telegram, const QByteArray &answer,
+                                 bool stripTail)
+{
+    QByteArray value = answer.mid(telegram.size() + 1);
+    if (stripTail) {
+        const qsizetype lastSeparator = value.lastIndexOf(';');
+        if (lastSeparator >= 0)
+            value.truncate(lastSeparator);
+    }
+    return value;
+}
+
+bool cBackup::CheckAnswerCrc(QByteArray &answer)
+{
+    const QByteArray crcText = answer.mid(answer.lastIndexOf(';') + 1);
+    bool isNumber = false;
+    const quint32 crc = crcText.toUInt(&isNumber);
+    if (!isNumber)
+        return false;
+    // Cut by the digit count of the number read, so a CRC written with leading zeros leaves one
+    // digit behind and does not match.
+    answer.chop(QByteArray::number(crc).size());
+    return quint32(cCRC::crc16FromString(answer)) == crc;
+}
+
+bool cBackup::CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &answer)
+{
+    if (answer.isEmpty())
+        return true; // no fields to compare; the caller tests emptiness itself
+    if (!telegram.contains(';'))
+        return answer.contains(telegram);
+    return answer.split(';').first() == telegram.split(';').first();
+}
+
+QByteArray cBackup::AppendCrc(const QByteArray &telegram)
+{
+    return cCRC::appendCrcToString(telegram);
+}
+
+QByteArray cBackup::SendAndExpect(const QByteArray &telegram, const QByteArray &expected)
+{
+    const QByteArray answer = m_comm->Transceive(telegram);
+    m_lastError.clear();
+    if (answer != expected)
+        m_lastError = invalidAnswer(answer);
+    return answer;
+}
+
+void cBackup::StoreIdentity(cXML &xml)
+{
+    const QList<QByteArray> fields = m_comm->Transceive("KVT").split(';');
+    if (fields.size() > 1)
+        xml.SetAttribute(u"Name"_s, fields[1]);
+    if (fields.size() > 2)
+        xml.SetAttribute(u"Firmware"_s, fields[2]);
+    if (fields.size() > 3)
+        xml.SetAttribute(u"Build"_s, fields[3]);
+}
+
+bool cBackup::ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams)
+{
+    for (const QByteArray &telegram : telegrams) {
+        const QByteArray answer = m_comm->Transceive(telegram);
+        if (answer.isEmpty() || answer.startsWith("E;")) {
+            m_lastError = invalidAnswer(answer);
+            return false;
+        }
+        xml.CreateAndSetChild(u"Value"_s, ExtractValue(telegram, answer));
+        xml.SetAttribute(u"Telegram"_s, telegram);
+        xml.SetParent();
+    }
+    return true;
+}
+
+bool cBackup::ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastIndex)
+{
+    for (int i = 0; i <= lastIndex; ++i) {
+        const QByteArray telegram = prefix + QByteArray::number(i);
+        QByteArray answer = m_comm->Transceive(telegram);
+        if (answer.isEmpty() || answer.startsWith("E;")) {
+            m_lastError = invalidAnswer(answer);
+            return false;
+        }
+        if (!CheckAnswerCrc(answer)) {
+            m_lastError = u"Invalid CRC Answer: "_s + QString::fromLatin1(answer);
+            return false;
+        }
+        xml.CreateAndSetChild(u"Value"_s, ExtractValue(telegram, answer, true));
+        xml.SetAttribute(u"id"_s, QByteArray::number(i));
+        xml.SetParent();
+    }
+    return true;
+}
+
+bool cBackup::SecureData(const QString &strFileName)
+{
+    m_lastError.clear();
+    m_currAction = actionFor(eMain);
+    if (const QString kept = keepPreviousBackup(strFileName); !kept.isEmpty()) {
+        m_lastError = kept;
+        return false;
+    }
+
+    cXML xml(&m_comm->clock());
+    try {
+        xml.CreateXMLDocument(strFileName);
+
+        // Main Board
+        xml.CreateAndSetChild(u"Mainboard"_s, {});
+        SendAndExpect("DHR;2", "DHR;2");
+        if (!m_lastError.isEmpty())
+            return false;
+        StoreIdentity(xml);
+        if (!ReadQueryList(xml, MainBoardQueries()))
+            return false;
+        SendAndExpect("DHR;0", "DHR;0");
+        if (!m_lastError.isEmpty())
+            return false;
+
+        // Measuring Module
+        m_currAction = actionFor(eMeas);
+        xml.CreateAndSetSibling(u"Measureboard"_s, {});
+        SendAndExpect("DHR;1", "DHR;1");
+        if (!m_lastError.isEmpty())
+            return false;
+        StoreIdentity(xml);
+        xml.CreateAndSetChild(u"Protected"_s, {});
+        if (!ReadQueryList(xml, MeasProtectedQueries()))
+            return false;
+        xml.CreateAndSetSibling(u"User"_s, {});
+        if (!ReadQueryList(xml, MeasUserQueries()))
+            return false;
+        xml.SetParent();
+
+        // CPU Board
+        m_currAction = actionFor(eCPU);
+        xml.CreateAndSetSibling(u"CPUboard"_s, {});
+        SendAndExpect("DHR;0", "DHR;0");
+        if (!m_lastError.isEmpty())
+            return false;
+        StoreIdentity(xml);
+        xml.CreateAndSetChild(u"Protected"_s, {});
+        if (!ReadIndexedValues(xml, "DPV;", kLastProtectedIndex))
+            return false;
+        xml.CreateAndSetSibling(u"User"_s, {});
+        if (!ReadIndexedValues(xml, "DUV;", kLastUserIndex))
+            return false;
+        xml.SetParent();
+
+        xml.SaveXMLDoc();
+    } catch (const UpdaterError &e) {
+        m_lastError = e.message();
+        return false;
+    }
+
+    // No board may be flashed after a backup that did not reach the disk intact.
+    cXML saved;
+    if (!saved.OpenXMLDocument(strFileName)) {
+        m_lastError =
+            u"Backup file %1 cannot be read back: %2"_s.arg(strFileName, saved.errorString());
+        return false;
+    }
+    for (const QString &board : {u"Mainboard"_s, u"Measureboard"_s, u"CPUboard"_s}) {
+        const QString difference = xml.FirstDifference(saved, board);
+        if (!difference.isEmpty()) {
+            m_lastError =
+                u"Backup file %1 differs from what was read: %2"_s.arg(strFileName, difference);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool cBackup::Unlock(const QByteArray &accessCode)
+{
+    if (!m_comm->OpenPort())
+        return false;
+    for (int attempt = 0; attempt < kUnlockAttempts; ++attempt) {
+        if (m_comm->Transceive("XUC", cComm::kDefaultTimeoutMs, QByteArray("XUC")) != "XUC")
+            continue;
+        const QByteArray unlock = AppendCrc("XUX;" + accessCode + ";");
+        if (m_comm->Transceive(unlock, cComm::kDefaultTimeoutMs, QByteArray("XUX")) == "XUX")
+            return true;
+    }
+    return false;
+}
+
+bool cBackup::RestoreData(qint32 eType, const QString &strXMLSource)
+{
+    m_currAction = actionFor(eType);
+
+    QList<QByteArray> telegrams;
+    try {
+        cXML xml;
+        if (!xml.OpenXMLDocument(strXMLSource)) {
+            m_lastError = u"Cannot open backup file %1: %2"_s.arg(strXMLSource, xml.errorString());
+            return false;
+        }
+        xml.GetTelegramsFromXML(elementFor(eType), telegrams);
+    } catch (const UpdaterError &e) {
+        m_lastError = u"Backup file %1: %2"_s.arg(strXMLSource, e.message());
+        return false;
+    }
+
+    const QByteArray select = "DHR;" + QByteArray::number(eType);
+    m_comm->Transceive(select);
+    bool writeEnable = true;
+    if (eType == eCPU) {
+        if (!Unlock(kAccessCode))
+            return false;
+        writeEnable = false;
+    }
+
+    for (const QByteArray &telegram : telegrams) {
+        if (writeEnable)
+            m_comm->Transceive("CEW;1");
+        QByteArray answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+        if (telegram == "CEO;0")
+            writeEnable = false;
+        if (telegram == "CEO;1")
+            m_comm->clock().sleepMs(kWaitAfterCalibrationOpenMs);
+        if (answer.isEmpty()) {
+            m_lastError = kNoOrInvalidAnswer;
+            return false;
+        }
+        // "E;20" (a value the board does not take) counts as accepted.
+        if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+            answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+            if (!CheckRestoreAnswer(telegram, answer)) {
+                m_lastError = invalidAnswer(answer);
+                return false;
+            }
+            if (answer.isEmpty()) {
+                m_lastError = kNoOrInvalidAnswer;
+                return false;
+            }
+        }
+        m_comm->op().letEventsRun();
+    }
+    return true;
+}

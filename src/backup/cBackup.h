@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class cComm;
+class cXML;
+
+// Reads every parameter of the three boards into a backup document (SecureData) and writes one
+// board's parameters back from it (RestoreData). After a failure CurrAction names the board and
+// LastError the exchange that failed.
+//
+// Lives on the engine thread, with the transceiver it is given.
+class cBackup
+{
+public:
+    enum Board : qint32 { eCPU = 0, eMeas = 1, eMain = 2 };
+
+    void Init(cComm *comm);
+    cComm *comm() const { return m_comm; }
+
+    // Creates the backup document at strFileName and fills it from the instrument; true only when
+    // every board was read and the saved file was read back intact.
+    bool SecureData(const QString &strFileName);
+    // Writes the parameters of board eType back from the backup file strXMLSource.
+    bool RestoreData(qint32 eType, const QString &strXMLSource);
+
+    QString CurrAction() const { return m_currAction; }
+    QString LastError() const { return m_lastError; }
+
+    // The catalogue of parameter queries, in sending order.
+    static const QList<QByteArray> &MainBoardQueries();
+    static const QList<QByteArray> &MeasProtectedQueries();
+    static const QList<QByteArray> &MeasUserQueries();
+    static constexpr int kLastProtectedIndex = 27;
+    static constexpr int kLastUserIndex = 56;
+
+    // The access code that unlocks the CPU Board for writes.
+    static constexpr char kAccessCode[] = "QJR4TW";
+
+    // Answer helpers, public for the tests.
+    static QByteArray ExtractValue(const QByteArray &telegram, const QByteArray &answer,
+                                   bool stripTail = false);
+    static bool CheckAnswerCrc(QByteArray &answer);
+    static bool CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &answer);
+    static QByteArray AppendCrc(const QByteArray &telegram);
+
+private:
+    QByteArray SendAndExpect(const QByteArray &telegram, const QByteArray &expected);
+    void StoreIdentity(cXML &xml);
+    bool ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams);
+    bool ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastIndex);
+    bool Unlock(const QByteArray &accessCode);
+
+    cComm *m_comm = nullptr;
+    QString m_currAction;
+    QString m_lastError;
+};

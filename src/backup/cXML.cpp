@@ -1,0 +1,486 @@
+#include "cXML.h"
+
+#include "link/Clock.h"
+#include "link/UpdaterError.h"
+
+#include <QFile>
+#include <QHash>
+#include <QLocale>
+#include <QSaveFile>
+#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kRoot = u"VARIMOsentry"_s;
+
+bool isLatin1(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() <= 0xFF; });
+}
+
+bool isXmlWhitespace(const QString &text)
+{
+    return std::all_of(text.cbegin(), text.cend(), [](QChar c) {
+        return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
+    });
+}
+
+// A text for error messages: bytes that would break a log line are shown as \xNN.
+QString shown(const QString &text)
+{
+    QString out;
+    for (QChar c : text) {
+        if (c.unicode() < 0x20 || (c.unicode() >= 0x7F && c.unicode() < 0xA0))
+            out += u"\\x%1"_s.arg(uint(c.unicode()), 2, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return u'"' + out + u'"';
+}
+
+// XML 1.0 has no way to carry the control characters other than TAB, LF and CR, not even as a
+// character reference; a file holding one does not load again.
+void checkValue(const QByteArray &value, const QString &strWhat)
+{
+    for (const char ch : value) {
+        const auto byte = static_cast<unsigned char>(ch);
+        if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') {
+            throw UpdaterError(u"the value %1 of %2 holds the byte 0x%3, which an XML file "
+                               "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat)
+                                   .arg(uint(byte), 2, 16, QLatin1Char('0')));
+        }
+    }
+}
+
+QByteArray toBytes(const QString &text, const QString &strWhere)
+{
+    if (!isLatin1(text)) {
+        throw UpdaterError(
+            u"%1: the text %2 holds characters that are not bytes"_s.arg(strWhere, shown(text)));
+    }
+    return text.toLatin1();
+}
+
+// The text directly inside an element (not that of its child elements).
+QString ownText(const QDomElement &element)
+{
+    QString text;
+    for (QDomNode n = element.firstChild(); !n.isNull(); n = n.nextSibling()) {
+        if (n.isText())
+            text += n.toText().data();
+    }
+    return text;
+}
+
+// The first element in document order at an absolute path of element names below parent.
+QDomElement findPath(const QDomNode &parent, const QStringList &steps, qsizetype step)
+{
+    for (QDomElement e = parent.firstChildElement(steps[step]); !e.isNull();
+         e = e.nextSiblingElement(steps[step])) {
+        if (step + 1 == steps.size())
+            return e;
+        if (const QDomElement found = findPath(e, steps, step + 1); !found.isNull())
+            return found;
+    }
+    return {};
+}
+
+QDomElement findElement(const QDomDocument &doc, const QString &strPath)
+{
+    const QStringList steps = strPath.split(u'/');
+    if (steps.size() < 2 || !steps.front().isEmpty() || steps.mid(1).contains(QString()))
+        throw UpdaterError(u"%1 is no absolute path of element names"_s.arg(strPath));
+    return findPath(doc, steps, 1);
+}
+
+QString createdText(const QDateTime &now)
+{
+    const QString text = QLocale::system().toString(now.date(), QLocale::ShortFormat) + u' '
+        + now.time().toString(u"HH:mm:ss"_s);
+    // Every text of the document is Latin-1; a locale that writes its dates otherwise gets the
+    // numeric form.
+    return isLatin1(text) ? text : now.toString(u"yyyy-MM-dd HH:mm:ss"_s);
+}
+
+void writeText(QXmlStreamWriter &writer, const QString &text)
+{
+    // A CR written as it is comes back as LF (XML ends its lines so); a character reference
+    // keeps it. TAB and LF inside an element's text come back as they are.
+    qsizetype start = 0;
+    for (qsizetype cr = text.indexOf(u'\r'); cr >= 0; cr = text.indexOf(u'\r', start)) {
+        writer.writeCharacters(text.mid(start, cr - start));
+        writer.writeEntityReference(u"#xd"_s);
+        start = cr + 1;
+    }
+    writer.writeCharacters(text.mid(start));
+}
+
+} // namespace
+
+cXML::cXML(Clock *clock)
+    : m_clock(clock)
+{
+}
+
+void cXML::reset()
+{
+    m_doc = QDomDocument();
+    m_current = QDomElement();
+    m_attributeOrder.clear();
+    m_error.clear();
+}
+
+QString cXML::where() const
+{
+    return m_source.isEmpty() ? u"backup document"_s : u"backup file "_s + m_source;
+}
+
+void cXML::CreateXMLDocument(const QString &strFileName)
+{
+    reset();
+    m_strFileName = strFileName;
+    m_source = strFileName;
+    QDomElement root = m_doc.createElement(kRoot);
+    m_doc.appendChild(root);
+    m_current = root;
+    SetAttribute(u"DocumentVersion"_s, QByteArrayLiteral("1.0"));
+    const QDateTime now = m_clock ? m_clock->now() : QDateTime::currentDateTime();
+    setAttributeInOrder(root, u"Created"_s, createdText(now));
+    SaveXMLDoc();
+}
+
+void cXML::writeElement(QXmlStreamWriter &writer, const QDomElement &element) const
+{
+    writer.writeStartElement(element.tagName());
+    // QXmlStreamWriter writes TAB, LF and CR in attribute values as character references, so
+    // the parser's normalisation of attribute values leaves them as they are.
+    for (const QString &name : attributeNames(element))
+        writer.writeAttribute(name, element.attribute(name));
+    for (QDomNode n = element.firstChild(); !n.isNull(); n = n.nextSibling()) {
+        if (n.isElement())
+            writeElement(writer, n.toElement());
+        else if (n.isText())
+            writeText(writer, n.toText().data());
+    }
+    writer.writeEndElement();
+}
+
+void cXML::SaveXMLDoc()
+{
+    if (m_strFileName.isEmpty())
+        throw UpdaterError(u"the backup document has no file name to be saved to"_s);
+    const QDomElement root = m_doc.documentElement();
+    if (root.isNull())
+        throw UpdaterError(u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
+
+    // QSaveFile writes a temporary file beside the target, flushes it to disk and renames it over
+    // the target; when anything fails on the way, the temporary file is dropped with the object.
+    QSaveFile file(m_strFileName);
+    if (!file.open(QIODevice::WriteOnly)) {
+        throw UpdaterError(
+            u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
+    }
+    QXmlStreamWriter writer(&file);
+    writeElement(writer, root);
+    if (writer.hasError() || !file.commit()) {
+        throw UpdaterError(
+            u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
+    }
+}
+
+QDomElement cXML::requireCurrent(const char *operation) const
+{
+    if (m_current.isNull()) {
+        throw UpdaterError(u"%1: no current element in the %2 (none created or opened)"_s.arg(
+            QString::fromLatin1(operation), where()));
+    }
+    return m_current;
+}
+
+QStringList cXML::attributeNames(const QDomElement &element) const
+{
+    for (auto it = m_attributeOrder.crbegin(); it != m_attributeOrder.crend(); ++it) {
+        if (it->element == element)
+            return it->names;
+    }
+    return {};
+}
+
+void cXML::setAttributeInOrder(QDomElement &element, const QString &strName,
+                               const QString &value)
+{
+    element.setAttribute(strName, value);
+    for (auto it = m_attributeOrder.rbegin(); it != m_attributeOrder.rend(); ++it) {
+        if (it->element == element) {
+            if (!it->names.contains(strName))
+                it->names.append(strName);
+            return;
+        }
+    }
+    m_attributeOrder.append({element, {strName}});
+}
+
+void cXML::SetAttribute(const QString &strName, const QByteArray &value)
+{
+    QDomElement current = requireCurrent("SetAttribute");
+    checkValue(value, u"attribute %1 of <%2>"_s.arg(strName, current.tagName()));
+    setAttributeInOrder(current, strName, QString::fromLatin1(value));
+}
+
+QDomElement cXML::createElement(const QString &strName, const QByteArray &text)
+{
+    checkValue(text, u"<%1>"_s.arg(strName));
+    QDomElement element = m_doc.createElement(strName);
+    // No text node for an empty text: the element then reads back exactly as it was written.
+    if (!text.isEmpty())
+        element.appendChild(m_doc.createTextNode(QString::fromLatin1(text)));
+    return element;
+}
+
+void cXML::CreateAndSetChild(const QString &strName, const QByteArray &text)
+{
+    QDomElement current = requireCurrent("CreateAndSetChild");
+    QDomElement child = createElement(strName, text);
+    current.appendChild(child);
+    m_current = child;
+}
+
+void cXML::AppendToCurrent(const QString &strName, const QByteArray &text)
+{
+    CreateAndSetChild(strName, text);
+    SetParent();
+}
+
+void cXML::CreateAndSetSibling(const QString &strName, const QByteArray &text)
+{
+    QDomElement current = requireCurrent("CreateAndSetSibling");
+    QDomElement sibling = createElement(strName, text);
+    SetParent();
+    m_current.appendChild(sibling);
+    m_current = sibling;
+}
+
+void cXML::SetParent()
+{
+    const QDomElement current = requireCurrent("SetParent");
+    const QDomElement parent = current.parentNode().toElement();
+    if (parent.isNull()) {
+        throw UpdaterError(
+            u"SetParent: <%1> has no parent element in the %2"_s.arg(current.tagName(), where()));
+    }
+    m_current = parent;
+}
+
+bool cXML::OpenXMLDocument(const QString &strFileName)
+{
+    reset();
+    m_source = strFileName;
+    QFile file(strFileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_error = file.errorString();
+        return false;
+    }
+
+    QXmlStreamReader reader(&file);
+    // Names and xmlns attributes are taken as they are written.
+    reader.setNamespaceProcessing(false);
+    QDomNode parent = m_doc;
+    while (!reader.atEnd()) {
+        switch (reader.readNext()) {
+        case QXmlStreamReader::StartElement: {
+            QDomElement element = m_doc.createElement(reader.qualifiedName().toString());
+            QStringList names;
+            const QXmlStreamAttributes attributes = reader.attributes();
+            for (const QXmlStreamAttribute &attribute : attributes) {
+                names.append(attribute.qualifiedName().toString());
+                element.setAttribute(names.back(), attribute.value().toString());
+            }
+            if (!names.isEmpty())
+                m_attributeOrder.append({element, names});
+            parent.appendChild(element);
+            parent = element;
+            break;
+        }
+        case QXmlStreamReader::EndElement: {
+            // Whitespace between child elements is layout, not a value.
+            const QDomElement element = parent.toElement();
+            if (!element.firstChildElement().isNull()) {
+                for (QDomNode n = element.firstChild(); !n.isNull();) {
+                    const QDomNode next = n.nextSibling();
+                    if (n.isText() && isXmlWhitespace(n.toText().data()))
+                        parent.removeChild(n);
+                    n = next;
+                }
+            }
+            parent = parent.parentNode();
+            break;
+        }
+        case QXmlStreamReader::Characters:
+            // Text outside the root element can only be whitespace.
+            if (parent.isElement()) {
+                QDomNode last = parent.lastChild();
+                if (last.isText())
+                    last.toText().appendData(reader.text().toString());
+                else
+                    parent.appendChild(m_doc.createTextNode(reader.text().toString()));
+            }
+            break;
+        case QXmlStreamReader::EntityReference:
+            reader.raiseError(u"the entity &%1; cannot be resolved"_s.arg(reader.name()));
+            break;
+        default:
+            // The XML declaration, comments, processing instructions and a document type carry
+            // nothing of a backup.
+            break;
+        }
+    }
+    if (reader.hasError()) {
+        const QString why = u"line %1, column %2: %3"_s.arg(reader.lineNumber())
+                                .arg(reader.columnNumber())
+                                .arg(reader.errorString());
+        reset();
+        m_error = why;
+        return false;
+    }
+    return CheckXML();
+}
+
+bool cXML::CheckXML()
+{
+    m_error.clear();
+    m_current = m_doc.documentElement();
+    if (m_current.isNull())
+        m_error = u"the document has no root element"_s;
+    else if (m_current.tagName() != kRoot)
+        m_error = u"the root element is <%1>, not <%2>"_s.arg(m_current.tagName(), kRoot);
+    else if (m_current.firstChildElement().isNull())
+        m_error = u"the root element <%1> is empty"_s.arg(kRoot);
+    return m_error.isEmpty();
+}
+
+QDomElement cXML::elementAt(const QString &strPath) const
+{
+    const QDomElement element = findElement(m_doc, strPath);
+    if (element.isNull())
+        throw UpdaterError(u"%1: no element %2"_s.arg(where(), strPath));
+    return element;
+}
+
+QByteArray cXML::GetValueOfElement(const QString &strPath)
+{
+    m_current = elementAt(strPath);
+    return toBytes(m_current.text(), u"%1: %2"_s.arg(where(), strPath));
+}
+
+QByteArray cXML::GetAttrOfElement(const QString &strPath, const QString &strAttribute)
+{
+    m_current = elementAt(strPath);
+    if (!m_current.hasAttribute(strAttribute)) {
+        throw UpdaterError(
+            u"%1: element %2 has no attribute %3"_s.arg(where(), strPath, strAttribute));
+    }
+    return toBytes(m_current.attribute(strAttribute),
+                   u"%1: %2/@%3"_s.arg(where(), strPath, strAttribute));
+}
+
+void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &telegrams) const
+{
+    const QString board = u"/"_s + kRoot + u'/' + strBoard;
+    QList<QByteArray> result;
+    // Appends one telegram per child element of the group: its attribute values, each followed
+    // by ";", then its text; or, with an index prefix, prefix + position + ";" + text.
+    const auto addGroup = [&](const QString &strPath, const QByteArray &indexPrefix) {
+        const QDomElement group = elementAt(strPath);
+        int position = 0;
+        for (QDomElement value = group.firstChildElement(); !value.isNull();
+             value = value.nextSiblingElement(), ++position) {
+            const QString here = u"%1: %2/*[%3]"_s.arg(where(), strPath).arg(position + 1);
+            QByteArray telegram;
+            if (indexPrefix.isEmpty()) {
+                for (const QString &name : attributeNames(value))
+                    telegram += toBytes(value.attribute(name), here) + ';';
+            } else {
+                telegram = indexPrefix + QByteArray::number(position) + ';';
+            }
+            result.append(telegram + toBytes(value.text(), here));
+        }
+    };
+
+    if (strBoard == u"Mainboard") {
+        addGroup(board, {});
+    } else if (strBoard == u"Measureboard") {
+        addGroup(board + u"/User"_s, {});
+        addGroup(board + u"/Protected"_s, {});
+    } else if (strBoard == u"CPUboard") {
+        // By position in the group, not by the id attribute.
+        addGroup(board + u"/User"_s, QByteArrayLiteral("DUV;"));
+        addGroup(board + u"/Protected"_s, QByteArrayLiteral("DPV;"));
+        result.append(QByteArrayLiteral("USR"));
+    } else {
+        return;
+    }
+    telegrams = result;
+}
+
+QString cXML::FirstDifference(const cXML &other, const QString &strBoard) const
+{
+    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    const QDomElement mine = findElement(m_doc, path);
+    const QDomElement theirs = findElement(other.m_doc, path);
+    if (mine.isNull() || theirs.isNull()) {
+        if (mine.isNull() && theirs.isNull())
+            return path + u": missing in both documents"_s;
+        return path + (mine.isNull() ? u": missing here"_s : u": missing in the other document"_s);
+    }
+    return difference(mine, other, theirs, path);
+}
+
+QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomElement &theirs,
+                         const QString &strPath) const
+{
+    const auto differ = [&](const QString &strWhere, const QString &what, const QString &a,
+                            const QString &b) {
+        return u"%1: %2%3 here, %4 in the other document"_s.arg(strWhere, what, a, b);
+    };
+    if (mine.tagName() != theirs.tagName())
+        return differ(strPath, u"element "_s, mine.tagName(), theirs.tagName());
+    const QStringList names = attributeNames(mine);
+    const QStringList theirNames = other.attributeNames(theirs);
+    if (names != theirNames) {
+        return differ(strPath, u"attributes "_s, u"(%1)"_s.arg(names.join(u", "_s)),
+                      u"(%1)"_s.arg(theirNames.join(u", "_s)));
+    }
+    for (const QString &name : names) {
+        if (mine.attribute(name) != theirs.attribute(name)) {
+            return differ(strPath + u"/@"_s + name, {}, shown(mine.attribute(name)),
+                          shown(theirs.attribute(name)));
+        }
+    }
+    if (ownText(mine) != ownText(theirs))
+        return differ(strPath, u"text "_s, shown(ownText(mine)), shown(ownText(theirs)));
+
+    QHash<QString, int> seen;
+    QDomElement a = mine.firstChildElement();
+    QDomElement b = theirs.firstChildElement();
+    for (; !a.isNull() && !b.isNull(); a = a.nextSiblingElement(), b = b.nextSiblingElement()) {
+        const QString childPath = u"%1/%2[%3]"_s.arg(strPath, a.tagName()).arg(++seen[a.tagName()]);
+        if (const QString found = difference(a, other, b, childPath); !found.isEmpty())
+            return found;
+    }
+    if (!a.isNull() || !b.isNull()) {
+        const auto elements = [](QDomElement e) {
+            int n = 0;
+            for (e = e.firstChildElement(); !e.isNull(); e = e.nextSiblingElement())
+                ++n;
+            return n;
+        };
+        return differ(strPath, {}, u"%1 child elements"_s.arg(elements(mine)),
+                      QString::number(elements(theirs)));
+    }
+    return {};
+}

@@ -1,7 +1,12 @@
 #include "cControler.h"
 
+#include "FirmwareFiles.h"
 #include "link/Clock.h"
 #include "link/cComm.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -143,4 +148,41 @@ bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
         }
     }
     return false;
+}
+
+void cControler::InitFromBinFile(const QString &dir, const QString &sFile, const QString &pattern,
+                                 qint32 p_eType)
+{
+    m_toolTipText.clear();
+    m_name.clear();
+    m_build.clear();
+    m_serialNumber.clear();
+    m_enabled = true;
+    m_binFileName = sFile;
+    m_controler = p_eType;
+    m_firmware = u"<not found>"_s;
+    m_color = kRed;
+    m_validFile = false;
+    m_lastError.clear();
+
+    const QString path = QFileInfo(sFile).isAbsolute() ? sFile : QDir(dir).filePath(sFile);
+    if (!m_binFileName.isEmpty() && modHelper::FileExists(path)) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            m_firmware = u"<invalid>"_s;
+            m_lastError = u"Cannot open %1: %2"_s.arg(path, file.errorString());
+            return;
+        }
+        const qint64 length = file.size();
+        if (length / 128 != MaxNumOfPackages() || length % 128 != 0) {
+            m_firmware = length != 0 ? u"<invalid size>"_s : u"<empty>"_s;
+        } else {
+            m_validFile = true;
+            m_color = kBlack;
+            m_firmware =
+                modHelper::VersionFromFileName(modHelper::SplitPath(sFile, false), pattern);
+            m_name = m_binFileName;
+        }
+    }
+    m_toolTipText = modHelper::SplitPath(m_binFileName, false);
 }

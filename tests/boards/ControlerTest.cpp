@@ -3,6 +3,8 @@
 #include "support/ScriptedLine.h"
 #include "support/ScriptedOperator.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -205,5 +207,57 @@ TEST_F(InitFromDevice, WaitingBootloaderFoundByTheProbe)
     EXPECT_TRUE(board.IsInBTLMode());
     EXPECT_EQ(line.writes.count("DHR;4\r\n"), 1);
 }
+
+struct BinFileCase
+{
+    const char *what;
+    const char *file; // created with size bytes unless null
+    qint64 size;
+    qint32 kind;
+    const char *firmware;
+    qint32 color;
+    bool valid;
+};
+
+class InitFromBinFile : public ::testing::TestWithParam<BinFileCase>
+{
+};
+
+TEST_P(InitFromBinFile, ChecksTheImageSize)
+{
+    const BinFileCase c = GetParam();
+    QTemporaryDir dir;
+    QString name;
+    if (c.file) {
+        name = QString::fromLatin1(c.file);
+        QFile f(dir.filePath(name));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(c.size, '\x5a'));
+    }
+    cControler board;
+    board.InitFromBinFile(dir.path(), name, u"FW_MAINBOARD_XXX_CRC"_s, c.kind);
+    EXPECT_EQ(board.Firmware(), QString::fromLatin1(c.firmware)) << c.what;
+    EXPECT_EQ(board.Color(), c.color) << c.what;
+    EXPECT_EQ(board.ValidBinFile(), c.valid) << c.what;
+    EXPECT_EQ(board.BinFileName(), name);
+    EXPECT_EQ(board.ToolTipText(), name);
+    EXPECT_EQ(board.Name(), c.valid ? name : QString());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, InitFromBinFile,
+    ::testing::Values(BinFileCase {"no file", nullptr, 0, cControler::eMain, "<not found>", 255,
+                                   false},
+                      BinFileCase {"valid", "FW_MAINBOARD_103_CRC1.bin", 14336, cControler::eMain,
+                                   "1.03", 0, true},
+                      BinFileCase {"empty", "FW_MAINBOARD_103_CRC1.bin", 0, cControler::eMain,
+                                   "<empty>", 255, false},
+                      BinFileCase {"one byte too long", "FW_MAINBOARD_103_CRC1.bin", 14337,
+                                   cControler::eMain, "<invalid size>", 255, false},
+                      BinFileCase {"size of another board", "FW_MAINBOARD_103_CRC1.bin", 126976,
+                                   cControler::eMain, "<invalid size>", 255, false},
+                      BinFileCase {"short version part, valid size", "FW_MAINBOARD_1", 14336,
+                                   cControler::eMain, "", 0, true}),
+    [](const auto &info) { return "case" + std::to_string(info.index); });
 
 } // namespace

@@ -9,7 +9,6 @@
 #include <QSaveFile>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
-
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -25,9 +24,8 @@ bool isLatin1(const QString &text)
 
 bool isXmlWhitespace(const QString &text)
 {
-    return std::all_of(text.cbegin(), text.cend(), [](QChar c) {
-        return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
-    });
+    return std::all_of(text.cbegin(), text.cend(),
+                       [](QChar c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; });
 }
 
 // A text for error messages: bytes that would break a log line are shown as \xNN.
@@ -100,8 +98,8 @@ QDomElement findElement(const QDomDocument &doc, const QString &strPath)
 
 QString createdText(const QDateTime &now)
 {
-    const QString text = QLocale::system().toString(now.date(), QLocale::ShortFormat) + u' '
-        + now.time().toString(u"HH:mm:ss"_s);
+    const QString text = QLocale::system().toString(now.date(), QLocale::ShortFormat) + u' ' +
+        now.time().toString(u"HH:mm:ss"_s);
     // Every text of the document is Latin-1; a locale that writes its dates otherwise gets the
     // numeric form.
     return isLatin1(text) ? text : now.toString(u"yyyy-MM-dd HH:mm:ss"_s);
@@ -176,7 +174,8 @@ void cXML::SaveXMLDoc()
         throw UpdaterError(u"the backup document has no file name to be saved to"_s);
     const QDomElement root = m_doc.documentElement();
     if (root.isNull())
-        throw UpdaterError(u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
+        throw UpdaterError(
+            u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
 
     // QSaveFile writes a temporary file beside the target, flushes it to disk and renames it over
     // the target; when anything fails on the way, the temporary file is dropped with the object.
@@ -211,8 +210,7 @@ QStringList cXML::attributeNames(const QDomElement &element) const
     return {};
 }
 
-void cXML::setAttributeInOrder(QDomElement &element, const QString &strName,
-                               const QString &value)
+void cXML::setAttributeInOrder(QDomElement &element, const QString &strName, const QString &value)
 {
     element.setAttribute(strName, value);
     for (auto it = m_attributeOrder.rbegin(); it != m_attributeOrder.rend(); ++it) {

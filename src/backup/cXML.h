@@ -17,8 +17,9 @@ class QXmlStreamWriter;
 // telegrams from it.
 //
 //   <VARIMOsentry DocumentVersion="1.0" Created="...">
-//     <Mainboard Name=".." Firmware=".." Build=".."><Value Telegram="CH">12.5</Value>...</Mainboard>
-//     <Measureboard ...><Protected><Value Telegram="CEF;0;0">..</Value>...</Protected>
+//     <Mainboard Name=".." Firmware=".." Build=".."><Value
+//     Telegram="CH">12.5</Value>...</Mainboard> <Measureboard ...><Protected><Value
+//     Telegram="CEF;0;0">..</Value>...</Protected>
 //                       <User>...</User></Measureboard>
 //     <CPUboard ...><Protected><Value id="0">..</Value>...</Protected><User>...</User></CPUboard>
 //   </VARIMOsentry>

@@ -4,7 +4,6 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QRegularExpression>
-
 #include <algorithm>
 #include <stdexcept>
 
@@ -28,8 +27,8 @@ QRegularExpression wildcard(const QString &strPattern)
             expression += QRegularExpression::escape(QString(c));
     }
     return QRegularExpression(QRegularExpression::anchoredPattern(expression),
-                              QRegularExpression::CaseInsensitiveOption
-                                  | QRegularExpression::DotMatchesEverythingOption);
+                              QRegularExpression::CaseInsensitiveOption |
+                                  QRegularExpression::DotMatchesEverythingOption);
 }
 
 } // namespace
@@ -47,16 +46,14 @@ QString FindNewestFile(const QString &strDir, const QString &strPattern)
     return files.isEmpty() ? QString() : files.back();
 }
 
-QStringList ListFiles(const QString &strDir, const QString &strPrefix,
-                      const QString &strExtension)
+QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QString &strExtension)
 {
     QString pattern = strPrefix.trimmed().isEmpty() ? u"*."_s : u"*"_s + strPrefix + u"*."_s;
     pattern += strExtension.isEmpty() ? u"*"_s : strExtension;
     const QRegularExpression match = wildcard(pattern);
 
     QStringList names;
-    const QStringList entries =
-        QDir(strDir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted);
+    const QStringList entries = QDir(strDir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted);
     for (const QString &name : entries) {
         if (match.match(name).hasMatch())
             names.append(name);
@@ -84,8 +81,8 @@ void SortStrings(QStringList &list, qsizetype lo, qsizetype hi)
         return;
     if (lo < 0 || hi >= list.size())
         throw std::out_of_range("SortStrings: range outside the list");
-    const QString pivot = list.at(QRandomGenerator::global()->bounded(qint64(lo), qint64(hi) + 1))
-                              .toUpper();
+    const QString pivot =
+        list.at(QRandomGenerator::global()->bounded(qint64(lo), qint64(hi) + 1)).toUpper();
     qsizetype i = lo;
     qsizetype j = hi;
     while (i <= j) {

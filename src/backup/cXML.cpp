@@ -48,9 +48,10 @@ void checkValue(const QByteArray &value, const QString &strWhat)
     for (const char ch : value) {
         const auto byte = static_cast<unsigned char>(ch);
         if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') {
-            throw UpdaterError(u"the value %1 of %2 holds the byte 0x%3, which an XML file "
-                               "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat)
-                                   .arg(uint(byte), 2, 16, QLatin1Char('0')));
+            const QString hex = u"%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'));
+            throw UpdaterError(
+                u"the value %1 of %2 holds the byte 0x%3, which an XML file "
+                "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat, hex));
         }
     }
 }
@@ -177,19 +178,34 @@ void cXML::SaveXMLDoc()
         throw UpdaterError(
             u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
 
+    QByteArray content;
+    QXmlStreamWriter writer(&content);
+    writeElement(writer, root);
+    if (writer.hasError()) {
+        throw UpdaterError(u"cannot save backup file %1: the document holds characters that XML "
+                           "cannot carry"_s.arg(m_strFileName));
+    }
+
     // QSaveFile writes a temporary file beside the target, flushes it to disk and renames it over
     // the target; when anything fails on the way, the temporary file is dropped with the object.
+    // Unbuffered, because QSaveFile::commit does not check its last flush (a full disk would put
+    // a torn file in place of the old one); here every write is checked, and a short write is
+    // repeated until the system names the error.
     QSaveFile file(m_strFileName);
-    if (!file.open(QIODevice::WriteOnly)) {
-        throw UpdaterError(
+    const auto failed = [&] {
+        return UpdaterError(
             u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
+    };
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        throw failed();
+    for (qint64 done = 0; done < content.size();) {
+        const qint64 written = file.write(content.constData() + done, content.size() - done);
+        if (written <= 0)
+            throw failed();
+        done += written;
     }
-    QXmlStreamWriter writer(&file);
-    writeElement(writer, root);
-    if (writer.hasError() || !file.commit()) {
-        throw UpdaterError(
-            u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
-    }
+    if (!file.commit())
+        throw failed();
 }
 
 QDomElement cXML::requireCurrent(const char *operation) const
@@ -287,7 +303,8 @@ bool cXML::OpenXMLDocument(const QString &strFileName)
     QXmlStreamReader reader(&file);
     // Names and xmlns attributes are taken as they are written.
     reader.setNamespaceProcessing(false);
-    QDomNode parent = m_doc;
+    // Null until the root element starts (the document itself is made with its first element).
+    QDomNode parent;
     while (!reader.atEnd()) {
         switch (reader.readNext()) {
         case QXmlStreamReader::StartElement: {
@@ -300,7 +317,10 @@ bool cXML::OpenXMLDocument(const QString &strFileName)
             }
             if (!names.isEmpty())
                 m_attributeOrder.append({element, names});
-            parent.appendChild(element);
+            if (parent.isNull())
+                m_doc.appendChild(element);
+            else
+                parent.appendChild(element);
             parent = element;
             break;
         }
@@ -397,7 +417,8 @@ void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &teleg
         int position = 0;
         for (QDomElement value = group.firstChildElement(); !value.isNull();
              value = value.nextSiblingElement(), ++position) {
-            const QString here = u"%1: %2/*[%3]"_s.arg(where(), strPath).arg(position + 1);
+            const QString here =
+                u"%1: %2/*[%3]"_s.arg(where(), strPath, QString::number(position + 1));
             QByteArray telegram;
             if (indexPrefix.isEmpty()) {
                 for (const QString &name : attributeNames(value))
@@ -466,7 +487,8 @@ QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomE
     QDomElement a = mine.firstChildElement();
     QDomElement b = theirs.firstChildElement();
     for (; !a.isNull() && !b.isNull(); a = a.nextSiblingElement(), b = b.nextSiblingElement()) {
-        const QString childPath = u"%1/%2[%3]"_s.arg(strPath, a.tagName()).arg(++seen[a.tagName()]);
+        const QString childPath =
+            u"%1/%2[%3]"_s.arg(strPath, a.tagName(), QString::number(++seen[a.tagName()]));
         if (const QString found = difference(a, other, b, childPath); !found.isEmpty())
             return found;
     }

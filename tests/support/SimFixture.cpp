@@ -72,6 +72,8 @@ QByteArrayList SimFixture::logLines() const
         line.chop(line.endsWith('\r') ? 1 : 0);
         if (line.size() > 11 && line[2] == ':' && line.mid(8, 3) == " : ")
             line = line.mid(11);
+        while (line.startsWith('\t'))
+            line.remove(0, 1);
         if (!line.isEmpty())
             lines << line;
     }

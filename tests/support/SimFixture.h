@@ -29,12 +29,12 @@ protected:
     // The same, counted from the last call of markTrace().
     QByteArrayList receivedSinceMark() const;
     void markTrace();
-    // The lines of the updater's log file without their time stamps.
+    // The lines of the updater's log file without their time stamps and indents.
     QByteArrayList logLines() const;
     QString path(const QString &name) const { return dir.filePath(name); }
 
     // Writes firmware files for the three boards into the program folder; returns their names
-    // (CPU Board, Measuring Module, Main Board).
+    // (CPU Board, Main Board, Measuring Module).
     QStringList writeFirmware(const QByteArray &cpu, const QByteArray &meas,
                               const QByteArray &main);
 

@@ -80,6 +80,8 @@ void Instrument::deliverPiece(const QByteArray &piece)
             m_selectWatch.clear();
             int board = 0;
             if (isSelect(select, &board)) {
+                if (!target->bootloaderListening())
+                    trace(Trace::Entry::Received, select); // a listening one traced it
                 InstrumentObserver::Exchange exchange;
                 exchange.telegram = select;
                 m_exchange = &exchange;

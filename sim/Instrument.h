@@ -2,7 +2,7 @@
 
 #include "BoardHost.h"
 #include "CpuBoard.h"
-#include "FaultRules.h"
+#include "FaultInjector.h"
 #include "InstrumentState.h"
 #include "LinePacer.h"
 #include "PeripheralBoard.h"

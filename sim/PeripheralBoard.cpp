@@ -56,7 +56,7 @@ void PeripheralBoard::resume()
 void PeripheralBoard::bytes(const QByteArray &bytes)
 {
     // An idle bootloader does not listen until its bootloader side is selected.
-    if (m_state.mode == BoardMode::Requesting || m_state.mode == BoardMode::Receiving)
+    if (bootloaderListening())
         m_bootloader.receive(bytes);
 }
 

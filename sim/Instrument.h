@@ -127,6 +127,7 @@ private:
     void switchOn(bool updateMode);
     void switchOff();
     void note(const QByteArray &text) { trace(Trace::Entry::Event, text); }
+    void noteFaults(const QByteArrayList &rules);
 
     Scheduler &m_scheduler;
     InstrumentState m_state;

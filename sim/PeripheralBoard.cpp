@@ -40,17 +40,9 @@ void PeripheralBoard::switchedOff()
 
 void PeripheralBoard::resume()
 {
-    switch (m_state.mode) {
-    case BoardMode::Requesting:
-    case BoardMode::Receiving:
+    m_state.mode = InstrumentState::settledMode(m_kind, m_state.mode);
+    if (m_state.mode == BoardMode::Requesting)
         m_bootloader.startRequesting(m_host.timing().firstRequestDelayMs);
-        break;
-    case BoardMode::Restarting:
-        m_state.mode = BoardMode::Application;
-        break;
-    default:
-        break;
-    }
 }
 
 void PeripheralBoard::bytes(const QByteArray &bytes)

@@ -55,22 +55,11 @@ void CpuBoard::switchedOff()
 
 void CpuBoard::resume()
 {
-    switch (m_state.mode) {
-    case BoardMode::UpdateMode:
+    m_state.mode = InstrumentState::settledMode(BoardKind::Cpu, m_state.mode);
+    if (m_state.mode == BoardMode::UpdateMode)
         announceSoon();
-        break;
-    case BoardMode::Requesting:
+    else if (m_state.mode == BoardMode::Requesting)
         m_bootloader.startRequesting(m_host.timing().firstRequestDelayMs);
-        break;
-    case BoardMode::Receiving:
-        m_state.mode = BoardMode::Waiting;
-        break;
-    case BoardMode::Restarting:
-        m_state.mode = BoardMode::Application;
-        break;
-    default:
-        break;
-    }
 }
 
 void CpuBoard::bytes(const QByteArray &bytes)

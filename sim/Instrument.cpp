@@ -43,8 +43,7 @@ void Instrument::receive(const QByteArray &bytes)
         return;
     QByteArrayList acted;
     const QByteArray filtered = m_faults.filter(FaultRule::Direction::In, bytes, &acted);
-    for (const QByteArray &rule : acted)
-        note("fault: " + rule);
+    noteFaults(acted);
     m_in.send(filtered);
 }
 
@@ -80,6 +79,8 @@ void Instrument::deliverPiece(const QByteArray &piece)
             m_selectWatch.clear();
             int board = 0;
             if (isSelect(select, &board)) {
+                if (!target->bootloaderListening())
+                    trace(Trace::Entry::Received, select); // a listening one traced it
                 InstrumentObserver::Exchange exchange;
                 exchange.telegram = select;
                 m_exchange = &exchange;
@@ -114,8 +115,7 @@ void Instrument::handleTelegram(const QByteArray &telegram)
     QByteArrayList acted;
     const FaultInjector::Fate fate =
         m_faults.onTelegram(telegram, &replacement, &unplugAfter, &acted);
-    for (const QByteArray &rule : acted)
-        note("fault: " + rule);
+    noteFaults(acted);
 
     if (fate == FaultInjector::Fate::Ignore) {
         exchange.handler = Handler::Fault;
@@ -235,8 +235,7 @@ void Instrument::emitBytes(BoardKind from, const QByteArray &bytes)
     trace(Trace::Entry::Sent, withoutLineEnd(bytes));
     QByteArrayList acted;
     const QByteArray filtered = m_faults.filter(FaultRule::Direction::Out, bytes, &acted);
-    for (const QByteArray &rule : acted)
-        note("fault: " + rule);
+    noteFaults(acted);
     m_out.send(filtered);
 }
 
@@ -395,6 +394,12 @@ void Instrument::removeObserver(InstrumentObserver *observer)
 
 // ---- BoardHost ----
 
+void Instrument::noteFaults(const QByteArrayList &rules)
+{
+    for (const QByteArray &rule : rules)
+        note("fault: " + rule);
+}
+
 void Instrument::trace(Trace::Entry::Kind kind, const QByteArray &text)
 {
     m_trace.add(m_scheduler.nowMs(), kind, text);
@@ -410,8 +415,7 @@ bool Instrument::refuseBlock(int index)
 {
     QByteArrayList acted;
     const bool refuse = m_faults.refuseBlock(index, &acted);
-    for (const QByteArray &rule : acted)
-        note("fault: " + rule);
+    noteFaults(acted);
     return refuse;
 }
 
@@ -420,8 +424,7 @@ void Instrument::blockAcknowledged(int index)
     QByteArrayList acted;
     if (!m_faults.unplugAfterBlock(index, &acted))
         return;
-    for (const QByteArray &rule : acted)
-        note("fault: " + rule);
+    noteFaults(acted);
     const qint64 lineMs = (m_out.transferTimeUs(1) + 999) / 1000;
     m_unplugTimer.start(m_timing.answerDelayMs + lineMs + 1, [this] { unplug(); });
 }

@@ -2,7 +2,7 @@
 
 #include "BoardHost.h"
 #include "CpuBoard.h"
-#include "FaultRules.h"
+#include "FaultInjector.h"
 #include "InstrumentState.h"
 #include "LinePacer.h"
 #include "PeripheralBoard.h"
@@ -127,6 +127,7 @@ private:
     void switchOn(bool updateMode);
     void switchOff();
     void note(const QByteArray &text) { trace(Trace::Entry::Event, text); }
+    void noteFaults(const QByteArrayList &rules);
 
     Scheduler &m_scheduler;
     InstrumentState m_state;

@@ -62,6 +62,15 @@ InstrumentState InstrumentState::defaults()
     return state;
 }
 
+BoardMode InstrumentState::settledMode(BoardKind kind, BoardMode mode)
+{
+    if (mode == BoardMode::Receiving)
+        return kind == BoardKind::Cpu ? BoardMode::Waiting : BoardMode::Requesting;
+    if (mode == BoardMode::Restarting)
+        return BoardMode::Application;
+    return mode;
+}
+
 void InstrumentState::resetToFactory(BoardKind kind, BoardState &board)
 {
     for (auto it = board.values.begin(); it != board.values.end(); ++it) {
@@ -77,13 +86,7 @@ QByteArray toJson(const InstrumentState &state)
     QJsonObject boards;
     for (BoardKind kind : kAllBoards) {
         const BoardState &b = state.board(kind);
-        // A board cannot be saved in the middle of a transfer or restart: it is saved where it
-        // would be found when switched on again.
-        BoardMode mode = b.mode;
-        if (mode == BoardMode::Receiving)
-            mode = kind == BoardKind::Cpu ? BoardMode::Waiting : BoardMode::Requesting;
-        else if (mode == BoardMode::Restarting)
-            mode = BoardMode::Application;
+        const BoardMode mode = InstrumentState::settledMode(kind, b.mode);
         QJsonObject values;
         for (auto it = b.values.cbegin(); it != b.values.cend(); ++it)
             values.insert(text(it.key()), text(it.value()));

@@ -43,6 +43,9 @@ struct InstrumentState
     static InstrumentState defaults();
     // Every writable parameter of the board back to its factory value.
     static void resetToFactory(BoardKind kind, BoardState &board);
+    // Where a board in mode is found when it is picked up again (loaded, or saved): a transfer
+    // in progress has broken off (CPU Board waiting, the others asking), a restart is done.
+    static BoardMode settledMode(BoardKind kind, BoardMode mode);
 };
 
 // The state file: JSON with the values as Latin-1 text (lossless for bytes 0-255).

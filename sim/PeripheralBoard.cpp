@@ -40,23 +40,15 @@ void PeripheralBoard::switchedOff()
 
 void PeripheralBoard::resume()
 {
-    switch (m_state.mode) {
-    case BoardMode::Requesting:
-    case BoardMode::Receiving:
+    m_state.mode = InstrumentState::settledMode(m_kind, m_state.mode);
+    if (m_state.mode == BoardMode::Requesting)
         m_bootloader.startRequesting(m_host.timing().firstRequestDelayMs);
-        break;
-    case BoardMode::Restarting:
-        m_state.mode = BoardMode::Application;
-        break;
-    default:
-        break;
-    }
 }
 
 void PeripheralBoard::bytes(const QByteArray &bytes)
 {
     // An idle bootloader does not listen until its bootloader side is selected.
-    if (m_state.mode == BoardMode::Requesting || m_state.mode == BoardMode::Receiving)
+    if (bootloaderListening())
         m_bootloader.receive(bytes);
 }
 

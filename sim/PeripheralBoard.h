@@ -20,6 +20,11 @@ public:
     BoardKind kind() const { return m_kind; }
     // Bytes go to the bootloader as they come (no telegrams).
     bool inBootloader() const;
+    // The bootloader reads those bytes (it is not idle).
+    bool bootloaderListening() const
+    {
+        return m_state.mode == BoardMode::Requesting || m_state.mode == BoardMode::Receiving;
+    }
 
     void switchedOn();
     void switchedOff();

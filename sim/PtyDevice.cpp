@@ -121,6 +121,10 @@ void PtyDevice::writePending()
 
 void PtyDevice::readMaster()
 {
+    // Whoever wrote this has the port open: take note of the opening first, or an immediate
+    // answer would be dropped as sent to a closed port.
+    if (m_watch >= 0)
+        readWatch();
     char buf[4096];
     for (;;) {
         const ssize_t n = ::read(m_master, buf, sizeof buf);

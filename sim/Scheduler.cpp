@@ -1,6 +1,6 @@
 #include "Scheduler.h"
 
-#include "link/Clock.h"
+#include <algorithm>
 
 qint64 VirtualScheduler::nowMs() const
 {
@@ -28,40 +28,32 @@ TimerScheduler::TimerScheduler(QObject *parent)
 
 quint64 TimerScheduler::scheduleIn(qint64 delayMs, Callback cb)
 {
-    const quint64 id = m_nextId++;
-    m_events.emplace(Key {nowMs() + qMax<qint64>(delayMs, 0), id}, std::move(cb));
+    const quint64 id = m_queue.schedule(nowMs() + qMax<qint64>(delayMs, 0), std::move(cb));
     arm();
     return id;
 }
 
 void TimerScheduler::cancel(quint64 id)
 {
-    for (auto it = m_events.begin(); it != m_events.end(); ++it) {
-        if (it->first.id == id) {
-            m_events.erase(it);
-            break;
-        }
-    }
+    m_queue.cancel(id);
     arm();
 }
 
 void TimerScheduler::runDue()
 {
-    while (!m_events.empty() && m_events.begin()->first.atMs <= nowMs()) {
-        auto node = m_events.extract(m_events.begin());
-        node.mapped()();
-    }
+    m_queue.advanceTo(nowMs());
     arm();
 }
 
 void TimerScheduler::arm()
 {
-    if (m_events.empty()) {
+    const qint64 next = m_queue.nextEventMs();
+    if (next < 0) {
         m_timer.stop();
         return;
     }
-    const qint64 wait = qMax<qint64>(m_events.begin()->first.atMs - nowMs(), 0);
-    m_timer.start(int(qMin<qint64>(wait, 24 * 3600 * 1000)));
+    constexpr qint64 kLongestWaitMs = 24 * 3600 * 1000;
+    m_timer.start(int(std::clamp<qint64>(next - nowMs(), 0, kLongestWaitMs)));
 }
 
 void SimTimer::start(qint64 delayMs, Scheduler::Callback cb)

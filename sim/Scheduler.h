@@ -1,12 +1,11 @@
 #pragma once
 
+#include "link/Clock.h"
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
 #include <functional>
-#include <map>
-
-class VirtualClock;
 
 // When the instrument model acts: "run this in n milliseconds". The same model runs on virtual
 // time in-process (VirtualScheduler) and on real time in varimo-sim (TimerScheduler).
@@ -48,8 +47,9 @@ private:
     VirtualClock &m_clock;
 };
 
-// Real time on the Qt event loop of the thread it was created on. One timer is armed for the
-// earliest event, so events run strictly in time and scheduling order.
+// Real time on the Qt event loop of the thread it was created on. The events wait in a
+// VirtualClock that a timer moves along with real time, so they run strictly in time and
+// scheduling order.
 class TimerScheduler final : public QObject, public Scheduler
 {
     Q_OBJECT
@@ -61,20 +61,12 @@ public:
     void cancel(quint64 id) override;
 
 private:
-    struct Key
-    {
-        qint64 atMs;
-        quint64 id;
-        bool operator<(const Key &o) const { return atMs != o.atMs ? atMs < o.atMs : id < o.id; }
-    };
-
     void runDue();
     void arm();
 
     QElapsedTimer m_elapsed;
     QTimer m_timer;
-    quint64 m_nextId = 1;
-    std::map<Key, Callback> m_events;
+    VirtualClock m_queue;
 };
 
 // A restartable one-shot timer on a scheduler, cancelled when it is destroyed.

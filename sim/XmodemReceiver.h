@@ -1,5 +1,7 @@
 #pragma once
 
+#include "link/cParser.h"
+
 #include <QByteArray>
 #include <functional>
 #include <vector>
@@ -14,13 +16,13 @@
 class XmodemReceiver
 {
 public:
-    static constexpr char kSoh = 0x01;
-    static constexpr char kEot = 0x04;
+    static constexpr char kSoh = cParser::kStartOfHeader;
+    static constexpr char kEot = cParser::kEndOfTransmission;
     static constexpr char kAck = 0x06;
     static constexpr char kNak = 0x15;
     static constexpr char kCan = 0x18;
-    static constexpr int kBlockSize = 133;
-    static constexpr int kDataSize = 128;
+    static constexpr int kBlockSize = cParser::kPacketSize;
+    static constexpr int kDataSize = cParser::kDataSize;
     static constexpr int kMaxTextSize = 256; // longer text keeps only its end
 
     struct Event

@@ -217,6 +217,8 @@ public:
         return true;
     }
 
+    ~Simulator() override { m_pty.unlink(); }
+
     bool saveState()
     {
         if (m_options.statePath.isEmpty())

@@ -20,6 +20,8 @@ QByteArray sendImage(SimDriver &driver, const QByteArray &image)
         const qint64 deadline = driver.now() + 1000;
         char answer = '\0';
         while (answer == '\0' && driver.now() < deadline) {
+            if (!driver.line().isOpen())
+                driver.clock.advanceTo(deadline);
             driver.line().waitForData(int(deadline - driver.now()));
             for (char c : driver.line().readAll()) {
                 if (c == 0x06 || c == 0x15)

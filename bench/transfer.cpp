@@ -91,6 +91,8 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     sim.write("update-mode\n");
     sim.waitForBytesWritten(1000);
     clock.sleepMs(1500);
+    while (line.waitForData(300)) // the bootloader's announcement
+        line.readAll();
     comm.WriteTelegram("F", "\r\n");
     const QByteArray request = comm.ReadT(3000, "C");
     if (!request.endsWith('C')) {
@@ -115,6 +117,11 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     wall.start();
     cpuAtStart = cpuSeconds();
     f.ok = run.FlashUpdate(image, 0);
+    if (!f.ok) {
+        QFile l(log.path());
+        l.open(QIODevice::ReadOnly);
+        std::fprintf(stderr, "%s\n", l.readAll().right(3000).constData());
+    }
     comm.ClosePort();
     sim.write("quit\n");
     sim.waitForBytesWritten(1000);

@@ -2,14 +2,12 @@
 #include "boards/userControler.h"
 #include "update/InstructionDialogs.h"
 #include "update/frmBackup.h"
-#include "update/frmTestPswd.h"
 #include "update/frmUpdate.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTest>
@@ -126,50 +124,6 @@ TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
     gui::screenshot(&cpuLost, u"frmMsgGeneral"_s);
 }
 
-TEST(InstructionDialogs, FixedDialogsShowOneAmpersand)
-{
-    gui::app();
-    frmMsgCPU cpu;
-    frmMsgMainBoard main;
-    EXPECT_EQ(cpu.windowTitle(), u"VARIMOsentry Firmware Updater"_s);
-    EXPECT_EQ(cpu.shownLine(3),
-              u"Press and hold the RANGE & SETUP buttons simultaneously, press the POWER KEY for "
-              "one second and then release the RANGE & SETUP buttons when the power LED is "
-              "blinking."_s);
-    EXPECT_EQ(main.line(1),
-              u"Reset VARIMOsentry by pressing RESET && ZERO buttons simultaneously."_s);
-    EXPECT_EQ(main.shownLine(4), u"Continue with OK."_s);
-    cpu.show();
-    main.show();
-    gui::screenshot(&cpu, u"frmMsgCPU"_s);
-    gui::screenshot(&main, u"frmMsgMainBoard"_s);
-}
-
-TEST(TestMode, WrongPasswordsAreRefusedWithoutLimit)
-{
-    gui::app();
-    frmTestPswd dialog;
-    dialog.open();
-    EXPECT_EQ(dialog.windowTitle(), u"Enter Testmode"_s);
-    gui::screenshot(&dialog, u"frmTestPswd"_s);
-    for (const QString &wrong : {u"kvnoperate482"_s, u"KVNOPERATE4821"_s, QString()}) {
-        QTest::keyClicks(dialog.txtPswd, wrong);
-        dialog.cmdOk->click();
-        auto *box = qobject_cast<QMessageBox *>(gui::waitForDialog(u"invalidPasswordBox"_s));
-        ASSERT_TRUE(box);
-        EXPECT_EQ(box->text(), u"Invalid password!"_s);
-        EXPECT_TRUE(dialog.txtPswd->text().isEmpty());
-        box->button(QMessageBox::Ok)->click();
-        EXPECT_TRUE(gui::waitUntil([&] { return dialog.focusWidget() == dialog.txtPswd; }));
-        EXPECT_TRUE(dialog.isVisible());
-        EXPECT_FALSE(dialog.Accepted());
-    }
-    QTest::keyClicks(dialog.txtPswd, u"kvnoperate4821"_s);
-    dialog.cmdOk->click();
-    EXPECT_TRUE(dialog.Accepted());
-    EXPECT_FALSE(dialog.isVisible());
-}
-
 TEST(TestMode, ListsFirmwareFilesByPrefixWithAnEmptyEntryFirst)
 {
     gui::ProgramFolder folder;
@@ -274,21 +228,6 @@ TEST(UpdateWindow, ShowsTransferProgressAndTheSuccessDisplay)
     window.cmdOk->click();
     EXPECT_FALSE(window.isVisible());
     EXPECT_TRUE(window.Result());
-}
-
-TEST(UpdateWindow, ClosesItselfOnFailureAndAfterARestore)
-{
-    gui::app();
-    for (const qint16 mode : {UpdateRun::eModeFull, UpdateRun::eModeRestore}) {
-        frmUpdate window;
-        window.SetMode(mode);
-        window.open();
-        window.runFinished(mode == UpdateRun::eModeRestore);
-        EXPECT_FALSE(window.isVisible()) << mode;
-    }
-    frmUpdate unset;
-    unset.open();
-    EXPECT_TRUE(gui::waitUntil([&] { return !unset.isVisible(); }));
 }
 
 } // namespace

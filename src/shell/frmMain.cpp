@@ -170,7 +170,7 @@ void frmMain::buildControls()
     layout->addWidget(fraStatus, 1);
     layout->addLayout(panels);
     layout->addLayout(buttons);
-    resize(640, 470);
+    resize(640, 450);
 
     connect(cmdConnect, &QPushButton::clicked, this, &frmMain::cmdConnect_Click);
     connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);

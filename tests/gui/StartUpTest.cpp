@@ -1,5 +1,6 @@
-#include "GuiSupport.h"
 #include "shell/StartUp.h"
+
+#include "GuiSupport.h"
 
 #include <QDir>
 #include <QFile>

@@ -13,11 +13,8 @@ namespace gui {
 
 QApplication &app()
 {
-    static int argc = 1;
-    static char name[] = "gui_tests";
-    static char *argv[] = {name, nullptr};
-    static QApplication *application = new QApplication(argc, argv);
-    return *application;
+    // Made by the test main.
+    return *qobject_cast<QApplication *>(QCoreApplication::instance());
 }
 
 bool waitUntil(const std::function<bool()> &pred, int timeoutMs)

@@ -14,7 +14,7 @@
 // few helpers to wait, to answer dialogs and to save pictures.
 namespace gui {
 
-// The one QApplication of the test program (offscreen platform).
+// The QApplication of the test program (offscreen platform).
 QApplication &app();
 
 // Runs events until pred holds or timeoutMs has passed; returns pred().

@@ -88,6 +88,18 @@ TEST_F(QtSerialLineTest, DiscardDropsReceivedBytesButNotOurOwnWrite)
     EXPECT_FALSE(line.waitForData(50));
 }
 
+TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnce)
+{
+    pty.closeMaster();
+    QElapsedTimer t;
+    t.start();
+    EXPECT_FALSE(line.waitForData(3000));
+    EXPECT_LT(t.elapsed(), 1500); // not the whole wait, and no spinning until it ends
+    EXPECT_FALSE(line.isOpen());
+    EXPECT_FALSE(line.write("KVT\r\n"));
+    EXPECT_FALSE(line.errorString().isEmpty());
+}
+
 TEST_F(QtSerialLineTest, ClosedLineReportsClosed)
 {
     line.close();

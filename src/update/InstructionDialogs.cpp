@@ -29,6 +29,7 @@ InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
     : QDialog(parent)
     , Frame1(new QFrame(this))
     , cmdOk(new QPushButton(u"OK"_s, this))
+    , m_icon(new QLabel(this))
 {
     setWindowTitle(AppInfo::productTitle());
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
@@ -44,9 +45,9 @@ InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
     framePalette.setColor(QPalette::Window, framePalette.color(QPalette::Base));
     Frame1->setPalette(framePalette);
 
-    auto *icon = new QLabel(Frame1);
-    icon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxInformation).pixmap(kIconSize));
-    icon->setGeometry(kMargin, kMargin, kIconSize, kIconSize);
+    m_icon->setParent(Frame1);
+    m_icon->setGeometry(kMargin, kMargin, kIconSize, kIconSize);
+    setError(false);
 
     QFont bold = font;
     bold.setBold(true);
@@ -86,6 +87,12 @@ void InstructionDialog::setLines(const QStringList &lines)
     }
 }
 
+void InstructionDialog::setError(bool error)
+{
+    const auto icon = error ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
+    m_icon->setPixmap(style()->standardIcon(icon).pixmap(kIconSize));
+}
+
 QString InstructionDialog::line(int n) const
 {
     return m_texts.value(n - 1);
@@ -121,6 +128,7 @@ void frmMsgGeneral::Init(const QString &strLine1, const QString &strLine2, const
                          const QString &strLine4, const QString &strLine5)
 {
     setLines({strLine1, strLine2, strLine3, strLine4, strLine5});
+    setError(strLine1.startsWith(u"ERROR"_s));
 
     // Lines 1 and 2 always keep their space; each empty line of 3 to 5 gives back its height.
     int h = 0;

@@ -36,8 +36,11 @@ protected:
     // heights: the height of each of the five lines; 0 hides a line.
     InstructionDialog(const QList<int> &heights, QWidget *parent);
     void setLines(const QStringList &lines);
+    // An error is marked with the warning sign instead of the information sign.
+    void setError(bool error);
 
 private:
+    QLabel *m_icon;
     QList<QLabel *> m_lines;
     QStringList m_texts;
 };

@@ -213,6 +213,17 @@ TEST(UpdateWindow, ShowsTransferProgressAndTheSuccessDisplay)
     QTest::keyClick(&window, Qt::Key_Escape);
     EXPECT_TRUE(window.isVisible());
 
+    // The animation pauses while a general instruction dialog is up.
+    bool closed = false;
+    window.ShowMessage({u"ERROR: No connection to VARIMOsentry"_s, u"Continue with OK."_s},
+                       [&] { closed = true; });
+    auto *message = qobject_cast<frmMsgGeneral *>(gui::waitForDialog(u"frmMsgGeneral"_s));
+    ASSERT_TRUE(message);
+    EXPECT_FALSE(window.Timer1->isActive());
+    message->cmdOk->click();
+    EXPECT_TRUE(gui::waitUntil([&] { return closed; }));
+    EXPECT_TRUE(window.Timer1->isActive());
+
     window.SetCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
     EXPECT_FALSE(window.progressBar->isVisible());
     EXPECT_EQ(window.lblCurrentAction->palette().color(QPalette::WindowText), QColor(Qt::red));

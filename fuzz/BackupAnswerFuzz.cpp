@@ -13,13 +13,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray &telegram = parts[0];
     const QByteArray &answer = parts[1];
 
-    // An answer that passes is its shortened text followed by the decimal CRC of that text.
+    // The CRC is the decimal number behind the last ";"; the answer is cut by as many characters
+    // as that number has digits, and the CRC of what is left must equal it.
+    const QByteArray tail = answer.mid(answer.lastIndexOf(';') + 1);
+    bool isNumber = false;
+    const quint32 crc = tail.toUInt(&isNumber);
     QByteArray shortened = answer;
-    if (cBackup::CheckAnswerCrc(shortened)) {
-        FUZZ_CHECK(!answer.contains(';') || shortened.endsWith(';'));
-        FUZZ_CHECK(answer == cBackup::AppendCrc(shortened));
+    const bool passes = cBackup::CheckAnswerCrc(shortened);
+    if (passes) {
+        FUZZ_CHECK(isNumber && answer.startsWith(shortened));
+        FUZZ_CHECK(answer.size() - shortened.size() == QByteArray::number(crc).size());
+        FUZZ_CHECK(quint32(cCRC::crc16FromString(shortened)) == crc);
     }
-    // And what the board sends (text up to a ";", then its CRC) always passes.
+    // In the board's own form (plain digits, no leading zero) an answer passes exactly when its
+    // tail is the CRC of the text before it. (With leading zeros a digit stays behind and takes
+    // part in the CRC: "...;000" passes when the CRC of "...;00" happens to be 0.)
+    if (isNumber && tail == QByteArray::number(crc))
+        FUZZ_CHECK(passes == (quint32(cCRC::crc16FromString(answer.chopped(tail.size()))) == crc));
+    // What the board sends (text up to a ";", then its CRC) always passes.
     if (answer.endsWith(';')) {
         QByteArray withCrc = cBackup::AppendCrc(answer);
         FUZZ_CHECK(cBackup::CheckAnswerCrc(withCrc) && withCrc == answer);

@@ -6,9 +6,12 @@
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
 #include "shell/cLog.h"
+#include "update/ThreadHandover.h"
 
 #include <QDir>
 #include <QThread>
+#include <functional>
+#include <future>
 
 using namespace Qt::StringLiterals;
 
@@ -27,6 +30,7 @@ EngineWorker::EngineWorker(EngineLinkFactory factory, Operator &windows, const E
     : m_factory(std::move(factory))
     , m_windows(windows)
     , m_files(files)
+    , m_inbox(new handover::Inbox(this))
 {
 }
 
@@ -156,19 +160,32 @@ Engine::Engine(EngineLinkFactory factory, Operator &windows, const EngineFiles &
     qRegisterMetaType<TransferProgress>();
     m_thread->setObjectName(u"engine"_s);
     m_worker->moveToThread(m_thread);
+    m_inbox = new handover::Inbox(this);
 
-    connect(m_worker, &EngineWorker::connectFinished, this, &Engine::connectFinished);
-    connect(m_worker, &EngineWorker::disconnectFinished, this, &Engine::disconnectFinished);
-    connect(m_worker, &EngineWorker::statusTextChanged, this, &Engine::statusTextChanged);
-    connect(m_worker, &EngineWorker::currentActionChanged, this, &Engine::currentActionChanged);
-    connect(m_worker, &EngineWorker::transferProgressChanged, this,
-            &Engine::transferProgressChanged);
-    connect(m_worker, &EngineWorker::runSucceeded, this, &Engine::runSucceeded);
-    connect(m_worker, &EngineWorker::runFinished, this, &Engine::runFinished);
-    connect(m_worker, &EngineWorker::jobDone, this, [this] {
-        if (--m_pending == 0)
-            emit idle();
-    });
+    // Each result is copied on the engine thread and handed to this thread's inbox, which passes
+    // it on to the windows.
+    const auto relay = [this](auto signal, auto slot) {
+        connect(
+            m_worker, signal, m_worker,
+            [this, slot](auto... args) {
+                m_inbox->post([this, slot, args...] { std::invoke(slot, this, args...); });
+            },
+            Qt::DirectConnection);
+    };
+    relay(&EngineWorker::connectFinished, &Engine::connectFinished);
+    relay(&EngineWorker::disconnectFinished, &Engine::disconnectFinished);
+    relay(&EngineWorker::statusTextChanged, &Engine::statusTextChanged);
+    relay(&EngineWorker::currentActionChanged, &Engine::currentActionChanged);
+    relay(&EngineWorker::transferProgressChanged, &Engine::transferProgressChanged);
+    relay(&EngineWorker::runSucceeded, &Engine::runSucceeded);
+    relay(&EngineWorker::runFinished, &Engine::runFinished);
+    relay(&EngineWorker::jobDone, &Engine::jobDone);
+}
+
+void Engine::jobDone()
+{
+    if (--m_pending == 0)
+        emit idle();
 }
 
 Engine::~Engine()
@@ -182,7 +199,8 @@ void Engine::start()
     if (m_thread->isRunning())
         return;
     m_thread->start();
-    QMetaObject::invokeMethod(m_worker, &EngineWorker::setUp, Qt::QueuedConnection);
+    EngineWorker *worker = m_worker;
+    m_worker->inbox()->post([worker] { worker->setUp(); });
 }
 
 void Engine::stop()
@@ -190,9 +208,16 @@ void Engine::stop()
     if (!m_thread->isRunning())
         return;
     // Waits for the running job; the line is closed and destroyed on its own thread.
-    QMetaObject::invokeMethod(m_worker, &EngineWorker::tearDown, Qt::BlockingQueuedConnection);
+    std::promise<void> tornDown;
+    EngineWorker *worker = m_worker;
+    m_worker->inbox()->post([worker, &tornDown] {
+        worker->tearDown();
+        tornDown.set_value();
+    });
+    tornDown.get_future().wait();
     m_thread->quit();
     m_thread->wait();
+    handover::received();
 }
 
 bool Engine::isRunning() const
@@ -205,8 +230,7 @@ void Engine::post(Slot slot, Args... args)
 {
     ++m_pending;
     EngineWorker *worker = m_worker;
-    QMetaObject::invokeMethod(
-        m_worker, [worker, slot, args...] { (worker->*slot)(args...); }, Qt::QueuedConnection);
+    m_worker->inbox()->post([worker, slot, args...] { (worker->*slot)(args...); });
 }
 
 void Engine::connectTo(const QString &portText)

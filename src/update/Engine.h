@@ -5,6 +5,7 @@
 #include "link/Operator.h"
 #include "link/SerialLine.h"
 #include "shell/Connection.h"
+#include "update/ThreadHandover.h"
 #include "update/UpdateRun.h"
 
 #include <QObject>
@@ -86,6 +87,9 @@ public:
     EngineWorker(EngineLinkFactory factory, Operator &windows, const EngineFiles &files);
     ~EngineWorker() override;
 
+    // Where jobs for the engine thread are posted (lives on it).
+    handover::Inbox *inbox() const { return m_inbox; }
+
 public slots:
     void setUp();
     void tearDown();
@@ -115,6 +119,7 @@ private:
     std::unique_ptr<cComm> m_comm;
     std::unique_ptr<UpdateRun> m_run;
     std::unique_ptr<Connection> m_connection;
+    handover::Inbox *m_inbox;
 };
 
 // The windows' handle on the engine: owns the engine thread and its worker, hands jobs over and
@@ -155,8 +160,11 @@ signals:
 private:
     template<typename Slot, typename... Args>
     void post(Slot slot, Args... args);
+    void jobDone();
 
     QThread *m_thread;
     EngineWorker *m_worker;
     int m_pending = 0;
+    // Where results from the engine thread arrive (lives on the GUI thread).
+    handover::Inbox *m_inbox = nullptr;
 };

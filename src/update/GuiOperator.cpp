@@ -2,6 +2,7 @@
 
 #include "InstructionDialogs.h"
 #include "frmUpdate.h"
+#include "update/ThreadHandover.h"
 
 #include <QEventLoop>
 #include <QMessageBox>
@@ -12,6 +13,7 @@ using namespace Qt::StringLiterals;
 
 GuiOperator::GuiOperator(QObject *parent)
     : QObject(parent)
+    , m_inbox(new handover::Inbox(this))
 {
 }
 
@@ -35,9 +37,9 @@ QWidget *GuiOperator::dialogParent() const
 
 void GuiOperator::releaseAll()
 {
-    QMutexLocker lock(&m_mutex);
+    const std::lock_guard lock(m_mutex);
     m_released = true;
-    m_answered.wakeAll();
+    m_answered.notify_all();
 }
 
 void GuiOperator::showAndWait(Show show)
@@ -62,24 +64,20 @@ void GuiOperator::showAndWait(Show show)
     };
     auto wait = std::make_shared<Wait>();
     {
-        QMutexLocker lock(&m_mutex);
+        const std::lock_guard lock(m_mutex);
         if (m_released)
             return;
     }
-    QMetaObject::invokeMethod(
-        this,
-        [this, show, wait] {
-            show([this, wait] {
-                QMutexLocker lock(&m_mutex);
-                wait->done = true;
-                m_answered.wakeAll();
-            });
-        },
-        Qt::QueuedConnection);
+    m_inbox->post([this, show, wait] {
+        show([this, wait] {
+            const std::lock_guard lock(m_mutex);
+            wait->done = true;
+            m_answered.notify_all();
+        });
+    });
 
-    QMutexLocker lock(&m_mutex);
-    while (!wait->done && !m_released)
-        m_answered.wait(&m_mutex);
+    std::unique_lock lock(m_mutex);
+    m_answered.wait(lock, [&] { return wait->done || m_released; });
 }
 
 void GuiOperator::messageBox(const QString &text, const QString &title)

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "link/Operator.h"
+#include "update/ThreadHandover.h"
 
-#include <QMutex>
 #include <QObject>
 #include <QPointer>
-#include <QWaitCondition>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 
 class QWidget;
 class frmUpdate;
@@ -45,7 +46,11 @@ private:
 
     QPointer<QWidget> m_main;
     QPointer<frmUpdate> m_update;
-    QMutex m_mutex;
-    QWaitCondition m_answered;
+    // Standard rather than Qt primitives: the system's Qt is not built with ThreadSanitizer, which
+    // then cannot see a QWaitCondition hand the mutex back and forth.
+    std::mutex m_mutex;
+    std::condition_variable m_answered;
+    // Where the engine thread's dialog requests arrive (lives on the GUI thread).
+    handover::Inbox *m_inbox;
     bool m_released = false;
 };

@@ -36,9 +36,8 @@ void AutoOperator::telegramHandled(const Exchange &exchange)
 
     if (exchange.handler == Handler::Main && exchange.wroteParameter)
         m_mainRestartDue = true;
-    else if (telegram == "KEY;0" && exchange.answer == "KEY;0")
-        m_mainRestartDue = false;
-    else if (telegram != "DHR;0" && telegram != "KEY;0" && exchange.handler != Handler::Main)
+    else if ((telegram == "KEY;0" && exchange.answer == "KEY;0") ||
+             (telegram != "DHR;0" && telegram != "KEY;0" && exchange.handler != Handler::Main))
         m_mainRestartDue = false;
 
     if (telegram == "DHR;0" && exchange.answer == "DHR;0" &&

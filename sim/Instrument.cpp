@@ -11,7 +11,7 @@ constexpr int kMaxTelegramBytes = 1024;
 
 } // namespace
 
-Instrument::Instrument(Scheduler &scheduler, InstrumentState state, SimTiming timing)
+Instrument::Instrument(Scheduler &scheduler, InstrumentState state, const SimTiming &timing)
     : m_scheduler(scheduler)
     , m_state(std::move(state))
     , m_timing(timing)

@@ -59,7 +59,7 @@ public:
     using Sink = std::function<void(const QByteArray &)>;
 
     explicit Instrument(Scheduler &scheduler, InstrumentState state = InstrumentState::defaults(),
-                        SimTiming timing = {});
+                        const SimTiming &timing = {});
     ~Instrument() override;
     Instrument(const Instrument &) = delete;
     Instrument &operator=(const Instrument &) = delete;

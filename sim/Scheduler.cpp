@@ -52,7 +52,7 @@ void TimerScheduler::arm()
         m_timer.stop();
         return;
     }
-    constexpr qint64 kLongestWaitMs = 24 * 3600 * 1000;
+    constexpr qint64 kLongestWaitMs = 24LL * 3600 * 1000;
     m_timer.start(int(std::clamp<qint64>(next - nowMs(), 0, kLongestWaitMs)));
 }
 

@@ -145,7 +145,7 @@ QByteArray cBackup::AppendCrc(const QByteArray &telegram)
 
 QByteArray cBackup::SendAndExpect(const QByteArray &telegram, const QByteArray &expected)
 {
-    const QByteArray answer = m_comm->Transceive(telegram);
+    QByteArray answer = m_comm->Transceive(telegram);
     m_lastError.clear();
     if (answer != expected)
         m_lastError = invalidAnswer(answer);

@@ -489,7 +489,7 @@ QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomE
     for (; !a.isNull() && !b.isNull(); a = a.nextSiblingElement(), b = b.nextSiblingElement()) {
         const QString childPath =
             u"%1/%2[%3]"_s.arg(strPath, a.tagName(), QString::number(++seen[a.tagName()]));
-        if (const QString found = difference(a, other, b, childPath); !found.isEmpty())
+        if (QString found = difference(a, other, b, childPath); !found.isEmpty())
             return found;
     }
     if (!a.isNull() || !b.isNull()) {

@@ -79,7 +79,7 @@ QStringList EnumerateSerialPorts()
 
 QString devicePathForPort(const QString &portName)
 {
-    const QString name = portName.trimmed();
+    QString name = portName.trimmed();
     if (name.isEmpty())
         return {};
 #ifdef Q_OS_WIN

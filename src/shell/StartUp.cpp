@@ -84,7 +84,8 @@ bool SingleInstance::claim()
 {
     // Two copies started at the same moment take turns here.
     QLockFile lock(QDir(QDir::tempPath()).filePath(m_key + u".lock"_s));
-    lock.tryLock(kLockWaitMs);
+    // Not had within the wait (a copy hanging on to it): start all the same.
+    static_cast<void>(lock.tryLock(kLockWaitMs));
 
     QLocalSocket socket;
     socket.connectToServer(m_key);

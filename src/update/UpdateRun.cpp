@@ -252,10 +252,9 @@ bool UpdateRun::boardSequence(qint32 kind)
         if (!ok) {
             // Say where the board was left, so a reader of the log knows what to expect.
             LogLine(texts.name +
-                    (!bootloaderStarted ? u" left as it was: bootloader not started"_s
-                         : m_transferComplete
-                         ? u" flashed, but not answering after its restart"_s
-                         : u" left in its bootloader: transfer broken off"_s));
+                    (!bootloaderStarted       ? u" left as it was: bootloader not started"_s
+                         : m_transferComplete ? u" flashed, but not answering after its restart"_s
+                                              : u" left in its bootloader: transfer broken off"_s));
             // The operator resets and restarts the instrument until the port opens again.
             do {
                 m_comm->ClosePort();

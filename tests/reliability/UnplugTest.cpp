@@ -2,10 +2,9 @@
 // SystemClock) against varimo-sim on its pseudo-terminal: the update run reports the failure at
 // once, says in the log where it left the board, and the next Connect, once the adapter is back,
 // finds the board waiting in its bootloader.
-#include "update/UpdateRun.h"
-
 #include "FirmwareImage.h"
 #include "link/Clock.h"
+#include "link/Operator.h"
 #include "link/QtSerialLine.h"
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
@@ -13,14 +12,15 @@
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/SimProcess.h"
+#include "update/UpdateRun.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QThread>
-#include <iostream>
 #include <gtest/gtest.h>
+#include <iostream>
 
 using namespace Qt::StringLiterals;
 
@@ -39,7 +39,7 @@ public:
     void instruction(Instruction, const QStringList &lines) override
     {
         if (!reportedAfterMs)
-            reportedAfterMs = sinceUnplug.elapsed();
+            reportedAfterMs = sinceLastBlock.elapsed();
         dialogs << lines.value(0);
         m_sim.type("plug");
         m_sim.type("reset-zero");
@@ -49,7 +49,7 @@ public:
     }
     void letEventsRun() override { }
 
-    QElapsedTimer sinceUnplug;
+    QElapsedTimer sinceLastBlock;
     qint64 reportedAfterMs = 0;
     QStringList dialogs;
 
@@ -71,8 +71,8 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     SimProcess sim;
     ASSERT_TRUE(sim.start({u"--link"_s, link, u"--state"_s, state, u"--answer-delay"_s, u"2"_s,
                            u"--fault"_s, u"unplug packet=%1"_s.arg(kUnplugAfterPacket)}));
-    const QStringList files = FirmwareImage::writeSet(dir.path(), {"2.00", "017"},
-                                                      {"1.20", "4"}, {"1.03", "1"});
+    const QStringList files =
+        FirmwareImage::writeSet(dir.path(), {"2.00", "017"}, {"1.20", "4"}, {"1.03", "1"});
     ASSERT_EQ(files.size(), 3);
 
     SystemClock clock;
@@ -95,12 +95,14 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
         .InitFromBinFile(dir.path(), files[1], u"FW_MAINBOARD_XXX_CRC"_s, cControler::eMain);
     int packets = 0;
     QObject::connect(&run, &UpdateRun::transferProgressChanged, [&](const TransferProgress &) {
-        if (++packets == kUnplugAfterPacket)
-            op.sinceUnplug.start(); // the adapter goes once this block's ACK is out
+        ++packets;
+        op.sinceLastBlock.start(); // the last block acknowledged before the adapter went
     });
     run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, cControler::eMain);
     EXPECT_FALSE(run.run());
-    EXPECT_EQ(packets, kUnplugAfterPacket);
+    // The ACK of the last block may be lost with the line.
+    EXPECT_GE(packets, kUnplugAfterPacket - 1);
+    EXPECT_LE(packets, kUnplugAfterPacket);
     EXPECT_EQ(op.dialogs, QStringList {u"ERROR: No connection to VARIMOsentry"_s});
 
     QFile f(log.path());
@@ -121,9 +123,10 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     QFile figure(QStringLiteral(VARIMO_TEST_BINARY_DIR "/reliability/unplug.txt"));
     if (figure.open(QIODevice::WriteOnly))
         figure.write("failure reported " + QByteArray::number(op.reportedAfterMs) +
-                     " ms after the adapter was pulled (after block " +
+                     " ms after the last acknowledged block (the adapter is pulled after block " +
                      QByteArray::number(kUnplugAfterPacket) + ")\n");
-    std::cout << "failure reported " << op.reportedAfterMs << " ms after the unplug\n";
+    std::cout << "failure reported " << op.reportedAfterMs
+              << " ms after the last acknowledged block\n";
 }
 
 } // namespace

@@ -14,7 +14,7 @@ void TerminalOperator::setLineCheck(std::function<bool()> gone, const QString &p
 {
     m_lineGone = std::move(gone);
     m_portName = portName;
-    m_sinceLineCheck.start();
+    m_sinceLineCheck.invalidate(); // the first wait checks at once
 }
 
 void TerminalOperator::fail(OperatorAbort::Reason reason, const QString &message)
@@ -77,9 +77,10 @@ void TerminalOperator::ask(const QStringList &lines)
 
 void TerminalOperator::letEventsRun()
 {
-    if (!m_lineGone || m_sinceLineCheck.elapsed() < kLineCheckIntervalMs)
+    if (!m_lineGone ||
+        (m_sinceLineCheck.isValid() && m_sinceLineCheck.elapsed() < kLineCheckIntervalMs))
         return;
-    m_sinceLineCheck.restart();
+    m_sinceLineCheck.start();
     if (m_lineGone())
         fail(OperatorAbort::eLineGone, u"The port %1 has gone away."_s.arg(m_portName));
 }

@@ -289,7 +289,8 @@ bool cXML::OpenXMLDocument(const QString &strFileName)
     QXmlStreamReader reader(&file);
     // Names and xmlns attributes are taken as they are written.
     reader.setNamespaceProcessing(false);
-    QDomNode parent = m_doc;
+    // Null until the root element starts (the document itself is made with its first element).
+    QDomNode parent;
     while (!reader.atEnd()) {
         switch (reader.readNext()) {
         case QXmlStreamReader::StartElement: {
@@ -302,7 +303,10 @@ bool cXML::OpenXMLDocument(const QString &strFileName)
             }
             if (!names.isEmpty())
                 m_attributeOrder.append({element, names});
-            parent.appendChild(element);
+            if (parent.isNull())
+                m_doc.appendChild(element);
+            else
+                parent.appendChild(element);
             parent = element;
             break;
         }

@@ -1,0 +1,137 @@
+#include "shell/Workspace.h"
+
+#include "boards/cControler.h"
+#include "link/Clock.h"
+#include "link/Operator.h"
+#include "update/UpdateRun.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class NoOperator : public Operator
+{
+public:
+    void messageBox(const QString &, const QString &) override { }
+    void instruction(Instruction, const QStringList &) override { }
+    void letEventsRun() override { }
+};
+
+class WorkspaceTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        // Files of the exact image size of each board, named as the default patterns expect.
+        writeFile(u"FW_CPU-BOARD_V201-017_CRC1.bin"_s, 8064 * 128);
+        writeFile(u"FW_MAINBOARD_103_CRC2.bin"_s, 112 * 128);
+        writeFile(u"FW_MESSMODUL_121-4_CRC3.bin"_s, 992 * 128);
+        workspace.Start();
+        run.Init(&workspace.ini(), &workspace.log(), dir.path());
+        workspace.LoadFirmwareFiles(run);
+    }
+    void writeFile(const QString &name, qint64 size)
+    {
+        QFile f(dir.filePath(name));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(size, '\x5a'));
+    }
+    void setCurrent(const char *cpu, const char *main, const char *meas)
+    {
+        const std::pair<qint32, const char *> boards[] = {
+            {cControler::eCPU, cpu}, {cControler::eMain, main}, {cControler::eMeas, meas}};
+        for (const auto &[kind, version] : boards) {
+            run.current(kind).setName(u"board"_s);
+            run.current(kind).setFirmware(QString::fromLatin1(version));
+        }
+    }
+    QByteArray logText() const
+    {
+        QFile f(QDir(dir.path()).filePath(u"VarimoSentry_Updater.txt"_s));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    QTemporaryDir dir;
+    VirtualClock clock;
+    NoOperator op;
+    Workspace workspace {dir.path(), &clock};
+    UpdateRun run {clock, op};
+};
+
+TEST_F(WorkspaceTest, StartsAndStopsWithTheLogLinesOfTheWindows)
+{
+    workspace.Stop();
+    EXPECT_EQ(logText(),
+              "09:00:00 : VarimoSentry_Updater started...\r\n"
+              "09:00:00 : \t\t\tVarimoSentry_Updater terminated...\r\n"
+              "09:00:00 : " +
+                  QByteArray(62, '-') + "\r\n\r\n");
+}
+
+TEST_F(WorkspaceTest, FindsTheNewestFileOfEachBoardWithThePatterns)
+{
+    EXPECT_EQ(run.fresh(cControler::eCPU).Firmware(), u"2.01"_s);
+    EXPECT_EQ(run.fresh(cControler::eMain).Firmware(), u"1.03"_s);
+    EXPECT_EQ(run.fresh(cControler::eMeas).Firmware(), u"1.21"_s);
+    EXPECT_TRUE(workspace.CheckUpdateFiles(run).message.isEmpty());
+}
+
+TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
+{
+    const struct
+    {
+        const char *what;
+        bool connected;
+        bool portValid;
+        const char *cpu;
+        bool removeMainFile;
+        bool enabled;
+        QString message;
+    } cases[] = {
+        {"disconnected", false, true, "2.00", false, false, Eligibility::instructionLines()},
+        {"invalid port", false, false, "2.00", false, false,
+         u"Invalid port - enter valid RS232-port"_s},
+        {"connected, newer files", true, true, "2.00", false, true,
+         u"VARIMOsentry ready for update"_s},
+        {"connected, CPU Board too old", true, true, "1.90", false, false,
+         u"ERROR: Cannot update to this CPU Board version\r\n"
+         "Update only possible to firmware versions >= 2.00"_s},
+        {"a missing file overrides everything", true, true, "2.00", true, false,
+         u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s},
+    };
+    for (const auto &tc : cases) {
+        if (tc.removeMainFile) {
+            QFile::remove(dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
+            workspace.LoadFirmwareFiles(run);
+        }
+        setCurrent(tc.cpu, "1.02", "1.20");
+        const Eligibility::Verdict v =
+            workspace.SetConnectionState(run, tc.connected, tc.portValid, u"/dev/ttyUSB1"_s);
+        EXPECT_EQ(v.updateEnabled, tc.enabled) << tc.what;
+        EXPECT_EQ(v.message, tc.message) << tc.what;
+        if (!tc.connected) {
+            EXPECT_TRUE(run.current(cControler::eCPU).Firmware().isEmpty()) << tc.what;
+        }
+    }
+    // The port of a connection is the one preselected next time.
+    EXPECT_EQ(workspace.ini().GetValue(u"Settings"_s, u"COMPort"_s, u"COM1"_s), u"/dev/ttyUSB1"_s);
+}
+
+TEST_F(WorkspaceTest, AProgramFolderThatCannotBeWrittenFallsBackToTheUserDataFolder)
+{
+    EXPECT_EQ(Workspace::ProgramDirFor(dir.path()), QDir(dir.path()).absolutePath());
+    const QByteArray oldData = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", dir.filePath(u"data"_s).toLocal8Bit());
+    const QString fallback = Workspace::ProgramDirFor(dir.filePath(u"no/such/folder"_s));
+    EXPECT_EQ(fallback, dir.filePath(u"data/VarimoSentry_Updater"_s));
+    EXPECT_TRUE(QDir(fallback).exists());
+    qputenv("XDG_DATA_HOME", oldData);
+}
+
+} // namespace

@@ -533,8 +533,6 @@ int UpdaterCli::update()
         printBoards(r, snapshot());
         m_console.print(
             u"The %1 is waiting in its bootloader: updating it first."_s.arg(boardName(board)));
-        if (m_options.yes)
-            m_operator.setLineCheck([this] { return lineGone(); }, m_options.port);
         if (!runEngine(UpdateRun::eModeSingleBoard, qint16(board)))
             return m_operator.abort() ? exitForAbort() : eExitFailed;
         m_workspace->CheckUpdateFiles(m_run);
@@ -561,11 +559,7 @@ int UpdaterCli::update()
     }
     printVerdict(verdict);
 
-    // With --yes nobody can plug the cable back in: a port that goes away ends the run at once.
-    if (m_options.yes)
-        m_operator.setLineCheck([this] { return lineGone(); }, m_options.port);
     const bool ok = runEngine(UpdateRun::eModeFull, 0);
-    m_operator.setLineCheck(nullptr, {});
     if (!ok)
         return m_operator.abort() ? exitForAbort() : eExitFailed;
 
@@ -611,6 +605,8 @@ int UpdaterCli::flash()
     }
     m_workspace->log().UpdateLog(m_comm.ComPort() +
                                  u" opened: 57600 Baud, No parity, 8 data bits, 1 stop bit"_s);
+    // Nothing restarts behind a receiver that has gone away: a vanished port ends the job at
+    // once instead of after the restart wait.
     m_operator.setLineCheck([this] { return lineGone(); }, m_options.port);
     m_run.SetModeAndInitCom(&m_comm, UpdateRun::eModeSingleBoard, qint16(board));
 
@@ -854,7 +850,7 @@ void UpdaterCli::printBoards(const Connection::Result &r, const Boards &boards)
             .arg(c, -9)
             .arg(d, -10)
             .arg(e, -11)
-            .arg(f, -34)
+            .arg(f, -36)
             .arg(g)
             .trimmed();
     };

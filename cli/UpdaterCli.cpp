@@ -360,7 +360,9 @@ void UpdaterCli::disconnectInstrument()
     if (!m_portOpened)
         return;
     m_portOpened = false;
-    m_connection->Disconnect();
+    // A run that ended with the port closed (the instrument gone) has nothing left to release.
+    if (m_comm.IsOpen())
+        m_connection->Disconnect();
 }
 
 int UpdaterCli::exitForAbort()

@@ -98,9 +98,10 @@ void QtSerialLine::close()
 
 bool QtSerialLine::isOpen() const
 {
-    // A vanished device (unplugged adapter, closed pseudo-terminal) reports a resource error and
-    // counts as closed from then on.
-    return m_port && m_port->isOpen() && m_port->error() != QSerialPort::ResourceError;
+    // A vanished device (unplugged adapter, closed pseudo-terminal) reports a resource error, or a
+    // read error once its other end is gone, and counts as closed from then on.
+    return m_port && m_port->isOpen() && m_port->error() != QSerialPort::ResourceError &&
+        m_port->error() != QSerialPort::ReadError;
 }
 
 void QtSerialLine::discardInput()

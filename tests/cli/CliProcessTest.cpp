@@ -32,7 +32,7 @@ QString simProgram()
     return kBinaryDir + u"/sim/varimo-sim"_s;
 }
 
-struct Run
+struct CliResult
 {
     int exitCode = -1;
     QString out;
@@ -41,14 +41,14 @@ struct Run
 };
 
 // Runs varimo-updater to its end; standard input is /dev/null.
-Run runCli(const QStringList &arguments)
+CliResult runCli(const QStringList &arguments)
 {
     QProcess p;
     p.setProgram(cliProgram());
     p.setArguments(arguments);
     p.setStandardInputFile(QProcess::nullDevice());
     p.start();
-    Run r;
+    CliResult r;
     if (!p.waitForStarted() || !p.waitForFinished(kCommandTimeoutMs)) {
         p.kill();
         p.waitForFinished();
@@ -78,8 +78,12 @@ public:
             port = QString::fromLocal8Bit(m_process.readLine()).trimmed();
         }
     }
-    ~Simulator()
+    ~Simulator() { stop(); }
+    // Ends the simulator; with --state it saves the instrument's state on the way out.
+    void stop()
     {
+        if (m_process.state() == QProcess::NotRunning)
+            return;
         m_process.terminate();
         if (!m_process.waitForFinished(10000))
             m_process.kill();
@@ -112,7 +116,7 @@ protected:
         ASSERT_TRUE(p.waitForFinished(30000));
         ASSERT_EQ(p.exitCode(), 0) << p.readAllStandardError().constData();
     }
-    Run cli(const Simulator &sim, const QStringList &command)
+    CliResult cli(const Simulator &sim, const QStringList &command)
     {
         return runCli(QStringList {u"--dir"_s, dir.path(), u"--port"_s, sim.port} + command);
     }
@@ -159,7 +163,7 @@ TEST(CliUsage, MistakesInTheCommandLineEndWithStatusTwo)
         QStringList arguments = tc.arguments;
         if (!arguments.contains(u"--dir"_s) && arguments.contains(u"--port"_s))
             arguments = QStringList {u"--dir"_s, dir.path()} + arguments;
-        const Run r = runCli(arguments);
+        const CliResult r = runCli(arguments);
         EXPECT_EQ(r.exitCode, 2) << qPrintable(tc.arguments.join(u' ') + u"\n"_s + r.all());
         EXPECT_TRUE(r.err.contains(QString::fromLatin1(tc.says))) << tc.says << "\n"
                                                                   << qPrintable(r.all());
@@ -171,7 +175,7 @@ TEST_F(CliProcess, IdentifyPrintsTheBoardsTheFilesAndTheVerdictAndWritesLogAndSe
     makeFirmware();
     Simulator sim;
     ASSERT_FALSE(sim.port.isEmpty());
-    const Run r = cli(sim, {u"identify"_s});
+    const CliResult r = cli(sim, {u"identify"_s});
     ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
     for (const QString &line :
          {u"VARIMOsentry SN 00042"_s, u"VARIMOsentry ready for update"_s,
@@ -191,7 +195,7 @@ TEST_F(CliProcess, IdentifyJsonHasTheFieldsTheHelpDocuments)
 {
     makeFirmware(kOnlyMainBoardNewer);
     Simulator sim;
-    const Run r = cli(sim, {u"identify"_s, u"--json"_s});
+    const CliResult r = cli(sim, {u"identify"_s, u"--json"_s});
     ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(r.out.toUtf8(), &error);
@@ -205,7 +209,8 @@ TEST_F(CliProcess, IdentifyJsonHasTheFieldsTheHelpDocuments)
                         help.contains(u"\n  "_s + key + u' '))
                 << qPrintable(key);
     };
-    EXPECT_EQ(QSet<QString>(o.keys().cbegin(), o.keys().cend()),
+    const QStringList keys = o.keys();
+    EXPECT_EQ(QSet<QString>(keys.cbegin(), keys.cend()),
               (QSet<QString> {u"port"_s, u"connected"_s, u"boards"_s, u"serialNumber"_s,
                               u"backupFile"_s, u"backupExists"_s, u"updateAvailable"_s, u"status"_s,
                               u"statusIsError"_s, u"error"_s}));
@@ -234,7 +239,7 @@ TEST_F(CliProcess, UpdateFlashesTheNewerBoardAndThenHasNothingToDo)
 {
     makeFirmware(kOnlyMainBoardNewer);
     Simulator sim;
-    const Run r = cli(sim, {u"update"_s, u"--yes"_s});
+    const CliResult r = cli(sim, {u"update"_s, u"--yes"_s});
     ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
     for (const QString &line :
          {u"Backup successful completed."_s, u"Update of Main Board successfully completed."_s,
@@ -248,25 +253,25 @@ TEST_F(CliProcess, UpdateFlashesTheNewerBoardAndThenHasNothingToDo)
     EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s)
                     .contains("LastBackupFileName=VarimoSentry_Backup_00042.xml"));
 
-    const Run again = cli(sim, {u"update"_s, u"--yes"_s});
+    const CliResult again = cli(sim, {u"update"_s, u"--yes"_s});
     EXPECT_EQ(again.exitCode, 3) << qPrintable(again.all());
     EXPECT_TRUE(again.out.contains(u"No updates required"_s));
 }
 
-TEST_F(CliProcess, RestoreWritesTheBackupBackAndDiffProvesIt)
+TEST_F(CliProcess, BackupReadsEveryBoardAndRestoreWritesAFileBack)
 {
     makeFirmware();
-    Simulator sim;
-    const Run backup = cli(sim, {u"backup"_s});
+    Simulator sim({u"--state"_s, path(u"instrument.json"_s)});
+    const CliResult backup = cli(sim, {u"backup"_s});
     ASSERT_EQ(backup.exitCode, 0) << qPrintable(backup.all());
+    EXPECT_TRUE(backup.out.contains(u"Backup successful completed."_s));
     const QString original = path(u"VarimoSentry_Backup_00042.xml"_s);
-    ASSERT_TRUE(QFile::exists(original));
     cXML document;
     ASSERT_TRUE(document.OpenXMLDocument(original));
     for (const char *board : {"Mainboard", "Measureboard", "CPUboard"})
         EXPECT_FALSE(document.BoardValues(QString::fromLatin1(board)).isEmpty()) << board;
 
-    // A changed Main Board value, restored from a file of its own.
+    // A copy with one Main Board value changed: diff tells them apart.
     QFile in(original);
     ASSERT_TRUE(in.open(QIODevice::ReadOnly));
     QByteArray edited = in.readAll();
@@ -276,19 +281,24 @@ TEST_F(CliProcess, RestoreWritesTheBackupBackAndDiffProvesIt)
     ASSERT_TRUE(out.open(QIODevice::WriteOnly));
     out.write(edited);
     out.close();
-
-    const Run restore = cli(sim, {u"restore"_s, path(u"edited.xml"_s)});
-    ASSERT_EQ(restore.exitCode, 0) << qPrintable(restore.all());
-    EXPECT_TRUE(restore.out.contains(u"Restoring parameters to CPU Board..."_s));
-    const Run after = cli(sim, {u"backup"_s, path(u"after.xml"_s)});
-    ASSERT_EQ(after.exitCode, 0) << qPrintable(after.all());
-
-    const Run same = runCli({u"diff"_s, path(u"edited.xml"_s), path(u"after.xml"_s)});
-    EXPECT_EQ(same.exitCode, 0) << qPrintable(same.all());
-    const Run changed = runCli({u"diff"_s, original, path(u"after.xml"_s)});
+    EXPECT_EQ(runCli({u"diff"_s, original, original}).exitCode, 0);
+    const CliResult changed = runCli({u"diff"_s, original, out.fileName()});
     EXPECT_EQ(changed.exitCode, 1) << qPrintable(changed.all());
     EXPECT_TRUE(changed.out.contains(u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s))
         << qPrintable(changed.out);
+
+    const CliResult restore = cli(sim, {u"restore"_s, out.fileName()});
+    ASSERT_EQ(restore.exitCode, 0) << qPrintable(restore.all());
+    EXPECT_TRUE(restore.out.contains(u"Restoring parameters to CPU Board..."_s));
+    // The instrument keeps the value written back.
+    sim.stop();
+    QFile state(path(u"instrument.json"_s));
+    ASSERT_TRUE(state.open(QIODevice::ReadOnly));
+    const QJsonObject main = QJsonDocument::fromJson(state.readAll())
+                                 .object()[u"boards"_s]
+                                 .toObject()[u"main"_s]
+                                 .toObject();
+    EXPECT_EQ(main[u"values"_s].toObject()[u"CH"_s].toString(), u"13.5"_s);
 }
 
 TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
@@ -312,7 +322,7 @@ TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
     for (int i = 0; i < 100 && !QFile::exists(port); ++i)
         QThread::msleep(50);
 
-    const Run r = runCli(
+    const CliResult r = runCli(
         {u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s, u"main"_s, image.fileName()});
     socat.waitForFinished(10000);
     // rx takes the file and ends; no board restarts behind it.
@@ -332,27 +342,34 @@ TEST_F(CliProcess, APromptWithoutTerminalIsAnErrorAndYesGivesUpAfterThreeRounds)
     Simulator sim({}, false);
     sim.command("menu-open"); // every telegram is answered "E;03" until the menu is closed
 
-    const Run noTerminal = cli(sim, {u"identify"_s});
+    const CliResult noTerminal = cli(sim, {u"identify"_s});
     EXPECT_EQ(noTerminal.exitCode, 2) << qPrintable(noTerminal.all());
     EXPECT_TRUE(noTerminal.out.contains(u"Leave VARIMOsentry setup menu and press OK"_s));
     EXPECT_TRUE(noTerminal.err.contains(u"standard input is no terminal"_s));
 
-    const Run yes = cli(sim, {u"identify"_s, u"--yes"_s});
+    const CliResult yes = cli(sim, {u"identify"_s, u"--yes"_s});
     EXPECT_EQ(yes.exitCode, 1) << qPrintable(yes.all());
     EXPECT_EQ(yes.out.count(u"Leave VARIMOsentry setup menu and press OK"_s), 3);
     EXPECT_TRUE(yes.err.contains(u"Gave up"_s)) << qPrintable(yes.err);
 }
 
-// The instrument is gone half-way through the Main Board's transfer: with --yes the instruction
-// to restart it comes back because the port cannot be opened again; after three rounds the run
-// ends, naming the board and where it was left.
+// The Main Board waits in its bootloader, and the instrument is gone half-way through its
+// transfer: with --yes the instruction to restart it comes back because the port cannot be opened
+// again; after three rounds the run ends, naming the board and where it was left.
 TEST_F(CliProcess, AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState)
 {
     makeFirmware(kOnlyMainBoardNewer);
-    Simulator sim({u"--fault"_s, u"unplug packet=20"_s});
-    const Run r = cli(sim, {u"update"_s, u"--yes"_s});
+    QFile state(path(u"instrument.json"_s));
+    ASSERT_TRUE(state.open(QIODevice::WriteOnly));
+    state.write(R"({"boards": {"main": {"mode": "bootloader", "imageValid": false}}})");
+    state.close();
+    Simulator sim({u"--state"_s, state.fileName(), u"--fault"_s, u"unplug packet=20"_s});
+
+    const CliResult r = cli(sim, {u"update"_s, u"--yes"_s});
     EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
+    EXPECT_TRUE(r.out.contains(u"The Main Board is waiting in its bootloader"_s));
     EXPECT_EQ(r.out.count(u"ERROR: No connection to VARIMOsentry"_s), 3) << qPrintable(r.out);
+    EXPECT_TRUE(r.err.contains(u"Cannot send binary file to VARIMOsentry"_s));
     EXPECT_TRUE(r.err.contains(u"Gave up"_s)) << qPrintable(r.err);
     EXPECT_TRUE(r.err.contains(u"The Main Board was left in its bootloader"_s))
         << qPrintable(r.err);

@@ -96,6 +96,16 @@ TEST_F(QtSerialLineTest, ClosedLineReportsClosed)
     EXPECT_FALSE(line.waitForData(10));
 }
 
+TEST_F(QtSerialLineTest, APseudoTerminalWhoseOtherEndClosedReportsClosed)
+{
+    pty.write("abc");
+    ASSERT_TRUE(line.waitForData(1000));
+    pty.closeMaster();
+    EXPECT_EQ(line.readAll(), "abc"); // what had arrived is still there
+    line.waitForData(1000); // notices that nothing more can come
+    EXPECT_FALSE(line.isOpen());
+}
+
 TEST(QtSerialLineSettings, ParsesTheSettingsText)
 {
     LineSettings s;

@@ -259,6 +259,9 @@ bool cBackup::SecureData(const QString &strFileName)
         return false;
     }
 
+    if (m_afterSave)
+        m_afterSave(strFileName);
+
     // No board may be flashed after a backup that did not reach the disk intact.
     cXML saved;
     if (!saved.OpenXMLDocument(strFileName)) {

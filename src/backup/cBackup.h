@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <functional>
 
 class cComm;
 class cXML;
@@ -25,6 +26,12 @@ public:
     bool SecureData(const QString &strFileName);
     // Writes the parameters of board eType back from the backup file strXMLSource.
     bool RestoreData(qint32 eType, const QString &strXMLSource);
+
+    // Called between the final save and its read-back; tests use it to damage the file there.
+    void setAfterSaveHook(std::function<void(const QString &)> hook)
+    {
+        m_afterSave = std::move(hook);
+    }
 
     QString CurrAction() const { return m_currAction; }
     QString LastError() const { return m_lastError; }
@@ -56,4 +63,5 @@ private:
     cComm *m_comm = nullptr;
     QString m_currAction;
     QString m_lastError;
+    std::function<void(const QString &)> m_afterSave;
 };

@@ -9,7 +9,6 @@
 #include <QSaveFile>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
-
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -25,9 +24,8 @@ bool isLatin1(const QString &text)
 
 bool isXmlWhitespace(const QString &text)
 {
-    return std::all_of(text.cbegin(), text.cend(), [](QChar c) {
-        return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
-    });
+    return std::all_of(text.cbegin(), text.cend(),
+                       [](QChar c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; });
 }
 
 // A text for error messages: bytes that would break a log line are shown as \xNN.
@@ -50,9 +48,10 @@ void checkValue(const QByteArray &value, const QString &strWhat)
     for (const char ch : value) {
         const auto byte = static_cast<unsigned char>(ch);
         if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') {
-            throw UpdaterError(u"the value %1 of %2 holds the byte 0x%3, which an XML file "
-                               "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat)
-                                   .arg(uint(byte), 2, 16, QLatin1Char('0')));
+            const QString hex = u"%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'));
+            throw UpdaterError(
+                u"the value %1 of %2 holds the byte 0x%3, which an XML file "
+                "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat, hex));
         }
     }
 }
@@ -100,8 +99,8 @@ QDomElement findElement(const QDomDocument &doc, const QString &strPath)
 
 QString createdText(const QDateTime &now)
 {
-    const QString text = QLocale::system().toString(now.date(), QLocale::ShortFormat) + u' '
-        + now.time().toString(u"HH:mm:ss"_s);
+    const QString text = QLocale::system().toString(now.date(), QLocale::ShortFormat) + u' ' +
+        now.time().toString(u"HH:mm:ss"_s);
     // Every text of the document is Latin-1; a locale that writes its dates otherwise gets the
     // numeric form.
     return isLatin1(text) ? text : now.toString(u"yyyy-MM-dd HH:mm:ss"_s);
@@ -176,21 +175,37 @@ void cXML::SaveXMLDoc()
         throw UpdaterError(u"the backup document has no file name to be saved to"_s);
     const QDomElement root = m_doc.documentElement();
     if (root.isNull())
-        throw UpdaterError(u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
+        throw UpdaterError(
+            u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
+
+    QByteArray content;
+    QXmlStreamWriter writer(&content);
+    writeElement(writer, root);
+    if (writer.hasError()) {
+        throw UpdaterError(u"cannot save backup file %1: the document holds characters that XML "
+                           "cannot carry"_s.arg(m_strFileName));
+    }
 
     // QSaveFile writes a temporary file beside the target, flushes it to disk and renames it over
     // the target; when anything fails on the way, the temporary file is dropped with the object.
+    // Unbuffered, because QSaveFile::commit does not check its last flush (a full disk would put
+    // a torn file in place of the old one); here every write is checked, and a short write is
+    // repeated until the system names the error.
     QSaveFile file(m_strFileName);
-    if (!file.open(QIODevice::WriteOnly)) {
-        throw UpdaterError(
+    const auto failed = [&] {
+        return UpdaterError(
             u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
+    };
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        throw failed();
+    for (qint64 done = 0; done < content.size();) {
+        const qint64 written = file.write(content.constData() + done, content.size() - done);
+        if (written <= 0)
+            throw failed();
+        done += written;
     }
-    QXmlStreamWriter writer(&file);
-    writeElement(writer, root);
-    if (writer.hasError() || !file.commit()) {
-        throw UpdaterError(
-            u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
-    }
+    if (!file.commit())
+        throw failed();
 }
 
 QDomElement cXML::requireCurrent(const char *operation) const
@@ -211,8 +226,7 @@ QStringList cXML::attributeNames(const QDomElement &element) const
     return {};
 }
 
-void cXML::setAttributeInOrder(QDomElement &element, const QString &strName,
-                               const QString &value)
+void cXML::setAttributeInOrder(QDomElement &element, const QString &strName, const QString &value)
 {
     element.setAttribute(strName, value);
     for (auto it = m_attributeOrder.rbegin(); it != m_attributeOrder.rend(); ++it) {
@@ -403,7 +417,8 @@ void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &teleg
         int position = 0;
         for (QDomElement value = group.firstChildElement(); !value.isNull();
              value = value.nextSiblingElement(), ++position) {
-            const QString here = u"%1: %2/*[%3]"_s.arg(where(), strPath).arg(position + 1);
+            const QString here =
+                u"%1: %2/*[%3]"_s.arg(where(), strPath, QString::number(position + 1));
             QByteArray telegram;
             if (indexPrefix.isEmpty()) {
                 for (const QString &name : attributeNames(value))
@@ -515,7 +530,8 @@ QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomE
     QDomElement a = mine.firstChildElement();
     QDomElement b = theirs.firstChildElement();
     for (; !a.isNull() && !b.isNull(); a = a.nextSiblingElement(), b = b.nextSiblingElement()) {
-        const QString childPath = u"%1/%2[%3]"_s.arg(strPath, a.tagName()).arg(++seen[a.tagName()]);
+        const QString childPath =
+            u"%1/%2[%3]"_s.arg(strPath, a.tagName(), QString::number(++seen[a.tagName()]));
         if (const QString found = difference(a, other, b, childPath); !found.isEmpty())
             return found;
     }

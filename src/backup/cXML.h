@@ -18,11 +18,20 @@ class QXmlStreamWriter;
 // telegrams from it.
 //
 //   <VARIMOsentry DocumentVersion="1.0" Created="...">
-//     <Mainboard Name=".." Firmware=".." Build=".."><Value Telegram="CH">12.5</Value>...</Mainboard>
-//     <Measureboard ...><Protected><Value Telegram="CEF;0;0">..</Value>...</Protected>
-//                       <User>...</User></Measureboard>
-//     <CPUboard ...><Protected><Value id="0">..</Value>...</Protected><User>...</User></CPUboard>
+//     <Mainboard Name=".." Firmware=".." Build="..">
+//       <Value Telegram="CH">12.5</Value>...
+//     </Mainboard>
+//     <Measureboard ...>
+//       <Protected><Value Telegram="CEF;0;0">..</Value>...</Protected>
+//       <User>...</User>
+//     </Measureboard>
+//     <CPUboard ...>
+//       <Protected><Value id="0">..</Value>...</Protected>
+//       <User>...</User>
+//     </CPUboard>
 //   </VARIMOsentry>
+//
+// (shown indented here; the file holds no whitespace between elements)
 //
 // Values are bytes 0-255: they enter the document as Latin-1 and come back byte for byte, whatever
 // they hold ("&", "<", ";", 0xB0, CR, LF, TAB, blanks only, nothing at all). The bytes below 0x20
@@ -90,7 +99,8 @@ public:
     // "CPUboard"); another name leaves telegrams as they are. Each value gives its attribute
     // values, each followed by ";", then its text: "CH;12.5". The Measuring Module gives its User
     // values before its Protected ones; the CPU Board gives "DUV;" + position + ";" + text for
-    // each User value, then the same with "DPV;" for each Protected value, then "USR".
+    // each User value, then the same with "DPV;" for each Protected value, then "USR". A missing
+    // board or group throws UpdaterError naming its path and leaves telegrams as they were.
     void GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &telegrams) const;
 
     // Compares one board element (for example "Mainboard") and everything below it with the same

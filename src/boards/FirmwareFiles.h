@@ -28,8 +28,7 @@ QString FindNewestFile(const QString &strDir, const QString &strPattern);
 // The names (without directory) of the files in strDir that match "*" + prefix + "*." + extension
 // ("*." when the prefix is blank, "*" for an empty extension), without regard to case and not
 // recursive; sorted with SortStrings when there is more than one.
-QStringList ListFiles(const QString &strDir, const QString &strPrefix,
-                      const QString &strExtension);
+QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QString &strExtension);
 
 // The firmware version in a file name: every occurrence of the pattern's prefix removed (without
 // regard to case), blanks trimmed, then the first three characters as first + "." + next two:

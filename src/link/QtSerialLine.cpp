@@ -66,6 +66,7 @@ bool QtSerialLine::open()
     m_error.clear();
     if (isOpen())
         return true;
+    m_gone = false;
     m_port = std::make_unique<QSerialPort>();
     m_port->setPortName(m_portName);
     if (!m_port->open(QIODevice::ReadWrite)) {
@@ -98,10 +99,9 @@ void QtSerialLine::close()
 
 bool QtSerialLine::isOpen() const
 {
-    // A vanished device (unplugged adapter, closed pseudo-terminal) reports a resource error, or a
-    // read error once its other end is gone, and counts as closed from then on.
-    return m_port && m_port->isOpen() && m_port->error() != QSerialPort::ResourceError &&
-        m_port->error() != QSerialPort::ReadError;
+    // A vanished device (unplugged adapter, closed pseudo-terminal) reports a resource error and
+    // counts as closed from then on.
+    return m_port && m_port->isOpen() && !m_gone;
 }
 
 void QtSerialLine::discardInput()
@@ -157,5 +157,21 @@ bool QtSerialLine::waitForData(int timeoutMs)
 
 void QtSerialLine::noteError()
 {
+    if (m_port) {
+        switch (m_port->error()) {
+        case QSerialPort::ResourceError:
+        case QSerialPort::ReadError:
+        case QSerialPort::WriteError:
+        case QSerialPort::DeviceNotFoundError:
+        case QSerialPort::PermissionError:
+        case QSerialPort::UnknownError:
+            // The device has gone (an unplugged adapter, a closed pseudo-terminal): from now on
+            // the line is closed, so nobody waits on it in vain.
+            m_gone = true;
+            break;
+        default:
+            break;
+        }
+    }
     m_error = u"%1: %2"_s.arg(m_portName, m_port ? m_port->errorString() : u"no port"_s);
 }

@@ -40,4 +40,5 @@ private:
     LineSettings m_settings;
     std::unique_ptr<QSerialPort> m_port;
     QString m_error;
+    bool m_gone = false;
 };

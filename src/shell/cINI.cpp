@@ -177,7 +177,9 @@ bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
         out += f.eol;
 
     QSaveFile save(m_path);
-    if (!save.open(QIODevice::WriteOnly) || save.write(out) != out.size() || !save.commit()) {
+    // Unbuffered, so a write that fails (a full disk) is seen before the commit replaces the file.
+    if (!save.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || save.write(out) != out.size() ||
+        !save.commit()) {
         m_error = u"cannot write %1: %2"_s.arg(m_path, save.errorString());
         return false;
     }

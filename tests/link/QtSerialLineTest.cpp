@@ -88,22 +88,24 @@ TEST_F(QtSerialLineTest, DiscardDropsReceivedBytesButNotOurOwnWrite)
     EXPECT_FALSE(line.waitForData(50));
 }
 
+TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnce)
+{
+    pty.closeMaster();
+    QElapsedTimer t;
+    t.start();
+    EXPECT_FALSE(line.waitForData(3000));
+    EXPECT_LT(t.elapsed(), 1500); // not the whole wait, and no spinning until it ends
+    EXPECT_FALSE(line.isOpen());
+    EXPECT_FALSE(line.write("KVT\r\n"));
+    EXPECT_FALSE(line.errorString().isEmpty());
+}
+
 TEST_F(QtSerialLineTest, ClosedLineReportsClosed)
 {
     line.close();
     EXPECT_FALSE(line.isOpen());
     EXPECT_FALSE(line.write("X"));
     EXPECT_FALSE(line.waitForData(10));
-}
-
-TEST_F(QtSerialLineTest, APseudoTerminalWhoseOtherEndClosedReportsClosed)
-{
-    pty.write("abc");
-    ASSERT_TRUE(line.waitForData(1000));
-    pty.closeMaster();
-    EXPECT_EQ(line.readAll(), "abc"); // what had arrived is still there
-    line.waitForData(1000); // notices that nothing more can come
-    EXPECT_FALSE(line.isOpen());
 }
 
 TEST(QtSerialLineSettings, ParsesTheSettingsText)

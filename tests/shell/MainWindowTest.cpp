@@ -12,11 +12,6 @@ namespace {
 
 TEST(MainWindow, ShowsTheTitleWithTheProgramVersion)
 {
-    int argc = 1;
-    char name[] = "shell_tests";
-    char *argv[] = {name, nullptr};
-    QApplication app(argc, argv);
-
     frmMain window;
     window.show();
     EXPECT_EQ(window.windowTitle(),

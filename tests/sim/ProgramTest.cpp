@@ -1,0 +1,195 @@
+#include "FirmwareImage.h"
+#include "InstrumentState.h"
+#include "link/QtSerialLine.h"
+
+#include <QCryptographicHash>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// varimo-sim run by a test: started with the given options, its port read from the first line.
+class Program
+{
+public:
+    bool start(const QStringList &args)
+    {
+        m_process.start(QStringLiteral(VARIMO_TEST_BINARY_DIR "/sim/varimo-sim"), args);
+        if (!m_process.waitForStarted(10000))
+            return false;
+        QDeadlineTimer deadline(20000);
+        while (!m_process.canReadLine() && !deadline.hasExpired())
+            m_process.waitForReadyRead(int(deadline.remainingTime()));
+        port = QString::fromLocal8Bit(m_process.readLine()).trimmed();
+        return port.startsWith(u"/dev/"_s);
+    }
+
+    void type(const char *line)
+    {
+        m_process.write(QByteArray(line) + '\n');
+        m_process.waitForBytesWritten(5000); // no event loop here to do it
+    }
+
+    int stop()
+    {
+        m_process.terminate(); // SIGTERM
+        if (!m_process.waitForFinished(20000)) {
+            m_process.kill();
+            m_process.waitForFinished();
+            return -1;
+        }
+        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    }
+
+    ~Program()
+    {
+        if (m_process.state() != QProcess::NotRunning)
+            stop();
+    }
+
+    QString port;
+
+private:
+    QProcess m_process;
+};
+
+// Sends a telegram over the real line and waits up to 3 s for the answer's CR LF.
+QByteArray ask(QtSerialLine &line, const QByteArray &telegram)
+{
+    line.discardInput();
+    line.write(telegram + "\r\n");
+    QByteArray got;
+    QDeadlineTimer deadline(3000);
+    while (!got.contains("\r\n") && !deadline.hasExpired()) {
+        line.waitForData(int(deadline.remainingTime()));
+        got += line.readAll();
+    }
+    return got.endsWith("\r\n") ? got.chopped(2) : got;
+}
+
+// Polls a file until it contains text (real time: the program runs on its own).
+bool waitForText(const QString &path, const QByteArray &text, int timeoutMs = 10000)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    do {
+        QFile file(path);
+        if (file.open(QIODevice::ReadOnly) && file.readAll().contains(text))
+            return true;
+        QThread::msleep(20);
+    } while (!deadline.hasExpired());
+    return false;
+}
+
+const QStringList kFast = {u"--baud"_s,      u"0"_s,  u"--answer-delay"_s,  u"1"_s,
+                           u"--boot-time"_s, u"50"_s, u"--restart-delay"_s, u"100"_s};
+
+TEST(SimProgram, ServesTheSerialLineAcrossReopensAndKeysAndSavesItsStateOnSigterm)
+{
+    QTemporaryDir dir;
+    const QString state = dir.filePath(u"state.json"_s);
+    const QString trace = dir.filePath(u"trace.log"_s);
+    const QString link = dir.filePath(u"ttyVARIMO"_s);
+    Program sim;
+    ASSERT_TRUE(sim.start(
+        kFast + QStringList {u"--state"_s, state, u"--trace"_s, trace, u"--link"_s, link}));
+    EXPECT_EQ(QFile::symLinkTarget(link), sim.port);
+
+    QtSerialLine line;
+    line.setPortName(link);
+    line.setSettings(u"57600,N,8,1"_s);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(line.open()) << line.errorString().toStdString();
+        EXPECT_EQ(ask(line, "SER"), "SER;42");
+        line.close();
+    }
+    ASSERT_TRUE(line.open());
+    EXPECT_EQ(ask(line, "DHR;2"), "DHR;2");
+    EXPECT_EQ(ask(line, "CEW;1"), "CEW;1");
+    EXPECT_EQ(ask(line, "CH;7\xB0"), "CH;7\xB0");
+
+    sim.type("menu-open");
+    ASSERT_TRUE(waitForText(trace, "key menu-open"));
+    EXPECT_EQ(ask(line, "KVT"), "E;03");
+    sim.type("menu-close");
+    ASSERT_TRUE(waitForText(trace, "key menu-close"));
+    EXPECT_EQ(ask(line, "KVT"), "KVT;Vm2PS;1.02;7");
+    line.close();
+
+    EXPECT_EQ(sim.stop(), 0);
+    const StateFile::LoadResult saved = StateFile::load(state);
+    ASSERT_TRUE(saved.ok) << saved.error.toStdString();
+    EXPECT_EQ(saved.state.board(BoardKind::Main).values.value("CH"), "7\xB0");
+    EXPECT_TRUE(waitForText(trace, "< CH;7\\xB0", 0));
+}
+
+TEST(SimProgram, LrzszSenderFlashesTheMainBoardByteExact)
+{
+    const QString sx = QStandardPaths::findExecutable(u"sx"_s);
+    if (sx.isEmpty())
+        GTEST_SKIP() << "lrzsz is not installed";
+    QTemporaryDir dir;
+    // The Main Board waits in its bootloader, the line switched to it.
+    InstrumentState waiting = InstrumentState::defaults();
+    waiting.board(BoardKind::Main).mode = BoardMode::Requesting;
+    waiting.route = 4;
+    const QString state = dir.filePath(u"state.json"_s);
+    ASSERT_TRUE(StateFile::save(state, waiting));
+    const QString trace = dir.filePath(u"trace.log"_s);
+
+    QProcess make;
+    make.start(QStringLiteral(VARIMO_TEST_BINARY_DIR "/sim/varimo-sim"),
+               {u"--make-firmware"_s, dir.path(), u"--main-version"_s, u"1.07"_s, u"--main-build"_s,
+                u"12"_s});
+    ASSERT_TRUE(make.waitForFinished(30000));
+    const QStringList files =
+        QString::fromLatin1(make.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(files.size(), 3);
+    const QString image = dir.filePath(files.filter(u"FW_MAINBOARD_107_CRC"_s).value(0));
+    QFile imageFile(image);
+    ASSERT_TRUE(imageFile.open(QIODevice::ReadOnly));
+    const QByteArray bytes = imageFile.readAll();
+    ASSERT_EQ(bytes.size(), 14336);
+
+    Program sim;
+    ASSERT_TRUE(sim.start(kFast + QStringList {u"--state"_s, state, u"--trace"_s, trace}));
+    QProcess sender;
+    sender.start(u"sh"_s,
+                 {u"-c"_s, u"exec \"$0\" -X \"$1\" <\"$2\" >\"$2\""_s, sx, image, sim.port});
+    ASSERT_TRUE(sender.waitForFinished(60000));
+    EXPECT_EQ(sender.exitCode(), 0) << sender.readAllStandardError().toStdString();
+
+    const QByteArray sha = QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+    EXPECT_TRUE(waitForText(trace, "14336 bytes flashed (sha256 " + sha + ")"));
+    ASSERT_TRUE(waitForText(trace, "Main Board running"));
+    QtSerialLine line;
+    line.setPortName(sim.port);
+    ASSERT_TRUE(line.open());
+    EXPECT_EQ(ask(line, "KVT"), "KVT;Vm2PS;1.07;12");
+}
+
+TEST(SimProgram, AutoOperatorHearsTheUpdaterCloseItsPort)
+{
+    QTemporaryDir dir;
+    const QString trace = dir.filePath(u"trace.log"_s);
+    Program sim;
+    ASSERT_TRUE(sim.start(
+        kFast +
+        QStringList {u"--auto-operator"_s, u"--operator-delay"_s, u"100"_s, u"--trace"_s, trace}));
+    QtSerialLine line;
+    line.setPortName(sim.port);
+    ASSERT_TRUE(line.open());
+    EXPECT_EQ(ask(line, "DHR;4"), "DHR;4");
+    line.close();
+    EXPECT_TRUE(waitForText(trace, "auto-operator: reset and restart after a failure"));
+    EXPECT_TRUE(waitForText(trace, "key power"));
+}
+
+} // namespace

@@ -1,0 +1,91 @@
+#include "SimFixture.h"
+
+#include "FirmwareImage.h"
+
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+SimFixture::SimFixture()
+{
+    log.Init(dir.filePath(u"VarimoSentry_Updater.txt"_s));
+    log.Setlogging(true);
+    ini.Init(dir.filePath(u"VarimoSentry_Updater.ini"_s));
+    comm.Init(&log);
+
+    op.setReaction([this](const ScriptedOperator::Prompt &prompt) {
+        if (prompt.kind == ScriptedOperator::Prompt::MessageBox) {
+            instrument().press(PanelKey::MenuClose);
+            return;
+        }
+        if (!operatorPressesKeys)
+            return;
+        constexpr int kBetweenKeysMs = 300;
+        switch (prompt.instruction) {
+        case Operator::Instruction::CpuUpdateMode:
+            instrument().press(PanelKey::ResetZero);
+            clock.sleepMs(kBetweenKeysMs);
+            instrument().press(PanelKey::UpdateMode);
+            break;
+        case Operator::Instruction::MainBoardRestart:
+        case Operator::Instruction::General:
+            instrument().press(PanelKey::ResetZero);
+            clock.sleepMs(kBetweenKeysMs);
+            instrument().press(PanelKey::Power);
+            // The operator waits for the measured value display, as the dialog says.
+            clock.sleepMs(instrument().timing().bootTimeMs + 500);
+            break;
+        }
+    });
+}
+
+void SimFixture::openPort()
+{
+    comm.setComPort(u"COM1"_s);
+    sim.line().setPortName(u"sim"_s);
+    ASSERT_TRUE(comm.OpenPort());
+}
+
+QByteArrayList SimFixture::received() const
+{
+    return const_cast<SimulatedInstrument &>(sim).instrument().trace().texts(
+        Trace::Entry::Received);
+}
+
+QByteArrayList SimFixture::receivedSinceMark() const
+{
+    return received().mid(qsizetype(m_mark));
+}
+
+void SimFixture::markTrace()
+{
+    m_mark = size_t(received().size());
+}
+
+QByteArrayList SimFixture::logLines() const
+{
+    QFile f(log.path());
+    QByteArrayList lines;
+    if (!f.open(QIODevice::ReadOnly))
+        return lines;
+    for (QByteArray line : f.readAll().split('\n')) {
+        line.chop(line.endsWith('\r') ? 1 : 0);
+        if (line.size() > 11 && line[2] == ':' && line.mid(8, 3) == " : ")
+            line = line.mid(11);
+        while (line.startsWith('\t'))
+            line.remove(0, 1);
+        if (!line.isEmpty())
+            lines << line;
+    }
+    return lines;
+}
+
+QStringList SimFixture::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
+                                      const QByteArray &main)
+{
+    QString error;
+    const QStringList names =
+        FirmwareImage::writeSet(dir.path(), {cpu, "017"}, {meas, "4"}, {main, "1"}, &error);
+    EXPECT_EQ(names.size(), 3) << error.toStdString();
+    return names;
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "SimulatedInstrument.h"
+#include "link/Clock.h"
+#include "link/cComm.h"
+#include "shell/cINI.h"
+#include "shell/cLog.h"
+#include "support/ScriptedOperator.h"
+
+#include <QByteArrayList>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+// The updater's link to an in-process simulated instrument on virtual time, with a program folder
+// (settings, log, backups, firmware files) in a temporary directory and an operator who does what
+// the dialogs say at once: closes the setup menu, presses the keys for the update mode and for a
+// restart.
+class SimFixture : public ::testing::Test
+{
+protected:
+    SimFixture();
+
+    // Opens the port as Connect does; asserts that the instrument greeted back.
+    void openPort();
+
+    // Telegrams the instrument received (without CR LF; firmware blocks appear as the simulator's
+    // trace writes them), from the trace.
+    QByteArrayList received() const;
+    // The same, counted from the last call of markTrace().
+    QByteArrayList receivedSinceMark() const;
+    void markTrace();
+    // The lines of the updater's log file without their time stamps and indents.
+    QByteArrayList logLines() const;
+    QString path(const QString &name) const { return dir.filePath(name); }
+
+    // Writes firmware files for the three boards into the program folder; returns their names
+    // (CPU Board, Main Board, Measuring Module).
+    QStringList writeFirmware(const QByteArray &cpu, const QByteArray &meas,
+                              const QByteArray &main);
+
+    Instrument &instrument() { return sim.instrument(); }
+
+    QTemporaryDir dir;
+    VirtualClock clock;
+    SimulatedInstrument sim {clock};
+    ScriptedOperator op;
+    cLog log {&clock};
+    cINI ini;
+    cComm comm {sim.line(), clock, op};
+    // Whether the operator follows the instructions (tests of refusals switch it off).
+    bool operatorPressesKeys = true;
+
+private:
+    size_t m_mark = 0;
+};

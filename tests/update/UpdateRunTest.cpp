@@ -1,0 +1,252 @@
+#include "update/UpdateRun.h"
+
+#include "boards/FirmwareFiles.h"
+#include "shell/Connection.h"
+#include "shell/Eligibility.h"
+#include "support/SimFixture.h"
+
+#include <QFile>
+#include <QSignalSpy>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// An update run against the simulated instrument, prepared as the main window prepares it:
+// connected, firmware files found, eligibility colours set.
+class UpdateRunTest : public SimFixture
+{
+protected:
+    void SetUp() override { run.Init(&ini, &log, dir.path()); }
+
+    // Connects, reads the firmware files and colours the boards that will change.
+    void prepare()
+    {
+        Connection connection(comm, ini, log, run, dir.path());
+        const Connection::Result r = connection.ConnectAndIdentify(u"COM1"_s);
+        ASSERT_TRUE(r.connected) << r.error.toStdString();
+        const struct
+        {
+            qint32 kind;
+            QString pattern;
+        } patterns[] = {{cControler::eCPU, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
+                        {cControler::eMain, u"FW_MAINBOARD_XXX_CRC"_s},
+                        {cControler::eMeas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
+        for (const auto &p : patterns)
+            run.fresh(p.kind).InitFromBinFile(
+                dir.path(), modHelper::FindNewestFile(dir.path(), p.pattern), p.pattern, p.kind);
+        const Eligibility::Boards current {&run.current(0), &run.current(2), &run.current(1)};
+        const Eligibility::Boards fresh {&run.fresh(0), &run.fresh(2), &run.fresh(1)};
+        Eligibility::CheckUpdateFiles(current, fresh, false);
+    }
+
+    bool runMode(qint16 mode, qint16 board = 0)
+    {
+        run.SetModeAndInitCom(&comm, mode, board);
+        return run.run();
+    }
+
+    std::array<QMap<QByteArray, QByteArray>, 3> parameters()
+    {
+        return {instrument().board(BoardKind::Cpu).values,
+                instrument().board(BoardKind::Meas).values,
+                instrument().board(BoardKind::Main).values};
+    }
+
+    QStringList instructions(Operator::Instruction kind) const
+    {
+        QStringList firstLines;
+        for (const auto &p : op.prompts)
+            if (p.kind == ScriptedOperator::Prompt::Instruction && p.instruction == kind)
+                firstLines << p.lines.value(0);
+        return firstLines;
+    }
+
+    UpdateRun run {clock, op};
+};
+
+TEST_F(UpdateRunTest, FullRunUpdatesAllBoardsAndKeepsEveryParameter)
+{
+    writeFirmware("2.01", "1.21", "1.03");
+    prepare();
+    const auto before = parameters();
+    QSignalSpy succeeded(&run, &UpdateRun::succeeded);
+
+    ASSERT_TRUE(runMode(UpdateRun::eModeFull));
+    EXPECT_EQ(succeeded.count(), 1);
+    EXPECT_EQ(instrument().board(BoardKind::Cpu).firmware, QByteArray("2.01"));
+    EXPECT_EQ(instrument().board(BoardKind::Meas).firmware, QByteArray("1.21"));
+    EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
+    EXPECT_EQ(parameters(), before);
+    EXPECT_EQ(ini.GetValue(u"Settings"_s, u"LastBackupFileName"_s, {}),
+              u"VarimoSentry_Backup_00042.xml"_s);
+    EXPECT_EQ(instructions(Operator::Instruction::MainBoardRestart).size(), 1);
+    EXPECT_EQ(instructions(Operator::Instruction::CpuUpdateMode).size(), 1);
+}
+
+TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
+{
+    writeFirmware("2.00", "1.20", "1.02");
+    prepare();
+    markTrace();
+    ASSERT_TRUE(runMode(UpdateRun::eModeFull));
+    EXPECT_TRUE(QFile::exists(path(u"VarimoSentry_Backup_00042.xml"_s)));
+    EXPECT_EQ(ini.GetValue(u"Settings"_s, u"LastBackupFileName"_s, {}),
+              u"VarimoSentry_Backup_00042.xml"_s);
+    for (const QByteArray &t : receivedSinceMark())
+        EXPECT_FALSE(t == "DHR;3" || t == "DHR;4" || t == "BOT;$" || t == "F") << t.constData();
+}
+
+TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
+{
+    writeFirmware("2.01", "1.21", "1.03");
+    prepare();
+    // The Main Board takes its image but never answers after its restart: the pass fails, and
+    // after the operator's reset it runs the new firmware, so there is no further pass.
+    instrument().addFault(FaultRule::ignoreTelegram("KVT", 9, 4));
+    markTrace();
+    EXPECT_FALSE(runMode(UpdateRun::eModeFull));
+    EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
+    EXPECT_EQ(instrument().board(BoardKind::Meas).firmware, QByteArray("1.20"));
+    EXPECT_EQ(instrument().board(BoardKind::Cpu).firmware, QByteArray("2.00"));
+    const QByteArrayList sent = receivedSinceMark();
+    EXPECT_FALSE(sent.contains("DHR;3"));
+    EXPECT_FALSE(sent.contains("F"));
+    EXPECT_EQ(logLines().last(), QByteArray("Failed"));
+    const QStringList general = instructions(Operator::Instruction::General);
+    ASSERT_EQ(general.size(), 1);
+    EXPECT_EQ(general[0], u"ERROR: No connection to VARIMOsentry"_s);
+}
+
+TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
+{
+    writeFirmware("2.00", "1.20", "1.03");
+    prepare();
+    instrument().addFault(FaultRule::nakPacket(5, 30));
+    cBackup backup; // the backup of an earlier run, which the single-board update restores
+    backup.Init(&comm);
+    ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
+    ASSERT_TRUE(runMode(UpdateRun::eModeSingleBoard, cControler::eMain));
+    EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
+    EXPECT_EQ(logLines().count("Starting Main Board bootloader..."), 2);
+    EXPECT_TRUE(logLines().contains("Bootloader already running"));
+    EXPECT_EQ(instructions(Operator::Instruction::General).size(), 1);
+}
+
+TEST_F(UpdateRunTest, RestoreOnlyWritesEveryBoardBack)
+{
+    writeFirmware("2.00", "1.20", "1.02");
+    prepare();
+    const auto before = parameters();
+    cBackup backup;
+    backup.Init(&comm);
+    ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
+    for (BoardKind kind : kAllBoards)
+        InstrumentState::resetToFactory(kind, instrument().board(kind));
+    QSignalSpy actions(&run, &UpdateRun::currentActionChanged);
+    ASSERT_TRUE(runMode(UpdateRun::eModeRestore, -1));
+    EXPECT_EQ(parameters(), before);
+    QStringList texts;
+    for (const auto &a : actions)
+        texts << a.at(0).toString();
+    EXPECT_EQ(texts,
+              QStringList({u"Restoring parameters to Main Board..."_s,
+                           u"Restoring parameters to Measuring Module..."_s,
+                           u"Restoring parameters to CPU Board..."_s}));
+}
+
+TEST_F(UpdateRunTest, ModeNeverSetEndsAtOnce)
+{
+    EXPECT_FALSE(run.run());
+    EXPECT_TRUE(received().isEmpty());
+}
+
+// The bootloader start and the transfer alone, on an open port.
+class BootloaderAndTransfer : public UpdateRunTest
+{
+protected:
+    void SetUp() override
+    {
+        UpdateRunTest::SetUp();
+        openPort();
+        run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, cControler::eMain);
+        image = writeFirmware("2.01", "1.21", "1.03").value(1);
+        markTrace();
+    }
+    QString image;
+};
+
+TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)
+{
+    comm.Transceive("DHR;4");
+    comm.WriteTelegram("BOT;$", "\r\n");
+    clock.sleepMs(3000);
+    markTrace();
+    EXPECT_TRUE(run.StartBootloader("DHR;4", "BLSP;1"));
+    EXPECT_TRUE(receivedSinceMark().isEmpty());
+    EXPECT_EQ(logLines().last(), QByteArray("Bootloader already running"));
+}
+
+TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
+{
+    instrument().board(BoardKind::Cpu).mode = BoardMode::Waiting;
+    EXPECT_TRUE(run.StartBootloader("DHR;0", "KVT;BLCPU;1"));
+    EXPECT_EQ(receivedSinceMark().mid(0, 3), QByteArrayList({"DHR;0", "F", "DHR;0"}));
+    EXPECT_TRUE(instructions(Operator::Instruction::CpuUpdateMode).isEmpty());
+}
+
+TEST_F(BootloaderAndTransfer, FivePassesThenGiveUp)
+{
+    instrument().addFault(FaultRule::ignoreTelegram("BOT;$", FaultRule::kForever));
+    const qint64 start = clock.elapsedMs();
+    EXPECT_FALSE(run.StartBootloader("DHR;4", "BLSP;1"));
+    EXPECT_EQ(receivedSinceMark().count("DHR;4"), 5);
+    EXPECT_EQ(logLines().last(), QByteArray("Bootloader not started"));
+    // 5 s first read, then per pass the waits of whole seconds (3 and 4, each at least one
+    // second less by the calendar) and the 2 s read after "BOT;$".
+    EXPECT_GT(clock.elapsedMs() - start, 5000 + 5 * (2000 + 3000 + 2000));
+}
+
+TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
+{
+    const struct
+    {
+        const char *what;
+        FaultRule rule;
+    } cases[] = {{"NAK storm", FaultRule::nakPacket(3, 30)},
+                 {"silence", FaultRule::silence(0)}};
+    for (const auto &c : cases) {
+        instrument().faults().clear();
+        instrument().press(PanelKey::ResetZero);
+        clock.sleepMs(300);
+        instrument().press(PanelKey::Power);
+        clock.sleepMs(3000);
+        ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1")) << c.what;
+        instrument().addFault(c.rule);
+        EXPECT_FALSE(run.FlashUpdate(path(image), cControler::eMain)) << c.what;
+        EXPECT_EQ(logLines().last(),
+                  QByteArray("Error during Flash binary file (XModemWaitTime = 1 ms): "
+                             "Number of invalid answers: 10"))
+            << c.what;
+        EXPECT_TRUE(log.isLogging());
+    }
+}
+
+TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
+{
+    QSignalSpy progress(&run, &UpdateRun::transferProgressChanged);
+    QSignalSpy actions(&run, &UpdateRun::currentActionChanged);
+    ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1"));
+    ASSERT_TRUE(run.FlashUpdate(path(image), cControler::eMain));
+    ASSERT_EQ(progress.count(), 113); // 112 packets and the end of transmission
+    const auto last = progress.last().at(0).value<TransferProgress>();
+    EXPECT_EQ(last.bytesSent, 14336);
+    EXPECT_EQ(last.bytesTotal, 14336);
+    EXPECT_EQ(last.remainingMs, 0);
+    EXPECT_EQ(actions.first().at(0).toString(),
+              u"Sending Main Board binary file (0 of 14336 Bytes transferred)..."_s);
+    EXPECT_EQ(actions.last().at(0).toString(),
+              u"Sending Main Board binary file (14336 of 14336 Bytes transferred)..."_s);
+}
+
+} // namespace

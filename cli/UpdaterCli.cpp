@@ -232,7 +232,7 @@ UpdaterCli::UpdaterCli(const CliOptions &options, Console &console, SerialLine &
     , m_console(console)
     , m_line(line)
     , m_clock(clock)
-    , m_programDir(programDir)
+    , m_folders(folders)
     , m_operator(console, options.yes)
     , m_comm(line, clock, m_operator)
     , m_run(clock, m_operator)
@@ -302,25 +302,25 @@ int UpdaterCli::runCommand()
 
 int UpdaterCli::startWorkspace()
 {
-    QString dir = m_programDir;
+    Workspace::Folders folders = m_folders;
     if (!m_options.dir.isEmpty()) {
         const QFileInfo info(m_options.dir);
         if (!info.isDir()) {
             m_console.error(u"The folder %1 does not exist."_s.arg(m_options.dir));
             return eExitUsage;
         }
-        dir = info.absoluteFilePath();
+        folders = {info.absoluteFilePath(), info.absoluteFilePath()};
     }
-    m_workspace = std::make_unique<Workspace>(dir);
+    m_workspace = std::make_unique<Workspace>(folders);
     m_workspace->Start();
     if (m_options.verbose)
         m_workspace->log().setEcho([this](const QByteArray &bytes) { m_console.echo(bytes); });
     if (m_options.allowDowngrade)
         m_workspace->setAllowDowngrade(true);
-    m_run.Init(&m_workspace->ini(), &m_workspace->log(), dir);
+    m_run.Init(&m_workspace->ini(), &m_workspace->log(), folders.data);
     m_comm.Init(&m_workspace->log());
-    m_connection =
-        std::make_unique<Connection>(m_comm, m_workspace->ini(), m_workspace->log(), m_run, dir);
+    m_connection = std::make_unique<Connection>(m_comm, m_workspace->ini(), m_workspace->log(),
+                                                m_run, folders.data);
     m_workspace->LoadFirmwareFiles(m_run);
     m_filesVerdict = m_workspace->CheckUpdateFiles(m_run);
 
@@ -684,6 +684,7 @@ int UpdaterCli::diff()
 
 bool UpdaterCli::runEngine(qint16 mode, qint16 board)
 {
+    m_workspace->UseFullFirmwarePaths(m_run);
     m_run.SetModeAndInitCom(&m_comm, mode, board);
     const bool ok = m_run.run();
     endTransferDisplay();

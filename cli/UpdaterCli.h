@@ -5,6 +5,7 @@
 #include "link/cComm.h"
 #include "shell/Connection.h"
 #include "shell/Eligibility.h"
+#include "shell/Workspace.h"
 #include "update/UpdateRun.h"
 
 #include <QObject>
@@ -15,7 +16,6 @@
 class Clock;
 class Console;
 class SerialLine;
-class Workspace;
 
 // What the command line asked for.
 struct CliOptions
@@ -55,9 +55,9 @@ class UpdaterCli : public QObject
     Q_OBJECT
 
 public:
-    // programDir: the folder when --dir is not given (the executable's folder rule applied).
+    // folders: where the files are when --dir is not given (the windows' rule applied).
     UpdaterCli(const CliOptions &options, Console &console, SerialLine &line, Clock &clock,
-               const QString &programDir);
+               const Workspace::Folders &folders);
     ~UpdaterCli() override;
 
     int run();
@@ -116,7 +116,7 @@ private:
     Console &m_console;
     SerialLine &m_line;
     Clock &m_clock;
-    QString m_programDir;
+    Workspace::Folders m_folders;
     TerminalOperator m_operator;
     cComm m_comm;
     UpdateRun m_run;

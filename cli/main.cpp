@@ -10,7 +10,8 @@
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(AppInfo::productTitle());
+    // The name under which the windows find the user's data folder: the same for both.
+    QCoreApplication::setApplicationName(QString::fromLatin1(Workspace::kApplicationName));
     QCoreApplication::setApplicationVersion(AppInfo::versionText());
 
     Console console;
@@ -20,9 +21,10 @@ int main(int argc, char *argv[])
 
     SystemClock clock;
     QtSerialLine line;
-    const QString programDir = options.dir.isEmpty()
-        ? Workspace::ProgramDirFor(QCoreApplication::applicationDirPath())
-        : QString();
-    UpdaterCli cli(options, console, line, clock, programDir);
+    // With --dir every file is there; otherwise the windows' rule says where.
+    const Workspace::Folders folders = options.dir.isEmpty()
+        ? Workspace::ChooseFolders(QCoreApplication::applicationDirPath(), Workspace::UserDataDir())
+        : Workspace::Folders();
+    UpdaterCli cli(options, console, line, clock, folders);
     return cli.run();
 }

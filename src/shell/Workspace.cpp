@@ -5,8 +5,8 @@
 #include "update/UpdateRun.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QStandardPaths>
+#include <QTemporaryFile>
 
 using namespace Qt::StringLiterals;
 
@@ -28,32 +28,40 @@ const PatternSetting kPatternSettings[] = {
 };
 } // namespace
 
+Workspace::Folders Workspace::ChooseFolders(const QString &programDir, const QString &fallbackDir)
+{
+    Folders folders {programDir, programDir};
+    QTemporaryFile probe(QDir(programDir).filePath(u"write-test-XXXXXX"_s));
+    if (programDir.isEmpty() || !QDir(programDir).exists() || !probe.open()) {
+        QDir().mkpath(fallbackDir);
+        folders.data = fallbackDir;
+    }
+    return folders;
+}
+
 QString Workspace::UserDataDir()
 {
-    const QString base = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return QDir(base.isEmpty() ? QDir::homePath() : base)
-        .filePath(QString::fromLatin1(kUserDataFolderName));
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
 }
 
-QString Workspace::ProgramDirFor(const QString &executableDir)
-{
-    const QFileInfo info(executableDir);
-    if (info.isDir() && info.isWritable())
-        return info.absoluteFilePath();
-    const QString dir = UserDataDir();
-    QDir().mkpath(dir);
-    return dir;
-}
-
-Workspace::Workspace(const QString &programDir, Clock *clock)
-    : m_programDir(programDir)
+Workspace::Workspace(const Folders &folders, Clock *clock)
+    : m_folders(folders)
     , m_log(clock)
 {
 }
 
 QString Workspace::pathFor(const QString &name) const
 {
-    return QDir(m_programDir).filePath(name);
+    return QDir(m_folders.data).filePath(name);
+}
+
+void Workspace::UseFullFirmwarePaths(UpdateRun &run) const
+{
+    for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas}) {
+        cControler &fresh = run.fresh(kind);
+        if (!fresh.BinFileName().isEmpty())
+            fresh.setBinFileName(QDir(m_folders.program).filePath(fresh.BinFileName()));
+    }
 }
 
 void Workspace::Start()
@@ -85,8 +93,8 @@ void Workspace::LoadFirmwareFiles(UpdateRun &run) const
 {
     for (const PatternSetting &p : kPatternSettings) {
         const QString pattern = m_patterns[p.kind];
-        const QString file = modHelper::FindNewestFile(m_programDir, pattern);
-        run.fresh(p.kind).InitFromBinFile(m_programDir, file, pattern, p.kind);
+        const QString file = modHelper::FindNewestFile(m_folders.program, pattern);
+        run.fresh(p.kind).InitFromBinFile(m_folders.program, file, pattern, p.kind);
     }
 }
 

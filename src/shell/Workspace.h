@@ -9,9 +9,9 @@
 class Clock;
 class UpdateRun;
 
-// The program folder and what the updater keeps in it, shared by the windows and the terminal
-// front end so that both start, judge and end the same way: the log file and the settings file,
-// the firmware file-name patterns and the downgrade permission read at start, the new-firmware
+// The updater's folders and what it keeps in them, shared by the windows and the terminal front
+// end so that both start, judge and end the same way: the log file and the settings file, the
+// firmware file-name patterns and the downgrade permission read at start, the new-firmware
 // descriptors filled from the newest files, the verdict of a connected or disconnected state,
 // and the closing log lines.
 //
@@ -22,20 +22,31 @@ class Workspace
 public:
     static constexpr char kIniFileName[] = "VarimoSentry_Updater.ini";
     static constexpr char kLogFileName[] = "VarimoSentry_Updater.txt";
-    static constexpr char kUserDataFolderName[] = "VarimoSentry_Updater";
+    // The application name under which the user's data folder is found.
+    static constexpr char kApplicationName[] = "VarimoSentry_Updater";
 
-    // The folder the updater works in: the executable's folder when it may be written to,
-    // otherwise the user's data folder (for example ~/.local/share/VarimoSentry_Updater), which
-    // is created when missing. The settings, the log, the firmware files and the backups all live
-    // there.
-    static QString ProgramDirFor(const QString &executableDir);
+    struct Folders
+    {
+        QString program; // the firmware image files: the executable's folder
+        QString data; // the settings file, the log and the backups
+    };
+
+    // The rule of the windows: data is the program folder when a file can be created there,
+    // otherwise fallbackDir (created as needed).
+    static Folders ChooseFolders(const QString &programDir, const QString &fallbackDir);
+    // The user's data folder (~/.local/share/VarimoSentry_Updater on Linux), for a program whose
+    // application name is kApplicationName, as the windows' is.
     static QString UserDataDir();
 
-    explicit Workspace(const QString &programDir, Clock *clock = nullptr);
+    Workspace(const Folders &folders, Clock *clock = nullptr);
 
-    QString programDir() const { return m_programDir; }
-    // A name in the program folder; an absolute path stays as it is.
+    QString programDir() const { return m_folders.program; }
+    QString dataDir() const { return m_folders.data; }
+    // A name in the data folder (a backup); an absolute path stays as it is.
     QString pathFor(const QString &name) const;
+    // The firmware files of the new-firmware descriptors as full paths in the program folder, as
+    // the update run needs them when the data folder is elsewhere.
+    void UseFullFirmwarePaths(UpdateRun &run) const;
     cINI &ini() { return m_ini; }
     cLog &log() { return m_log; }
 
@@ -72,7 +83,7 @@ public:
     static Eligibility::Boards NewBoards(UpdateRun &run);
 
 private:
-    QString m_programDir;
+    Folders m_folders;
     cINI m_ini;
     cLog m_log;
     QString m_patterns[3]; // by cControler kind

@@ -34,6 +34,7 @@ QByteArray backupText(const QByteArray &mainFirmware, const QByteArray &ch,
 
 struct DiffCase
 {
+    const char *name; // the case's name in the test list
     const char *what;
     QByteArray second;
     bool sameValues;
@@ -71,28 +72,33 @@ TEST_P(Diff, FindsEveryDifferenceByGroupAndKey)
 INSTANTIATE_TEST_SUITE_P(
     Backups, Diff,
     ::testing::Values(
-        DiffCase {"the same document", backupText("1.02", "12.5", "7", "p"), true, {}},
-        DiffCase {"an update changes only the identity",
+        DiffCase {"Same", "the same document", backupText("1.02", "12.5", "7", "p"), true, {}},
+        DiffCase {"IdentityOnly",
+                  "an update changes only the identity",
                   backupText("1.03", "12.5", "7", "p"),
                   true,
                   {u"Main Board  identity Firmware: \"1.02\" -> \"1.03\""_s}},
-        DiffCase {"values of each board, keyed by group and telegram or index",
+        DiffCase {"ValueOfEachBoard",
+                  "values of each board, keyed by group and telegram or index",
                   backupText("1.02", "12.6", "8", "q"),
                   false,
                   {u"Main Board  Telegram=CH: \"12.5\" -> \"12.6\""_s,
                    u"Measuring Module  User Telegram=CEF;0;0: \"7\" -> \"8\""_s,
                    u"CPU Board  Protected id=0: \"p\" -> \"q\""_s}},
-        DiffCase {"a value only the second has, with bytes shown escaped",
+        DiffCase {"ValueOnlyInSecond",
+                  "a value only the second has, with bytes shown escaped",
                   backupText("1.02", "12.5", "7", "p",
                              "<Value Telegram=\"CA\">\xc2\xb0&#xd;&quot;</Value>"),
                   false,
                   {u"Main Board  Telegram=CA: (missing) -> \"\u00b0\\x0d\\x22\""_s}},
-        DiffCase {"a board missing",
+        DiffCase {"BoardMissing",
+                  "a board missing",
                   "<VARIMOsentry><Mainboard Name=\"Vm2PS\" Firmware=\"1.02\" Build=\"7\">"
                   "<Value Telegram=\"SER\">42</Value><Value Telegram=\"CH\">12.5</Value>"
                   "</Mainboard></VARIMOsentry>",
                   false,
                   {u"Measuring Module: only in the first backup"_s,
-                   u"CPU Board: only in the first backup"_s}}));
+                   u"CPU Board: only in the first backup"_s}}),
+    [](const ::testing::TestParamInfo<DiffCase> &info) { return std::string(info.param.name); });
 
 } // namespace

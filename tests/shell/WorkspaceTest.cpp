@@ -60,7 +60,7 @@ protected:
     QTemporaryDir dir;
     VirtualClock clock;
     NoOperator op;
-    Workspace workspace {dir.path(), &clock};
+    Workspace workspace {{dir.path(), dir.path()}, &clock};
     UpdateRun run {clock, op};
 };
 
@@ -123,15 +123,30 @@ TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
     EXPECT_EQ(workspace.ini().GetValue(u"Settings"_s, u"COMPort"_s, u"COM1"_s), u"/dev/ttyUSB1"_s);
 }
 
-TEST_F(WorkspaceTest, AProgramFolderThatCannotBeWrittenFallsBackToTheUserDataFolder)
+TEST_F(WorkspaceTest, AProgramFolderThatCannotBeWrittenKeepsItsDataElsewhere)
 {
-    EXPECT_EQ(Workspace::ProgramDirFor(dir.path()), QDir(dir.path()).absolutePath());
-    const QByteArray oldData = qgetenv("XDG_DATA_HOME");
-    qputenv("XDG_DATA_HOME", dir.filePath(u"data"_s).toLocal8Bit());
-    const QString fallback = Workspace::ProgramDirFor(dir.filePath(u"no/such/folder"_s));
-    EXPECT_EQ(fallback, dir.filePath(u"data/VarimoSentry_Updater"_s));
-    EXPECT_TRUE(QDir(fallback).exists());
-    qputenv("XDG_DATA_HOME", oldData);
+    const Workspace::Folders writable = Workspace::ChooseFolders(dir.path(), u"/unused"_s);
+    EXPECT_EQ(writable.data, dir.path());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).filter(u"write-test"_s), QStringList());
+
+    const QString missing = dir.filePath(u"no/such/folder"_s);
+    const Workspace::Folders elsewhere = Workspace::ChooseFolders(missing, dir.filePath(u"data"_s));
+    EXPECT_EQ(elsewhere.program, missing);
+    EXPECT_EQ(elsewhere.data, dir.filePath(u"data"_s));
+    EXPECT_TRUE(QDir(elsewhere.data).exists());
+}
+
+TEST_F(WorkspaceTest, FirmwareFilesComeFromTheProgramFolderAndBackupsGoToTheDataFolder)
+{
+    QTemporaryDir data;
+    Workspace split({dir.path(), data.path()}, &clock);
+    split.Start();
+    split.LoadFirmwareFiles(run);
+    split.UseFullFirmwarePaths(run);
+    EXPECT_EQ(run.fresh(cControler::eMain).BinFileName(),
+              dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
+    EXPECT_EQ(split.pathFor(u"b.xml"_s), QDir(data.path()).filePath(u"b.xml"_s));
+    EXPECT_TRUE(QFile::exists(QDir(data.path()).filePath(u"VarimoSentry_Updater.txt"_s)));
 }
 
 } // namespace

@@ -8,7 +8,6 @@
 #include "link/cComm.h"
 
 #include <QCoreApplication>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -33,8 +32,8 @@ double cpuSeconds()
 {
     rusage u {};
     getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec)
-        + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+        double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 using SteadyClock = std::chrono::steady_clock;

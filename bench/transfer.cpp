@@ -20,7 +20,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-
 #include <cstdio>
 #include <sys/resource.h>
 
@@ -40,8 +39,8 @@ double cpuSeconds()
 {
     rusage u {};
     getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec)
-        + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+        double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 struct Figures
@@ -56,9 +55,8 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
 {
     QProcess sim;
     sim.start(QString::fromUtf8(VARIMO_SIM_PATH),
-              {u"--baud"_s, QString::number(baud), u"--answer-delay"_s,
-               baud == 0 ? u"0"_s : u"5"_s, u"--restart-delay"_s, u"1000"_s, u"--boot-time"_s,
-               u"100"_s});
+              {u"--baud"_s, QString::number(baud), u"--answer-delay"_s, baud == 0 ? u"0"_s : u"5"_s,
+               u"--restart-delay"_s, u"1000"_s, u"--boot-time"_s, u"100"_s});
     if (!sim.waitForReadyRead(5000)) {
         std::fprintf(stderr, "varimo-sim did not start\n");
         return {};
@@ -91,6 +89,8 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     sim.write("update-mode\n");
     sim.waitForBytesWritten(1000);
     clock.sleepMs(1500);
+    while (line.waitForData(300)) // the bootloader's announcement
+        line.readAll();
     comm.WriteTelegram("F", "\r\n");
     const QByteArray request = comm.ReadT(3000, "C");
     if (!request.endsWith('C')) {
@@ -115,6 +115,11 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     wall.start();
     cpuAtStart = cpuSeconds();
     f.ok = run.FlashUpdate(image, 0);
+    if (!f.ok) {
+        QFile l(log.path());
+        l.open(QIODevice::ReadOnly);
+        std::fprintf(stderr, "%s\n", l.readAll().right(3000).constData());
+    }
     comm.ClosePort();
     sim.write("quit\n");
     sim.waitForBytesWritten(1000);
@@ -134,8 +139,9 @@ double lrzszTransfer(const QString &image)
     QProcess p;
     QElapsedTimer wall;
     wall.start();
-    p.start(socat, {u"EXEC:%1 -X -q %2,pty,raw,echo=0"_s.arg(sx, image),
-                    u"EXEC:%1 -c -X -q %2,pty,raw,echo=0"_s.arg(rx, dir.filePath(u"out.bin"_s))});
+    p.start(socat,
+            {u"EXEC:%1 -X -q %2,pty,raw,echo=0"_s.arg(sx, image),
+             u"EXEC:%1 -c -X -q %2,pty,raw,echo=0"_s.arg(rx, dir.filePath(u"out.bin"_s))});
     p.waitForFinished(600000);
     return double(wall.nsecsElapsed()) / 1e9;
 }
@@ -154,16 +160,16 @@ int main(int argc, char **argv)
             return 2;
         f.write(FirmwareImage::make(BoardKind::Cpu, "2.01", "017"));
     }
-    std::printf("CPU Board image: %lld bytes, %lld packets of 133 bytes\n",
-                QFile(image).size(), QFile(image).size() / 128);
+    std::printf("CPU Board image: %lld bytes, %lld packets of 133 bytes\n", QFile(image).size(),
+                QFile(image).size() / 128);
     constexpr double kLineLimitS = 187.6;
 
     if (!args.contains(u"--unpaced-only"_s)) {
         const Figures paced = updaterTransfer(image, 57600, 1);
         std::printf("paced 57600 baud, XModemWaitTime 1: %s, %.1f s (%.3f x the %.1f s line "
                     "limit; goal <= 1.03), updater CPU %.2f s = %.2f %% of wall (goal <= 2 %%)\n",
-                    paced.ok ? "ok" : "FAILED", paced.wallS, paced.wallS / kLineLimitS,
-                    kLineLimitS, paced.cpuS, 100.0 * paced.cpuS / paced.wallS);
+                    paced.ok ? "ok" : "FAILED", paced.wallS, paced.wallS / kLineLimitS, kLineLimitS,
+                    paced.cpuS, 100.0 * paced.cpuS / paced.wallS);
     }
     if (!args.contains(u"--paced-only"_s)) {
         const Figures unpaced = updaterTransfer(image, 0, 0);

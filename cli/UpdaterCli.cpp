@@ -111,9 +111,10 @@ Commands:
               or index) and print each difference.
 
 Options:
-  --dir DIR          The program folder: settings file, log file, firmware files, backups.
-                     Default: the folder of this program, or the user data folder
-                     (~/.local/share/VarimoSentry_Updater) when that is not writable.
+  --dir DIR          The folder of the settings file, the log file, the firmware files and
+                     the backups. Default, as for the windows: the firmware files beside this
+                     program, the rest there too, or in ~/.local/share/VarimoSentry_Updater when
+                     this program's folder is not writable.
   --port PORT        The serial port: a device path (/dev/ttyUSB0) or COMn (/dev/ttyS(n-1)).
   --yes              Answer every operator prompt with OK after printing it. A prompt that
                      comes back more than 3 times without the instrument moving on ends the

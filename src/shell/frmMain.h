@@ -1,15 +1,149 @@
 #pragma once
 
-#include <QMainWindow>
+#include "link/PortList.h"
+#include "shell/cINI.h"
+#include "shell/cLog.h"
+#include "update/Engine.h"
+#include "update/GuiOperator.h"
 
-// The main window: the operator's starting point. Lives on the GUI thread.
+#include <QMainWindow>
+#include <functional>
+#include <memory>
+
+class QComboBox;
+class QGroupBox;
+class QLabel;
+class QPushButton;
+class QToolButton;
+class frmUpdate;
+class userControler;
+
+// What the main window is given: where the program's files are, how the engine reaches the
+// instrument, and how the serial ports are listed.
+struct frmMainSetup
+{
+    QString programDir; // the firmware image files
+    QString dataDir; // the settings file, the log and the backups
+    EngineLinkFactory link = productLink;
+    std::function<QStringList()> listPorts = modHelper::EnumerateSerialPorts;
+};
+
+// The main window: the operator's starting point. It chooses the serial port, shows state and
+// instructions in the status line, shows the boards in the instrument and in the firmware files,
+// and carries Connect, Update, Restore Data, Reload all, Quit and the test mode (Ctrl+T).
+//
+// Lives on the GUI thread. Every exchange with the instrument is a job of the engine thread; the
+// window keeps copies of the six board descriptors, hands them to the engine with each run and
+// takes the boards as read back from each connect. While a job runs, the buttons that could start
+// another are disabled.
 class frmMain : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    explicit frmMain(QWidget *parent = nullptr);
+    explicit frmMain(const frmMainSetup &setup, QWidget *parent = nullptr);
+    ~frmMain() override;
+
+    qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo) const;
+    void SetConnectionState(bool bConnected);
+
+    // For the tests and the start-up's test hook.
+    bool isConnected() const { return m_bConnected; }
+    // No command is under way: no job, no run, no test-mode dialog.
+    bool isIdle() const { return !m_busy; }
+    bool allowDowngrade() const { return m_bAllowDowngrade; }
+    bool checkBackup() const { return m_bCheckBackup; }
+    QString statusText() const { return m_statusText; }
+    int statusKind() const { return m_statusKind; }
+    QString backupFileName() const { return m_strBackupFileName; }
+    const BoardSet &currentBoards() const { return m_current; }
+    const BoardSet &newBoards() const { return m_new; }
+    frmUpdate *updateWindow() const { return m_update; }
+    cLog &log() { return m_log; }
+
+    QGroupBox *fraConnect;
+    QLabel *lblComPort;
+    QComboBox *cmbPorts;
+    QPushButton *cmdConnect;
+    QToolButton *cmdRetry;
+    QGroupBox *fraStatus;
+    QLabel *lblStatus;
+    userControler *CurrentControler;
+    userControler *NewControler;
+    QPushButton *cmdUpdate;
+    QPushButton *cmdRestore;
+    QPushButton *cmdTests;
+    QPushButton *cmdQuit;
+    QLabel *Image1;
+
+signals:
+    // A command has ended and the window waits for the operator again.
+    void idle();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
 
 private:
+    void buildControls();
+    void Form_Load();
+    void InitSettingsAndLog();
     void SetTexts();
+    void ShowStatus(const QString &text, int statusKind = 0);
+
+    void cmdConnect_Click();
+    void ConnectAndIdentify();
+    void beginConnecting();
+    void onConnectFinished(const ConnectOutcome &outcome);
+    void finishConnecting();
+    void Disconnect();
+    void onDisconnectFinished(bool portValid);
+
+    void cmdUpdate_Click();
+    void cmdRestore_Click();
+    void cmdRetry_Click();
+    void cmdQuit_Click();
+    void cmdTests_Click();
+    void Form_KeyUp();
+    void startRun(qint16 mode, qint16 board, std::function<void(bool)> then);
+
+    void LoadFirmwareFiles();
+    void CheckUpdateFiles();
+    QString patternFor(qint32 kind) const;
+    void setBusy(bool busy);
+    void settle();
+    void writeClosingLines();
+
+    frmMainSetup m_setup;
+    cLog m_log;
+    cINI m_ini;
+    GuiOperator m_operator;
+    std::unique_ptr<Engine> m_engine;
+    frmUpdate *m_update = nullptr;
+
+    BoardSet m_current;
+    BoardSet m_new;
+    QString m_strPatternCPU;
+    QString m_strPatternMain;
+    QString m_strPatternMeas;
+    QString m_strFileCPU;
+    QString m_strFileMeas;
+    QString m_strFileMain;
+    qint16 m_nRetryUpdates = 5;
+    bool m_bAllowDowngrade = false;
+    bool m_bConnected = false;
+    bool m_bCheckBackup = false;
+    bool m_portValid = true;
+    bool m_portsAvailable = false;
+    QString m_comPort;
+    QString m_strSerialNumber;
+    QString m_strBackupFileName;
+    QString m_statusText;
+    int m_statusKind = 0;
+
+    bool m_busy = false;
+    bool m_closing = false;
+    bool m_closed = false;
+    bool m_closingLinesWritten = false;
+    std::function<void(bool)> m_afterRun;
 };

@@ -1,15 +1,6 @@
-#include "AppInfo.h"
-#include "frmMain.h"
-
-#include <QApplication>
+#include "StartUp.h"
 
 int main(int argc, char *argv[])
 {
-    QApplication app(argc, argv);
-    QApplication::setApplicationName(AppInfo::productTitle());
-    QApplication::setApplicationVersion(AppInfo::versionText());
-
-    frmMain window;
-    window.show();
-    return QApplication::exec();
+    return StartUp::run(argc, argv);
 }

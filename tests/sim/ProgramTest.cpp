@@ -1,6 +1,7 @@
 #include "FirmwareImage.h"
 #include "InstrumentState.h"
 #include "link/QtSerialLine.h"
+#include "support/SimProcess.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
@@ -15,51 +16,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// varimo-sim run by a test: started with the given options, its port read from the first line.
-class Program
-{
-public:
-    bool start(const QStringList &args)
-    {
-        m_process.start(QStringLiteral(VARIMO_TEST_BINARY_DIR "/sim/varimo-sim"), args);
-        if (!m_process.waitForStarted(10000))
-            return false;
-        QDeadlineTimer deadline(20000);
-        while (!m_process.canReadLine() && !deadline.hasExpired())
-            m_process.waitForReadyRead(int(deadline.remainingTime()));
-        port = QString::fromLocal8Bit(m_process.readLine()).trimmed();
-        return port.startsWith(u"/dev/"_s);
-    }
-
-    void type(const char *line)
-    {
-        m_process.write(QByteArray(line) + '\n');
-        m_process.waitForBytesWritten(5000); // no event loop here to do it
-    }
-
-    int stop()
-    {
-        m_process.terminate(); // SIGTERM
-        if (!m_process.waitForFinished(20000)) {
-            m_process.kill();
-            m_process.waitForFinished();
-            return -1;
-        }
-        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-    }
-
-    ~Program()
-    {
-        if (m_process.state() != QProcess::NotRunning)
-            stop();
-    }
-
-    QString port;
-
-private:
-    QProcess m_process;
-};
 
 // Sends a telegram over the real line and waits up to 3 s for the answer's CR LF.
 QByteArray ask(QtSerialLine &line, const QByteArray &telegram)
@@ -97,7 +53,7 @@ TEST(SimProgram, ServesTheSerialLineAcrossReopensAndKeysAndSavesItsStateOnSigter
     const QString state = dir.filePath(u"state.json"_s);
     const QString trace = dir.filePath(u"trace.log"_s);
     const QString link = dir.filePath(u"ttyVARIMO"_s);
-    Program sim;
+    SimProcess sim;
     ASSERT_TRUE(sim.start(
         kFast + QStringList {u"--state"_s, state, u"--trace"_s, trace, u"--link"_s, link}));
     EXPECT_EQ(QFile::symLinkTarget(link), sim.port);
@@ -158,7 +114,7 @@ TEST(SimProgram, LrzszSenderFlashesTheMainBoardByteExact)
     const QByteArray bytes = imageFile.readAll();
     ASSERT_EQ(bytes.size(), 14336);
 
-    Program sim;
+    SimProcess sim;
     ASSERT_TRUE(sim.start(kFast + QStringList {u"--state"_s, state, u"--trace"_s, trace}));
     QProcess sender;
     sender.start(u"sh"_s,
@@ -179,7 +135,7 @@ TEST(SimProgram, AutoOperatorHearsTheUpdaterCloseItsPort)
 {
     QTemporaryDir dir;
     const QString trace = dir.filePath(u"trace.log"_s);
-    Program sim;
+    SimProcess sim;
     ASSERT_TRUE(sim.start(
         kFast +
         QStringList {u"--auto-operator"_s, u"--operator-delay"_s, u"100"_s, u"--trace"_s, trace}));

@@ -213,8 +213,7 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
     {
         const char *what;
         FaultRule rule;
-    } cases[] = {{"NAK storm", FaultRule::nakPacket(3, 30)},
-                 {"silence", FaultRule::silence(0)}};
+    } cases[] = {{"NAK storm", FaultRule::nakPacket(3, 30)}, {"silence", FaultRule::silence(0)}};
     for (const auto &c : cases) {
         instrument().faults().clear();
         instrument().press(PanelKey::ResetZero);

@@ -1,0 +1,163 @@
+#include "StartUp.h"
+
+#include "AppInfo.h"
+#include "frmMain.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QCommandLineParser>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QLocalSocket>
+#include <QLockFile>
+#include <QPushButton>
+#include <QScreen>
+#include <QStandardPaths>
+#include <QTemporaryFile>
+#include <QTimer>
+#include <QWindow>
+
+using namespace Qt::StringLiterals;
+
+namespace StartUp {
+
+namespace {
+
+constexpr int kConnectWaitMs = 500;
+constexpr int kLockWaitMs = 5000;
+constexpr char kActivate[] = "activate\n";
+
+bool canCreateFileIn(const QString &dir)
+{
+    if (dir.isEmpty() || !QDir(dir).exists())
+        return false;
+    QTemporaryFile probe(QDir(dir).filePath(u"write-test-XXXXXX"_s));
+    return probe.open();
+}
+
+void bringToFront(QWidget *window)
+{
+    window->showNormal();
+    window->raise();
+    window->activateWindow();
+}
+
+} // namespace
+
+Folders ChooseFolders(const QString &programDir, const QString &fallbackDir)
+{
+    Folders folders {programDir, programDir};
+    if (!canCreateFileIn(programDir)) {
+        QDir().mkpath(fallbackDir);
+        folders.data = fallbackDir;
+    }
+    return folders;
+}
+
+QString InstanceKey(const QString &programDir)
+{
+    QString user = qEnvironmentVariable("USER");
+    if (user.isEmpty())
+        user = qEnvironmentVariable("USERNAME");
+    const QByteArray id =
+        (user + u'\n' + QDir::cleanPath(QDir(programDir).absolutePath())).toUtf8();
+    const QByteArray hash = QCryptographicHash::hash(id, QCryptographicHash::Sha1).toHex().left(16);
+    return u"VarimoSentry_Updater-"_s + QString::fromLatin1(hash);
+}
+
+SingleInstance::SingleInstance(const QString &key, QObject *parent)
+    : QObject(parent)
+    , m_key(key)
+{
+    connect(&m_server, &QLocalServer::newConnection, this, [this] {
+        while (QLocalSocket *socket = m_server.nextPendingConnection()) {
+            connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+            connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
+                if (socket->readAll().contains(kActivate))
+                    emit activationRequested();
+            });
+        }
+    });
+}
+
+bool SingleInstance::claim()
+{
+    // Two copies started at the same moment take turns here.
+    QLockFile lock(QDir(QDir::tempPath()).filePath(m_key + u".lock"_s));
+    lock.tryLock(kLockWaitMs);
+
+    QLocalSocket socket;
+    socket.connectToServer(m_key);
+    if (socket.waitForConnected(kConnectWaitMs)) {
+        socket.write(kActivate);
+        socket.waitForBytesWritten(kConnectWaitMs);
+        socket.disconnectFromServer();
+        return false;
+    }
+    // Nobody answered: a socket left behind by a copy that crashed is in the way.
+    QLocalServer::removeServer(m_key);
+    m_server.setSocketOptions(QLocalServer::UserAccessOption);
+    m_server.listen(m_key);
+    return true;
+}
+
+int run(int argc, char *argv[])
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(u"VarimoSentry_Updater"_s);
+    QApplication::setApplicationDisplayName(AppInfo::productTitle());
+    QApplication::setApplicationVersion(AppInfo::versionText());
+
+    // The test hook: connect to a port at once and save a picture of the window once connected.
+    // Hidden from the help; used by the tests that run the real program on a display.
+    QCommandLineParser parser;
+    QCommandLineOption connectOption(u"connect"_s, u"Connect to PORT at start."_s, u"PORT"_s);
+    QCommandLineOption screenshotOption(
+        u"screenshot"_s, u"Save the connected window to FILE and quit."_s, u"FILE"_s);
+    connectOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    screenshotOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    parser.addOption(connectOption);
+    parser.addOption(screenshotOption);
+    parser.process(app);
+
+    const QString programDir = QCoreApplication::applicationDirPath();
+    const Folders folders = ChooseFolders(
+        programDir, QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
+
+    SingleInstance instance(InstanceKey(programDir));
+    if (!instance.claim())
+        return 0;
+
+    frmMainSetup setup;
+    setup.programDir = folders.program;
+    setup.dataDir = folders.data;
+    frmMain window(setup);
+    QObject::connect(&instance, &SingleInstance::activationRequested, &window, [&window] {
+        qInfo("VarimoSentry_Updater: brought to the front by a second start");
+        bringToFront(&window);
+    });
+    window.show();
+
+    if (parser.isSet(connectOption)) {
+        const QString screenshot = parser.value(screenshotOption);
+        QObject::connect(&window, &frmMain::idle, &window, [&window, screenshot] {
+            if (screenshot.isEmpty())
+                return;
+            // Let the window paint its final state before it is taken.
+            QTimer::singleShot(300, &window, [&window, screenshot] {
+                QPixmap picture;
+                if (QScreen *screen = window.screen())
+                    picture = screen->grabWindow(window.winId());
+                if (picture.isNull())
+                    picture = window.grab();
+                picture.save(screenshot);
+                window.close();
+            });
+        });
+        window.cmbPorts->setEditText(parser.value(connectOption));
+        window.cmdConnect->click();
+    }
+    return QApplication::exec();
+}
+
+} // namespace StartUp

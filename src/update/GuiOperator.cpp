@@ -1,0 +1,125 @@
+#include "GuiOperator.h"
+
+#include "InstructionDialogs.h"
+#include "frmUpdate.h"
+
+#include <QEventLoop>
+#include <QMessageBox>
+#include <QThread>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+GuiOperator::GuiOperator(QObject *parent)
+    : QObject(parent)
+{
+}
+
+GuiOperator::~GuiOperator()
+{
+    releaseAll();
+}
+
+void GuiOperator::setWindows(QWidget *mainWindow, frmUpdate *updateWindow)
+{
+    m_main = mainWindow;
+    m_update = updateWindow;
+}
+
+QWidget *GuiOperator::dialogParent() const
+{
+    if (m_update && m_update->isVisible())
+        return m_update;
+    return m_main;
+}
+
+void GuiOperator::releaseAll()
+{
+    QMutexLocker lock(&m_mutex);
+    m_released = true;
+    m_answered.wakeAll();
+}
+
+void GuiOperator::showAndWait(Show show)
+{
+    if (QThread::currentThread() == thread()) {
+        // Asked on the GUI thread itself (a job run without the engine thread): wait in a local
+        // event loop instead of blocking.
+        QEventLoop loop;
+        bool done = false;
+        show([&] {
+            done = true;
+            loop.quit();
+        });
+        if (!done)
+            loop.exec();
+        return;
+    }
+
+    struct Wait
+    {
+        bool done = false;
+    };
+    auto wait = std::make_shared<Wait>();
+    {
+        QMutexLocker lock(&m_mutex);
+        if (m_released)
+            return;
+    }
+    QMetaObject::invokeMethod(
+        this,
+        [this, show, wait] {
+            show([this, wait] {
+                QMutexLocker lock(&m_mutex);
+                wait->done = true;
+                m_answered.wakeAll();
+            });
+        },
+        Qt::QueuedConnection);
+
+    QMutexLocker lock(&m_mutex);
+    while (!wait->done && !m_released)
+        m_answered.wait(&m_mutex);
+}
+
+void GuiOperator::messageBox(const QString &text, const QString &title)
+{
+    showAndWait([this, text, title](Done done) {
+        auto *box = new QMessageBox(QMessageBox::Information, title, labelTextOf(text),
+                                    QMessageBox::Ok, dialogParent());
+        box->setObjectName(u"operatorMessageBox"_s);
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        connect(box, &QDialog::finished, this, [done] { done(); });
+        box->open();
+    });
+}
+
+void GuiOperator::instruction(Instruction kind, const QStringList &lines)
+{
+    showAndWait([this, kind, lines](Done done) {
+        QWidget *parent = dialogParent();
+        InstructionDialog *dialog = nullptr;
+        switch (kind) {
+        case Instruction::General:
+            if (m_update && m_update->isVisible()) {
+                m_update->ShowMessage(lines, done);
+                return;
+            } else {
+                auto *general = new frmMsgGeneral(parent);
+                general->Init(lines.value(0), lines.value(1), lines.value(2), lines.value(3),
+                              lines.value(4));
+                dialog = general;
+            }
+            break;
+        case Instruction::CpuUpdateMode:
+            dialog = new frmMsgCPU(parent);
+            break;
+        case Instruction::MainBoardRestart:
+            dialog = new frmMsgMainBoard(parent);
+            break;
+        }
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+        connect(dialog, &QDialog::finished, this, [done] { done(); });
+        dialog->open();
+    });
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "link/Operator.h"
+
+#include <QMutex>
+#include <QObject>
+#include <QPointer>
+#include <QWaitCondition>
+#include <functional>
+
+class QWidget;
+class frmUpdate;
+
+// The operator as the windows are: the engine calls it on the engine thread, the dialog is shown
+// on the GUI thread, and the engine thread waits until the operator has pressed OK. The general
+// instruction dialog goes through the update window (which pauses its animation meanwhile) when
+// that window is up; every dialog is modal over the update window, or over the main window when
+// no run is going on.
+//
+// Lives on the GUI thread; messageBox and instruction may be called from any thread.
+class GuiOperator : public QObject, public Operator
+{
+    Q_OBJECT
+
+public:
+    explicit GuiOperator(QObject *parent = nullptr);
+    ~GuiOperator() override;
+
+    void setWindows(QWidget *mainWindow, frmUpdate *updateWindow);
+
+    void messageBox(const QString &text, const QString &title) override;
+    void instruction(Instruction kind, const QStringList &lines) override;
+    // The engine has its own thread; the windows never wait for it.
+    void letEventsRun() override { }
+
+    // Ends every wait at once and lets later calls return at once: the program is closing.
+    void releaseAll();
+
+private:
+    using Done = std::function<void()>;
+    using Show = std::function<void(Done done)>;
+
+    void showAndWait(Show show);
+    QWidget *dialogParent() const;
+
+    QPointer<QWidget> m_main;
+    QPointer<frmUpdate> m_update;
+    QMutex m_mutex;
+    QWaitCondition m_answered;
+    bool m_released = false;
+};

@@ -1,0 +1,145 @@
+#include "InstructionDialogs.h"
+
+#include "link/Operator.h"
+#include "shell/AppInfo.h"
+
+#include <QFrame>
+#include <QLabel>
+#include <QPushButton>
+#include <QStyle>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int kMargin = 12;
+constexpr int kDialogWidth = 560;
+constexpr int kLineGap = 6;
+constexpr int kButtonWidth = 100;
+constexpr int kButtonHeight = 30;
+constexpr int kIconSize = 40;
+} // namespace
+
+QString labelTextOf(const QString &systemText)
+{
+    QString text = systemText;
+    return text.replace(u"&&"_s, u"&"_s);
+}
+
+InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
+    : QDialog(parent)
+    , Frame1(new QFrame(this))
+    , cmdOk(new QPushButton(u"OK"_s, this))
+    , m_icon(new QLabel(this))
+{
+    setWindowTitle(AppInfo::productTitle());
+    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+    QFont font(u"Segoe UI"_s);
+    font.setPointSizeF(9.75);
+    setFont(font);
+
+    Frame1->setObjectName(u"Frame1"_s);
+    Frame1->setFrameShape(QFrame::StyledPanel);
+    Frame1->setFrameShadow(QFrame::Sunken);
+    Frame1->setAutoFillBackground(true);
+    QPalette framePalette = Frame1->palette();
+    framePalette.setColor(QPalette::Window, framePalette.color(QPalette::Base));
+    Frame1->setPalette(framePalette);
+
+    m_icon->setParent(Frame1);
+    m_icon->setGeometry(kMargin, kMargin, kIconSize, kIconSize);
+    setError(false);
+
+    QFont bold = font;
+    bold.setBold(true);
+    const int textLeft = 2 * kMargin + kIconSize;
+    const int textWidth = kDialogWidth - 2 * kMargin - textLeft - kMargin;
+    int y = kMargin;
+    for (int i = 0; i < kLines; ++i) {
+        auto *label = new QLabel(Frame1);
+        label->setObjectName(u"lblLine%1"_s.arg(i + 1));
+        label->setFont(bold);
+        label->setWordWrap(true);
+        label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+        label->setTextFormat(Qt::PlainText);
+        const int h = heights.value(i);
+        label->setGeometry(textLeft, y, textWidth, h);
+        label->setVisible(h > 0);
+        y += h > 0 ? h + kLineGap : 0;
+        m_lines << label;
+    }
+    const int frameHeight = y - kLineGap + kMargin;
+    Frame1->setGeometry(kMargin, kMargin, kDialogWidth - 2 * kMargin, frameHeight);
+
+    cmdOk->setObjectName(u"cmdOk"_s);
+    cmdOk->setDefault(true);
+    cmdOk->setGeometry((kDialogWidth - kButtonWidth) / 2, Frame1->geometry().bottom() + 1 + kMargin,
+                       kButtonWidth, kButtonHeight);
+    connect(cmdOk, &QPushButton::clicked, this, &QDialog::accept);
+    setFixedSize(kDialogWidth, cmdOk->geometry().bottom() + 1 + kMargin);
+    m_texts = QStringList(kLines, QString());
+}
+
+void InstructionDialog::setLines(const QStringList &lines)
+{
+    for (int i = 0; i < kLines; ++i) {
+        m_texts[i] = lines.value(i);
+        m_lines[i]->setText(labelTextOf(m_texts[i]));
+    }
+}
+
+void InstructionDialog::setError(bool error)
+{
+    const auto icon = error ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
+    m_icon->setPixmap(style()->standardIcon(icon).pixmap(kIconSize));
+}
+
+QString InstructionDialog::line(int n) const
+{
+    return m_texts.value(n - 1);
+}
+
+QString InstructionDialog::shownLine(int n) const
+{
+    return m_lines.at(n - 1)->text();
+}
+
+frmMsgCPU::frmMsgCPU(QWidget *parent)
+    : InstructionDialog({40, 22, 60, 22, 0}, parent)
+{
+    setObjectName(u"frmMsgCPU"_s);
+    setLines(InstructionText::cpuUpdateMode());
+}
+
+frmMsgMainBoard::frmMsgMainBoard(QWidget *parent)
+    : InstructionDialog({40, 22, 40, 22, 0}, parent)
+{
+    setObjectName(u"frmMsgMainBoard"_s);
+    setLines(InstructionText::mainBoardRestart());
+}
+
+frmMsgGeneral::frmMsgGeneral(QWidget *parent)
+    : InstructionDialog(QList<int>(kLines, kLineHeight), parent)
+{
+    setObjectName(u"frmMsgGeneral"_s);
+    setLines({});
+}
+
+void frmMsgGeneral::Init(const QString &strLine1, const QString &strLine2, const QString &strLine3,
+                         const QString &strLine4, const QString &strLine5)
+{
+    setLines({strLine1, strLine2, strLine3, strLine4, strLine5});
+    setError(strLine1.startsWith(u"ERROR"_s));
+
+    // Lines 1 and 2 always keep their space; each empty line of 3 to 5 gives back its height.
+    int h = 0;
+    if (strLine3.isEmpty())
+        h = lineLabel(3)->height();
+    if (strLine4.isEmpty())
+        h = h + lineLabel(4)->height();
+    if (strLine5.isEmpty())
+        h = h + lineLabel(5)->height();
+
+    cmdOk->move(cmdOk->x(), cmdOk->y() - h);
+    Frame1->resize(Frame1->width(), Frame1->height() - h);
+    setFixedSize(width(), height() - h);
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QDialog>
+#include <QList>
+#include <QStringList>
+
+class QFrame;
+class QLabel;
+class QPushButton;
+
+// "&&" in the system's texts stands for one "&" on screen. A label without a buddy shows every
+// character as it is, so its text gets the single "&"; buttons keep "&&".
+QString labelTextOf(const QString &systemText);
+
+// The three small modal dialogs that tell the operator which keys to press on the instrument and
+// wait for OK: a frame Frame1 with the lines lblLine1 to lblLine5 and the button cmdOk, laid out
+// at fixed positions so that frmMsgGeneral can shrink by the lines it leaves empty.
+//
+// Live on the GUI thread; shown by the windows' operator while the engine waits for OK.
+class InstructionDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    static constexpr int kLines = 5;
+
+    // The text of line n (1..5) as the caller gave it, and as it is shown.
+    QString line(int n) const;
+    QString shownLine(int n) const;
+    QLabel *lineLabel(int n) const { return m_lines.at(n - 1); }
+
+    QFrame *Frame1;
+    QPushButton *cmdOk;
+
+protected:
+    // heights: the height of each of the five lines; 0 hides a line.
+    InstructionDialog(const QList<int> &heights, QWidget *parent);
+    void setLines(const QStringList &lines);
+    // An error is marked with the warning sign instead of the information sign.
+    void setError(bool error);
+
+private:
+    QLabel *m_icon;
+    QList<QLabel *> m_lines;
+    QStringList m_texts;
+};
+
+// The CPU Board's update mode: reset, then the key combination that starts its bootloader.
+class frmMsgCPU : public InstructionDialog
+{
+    Q_OBJECT
+public:
+    explicit frmMsgCPU(QWidget *parent = nullptr);
+};
+
+// After the Main Board's parameters were written back: reset and restart the instrument.
+class frmMsgMainBoard : public InstructionDialog
+{
+    Q_OBJECT
+public:
+    explicit frmMsgMainBoard(QWidget *parent = nullptr);
+};
+
+// Five lines given by the caller; the dialog shrinks by the height of each of the lines 3, 4 and
+// 5 that is empty, wherever it stands (an empty line 3 before a used line 4 leaves a gap).
+class frmMsgGeneral : public InstructionDialog
+{
+    Q_OBJECT
+public:
+    static constexpr int kLineHeight = 40;
+
+    explicit frmMsgGeneral(QWidget *parent = nullptr);
+    void Init(const QString &strLine1, const QString &strLine2, const QString &strLine3,
+              const QString &strLine4, const QString &strLine5);
+};

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QDialog>
+
+class QCheckBox;
+class QComboBox;
+class QPushButton;
+
+// The test mode's choice of firmware files: one list per board with every file of the program
+// folder that matches the board's prefix ("CPU", "Main", "Mess") and ends in "bin", an empty entry
+// first (which leaves that board as it is), and the choice to check the backup after the run.
+//
+// Lives on the GUI thread.
+class frmBackup : public QDialog
+{
+    Q_OBJECT
+
+public:
+    // folder: where the firmware files are.
+    explicit frmBackup(const QString &folder, QWidget *parent = nullptr);
+
+    // Fills the three lists and preselects the given file names.
+    void Init(const QString &sCPUBin, const QString &sMainBin, const QString &sMeasBin);
+
+    QString sTestCPUBin;
+    QString sTestMainBin;
+    QString sTestMeasBin;
+    bool bCheckBackup = false;
+    bool Accepted() const { return m_accepted; }
+
+    QComboBox *cmbCPU;
+    QComboBox *cmbMain;
+    QComboBox *cmbMeas;
+    QCheckBox *chkXML;
+    QPushButton *cmdOk;
+    QPushButton *CmdBack;
+
+private:
+    void fillList(QComboBox *list, const QString &prefix, const QString &preselected);
+    void cmdOk_Click();
+
+    QString m_folder;
+    bool m_accepted = false;
+};

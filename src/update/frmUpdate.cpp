@@ -1,0 +1,251 @@
+#include "frmUpdate.h"
+
+#include "InstructionDialogs.h"
+#include "shell/AppInfo.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString durationText(qint64 ms)
+{
+    const qint64 seconds = (ms + 999) / 1000;
+    return u"%1:%2"_s.arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
+void setTextColor(QLabel *label, const QColor &color)
+{
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, color);
+    label->setPalette(palette);
+}
+
+} // namespace
+
+frmUpdate::frmUpdate(QWidget *parent)
+    : QDialog(parent)
+    , lblStatus(new QLabel(this))
+    , lblStatus2(new QLabel(this))
+    , lblCurrentAction(new QLabel(this))
+    , Frame1(new QFrame(this))
+    , progressBar(new QProgressBar(this))
+    , lblProgress(new QLabel(this))
+    , cmdOk(new QPushButton(u"OK"_s, this))
+    , Timer1(new QTimer(this))
+{
+    setObjectName(u"frmUpdate"_s);
+    setWindowTitle(AppInfo::productTitle());
+    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+    setWindowFlag(Qt::WindowCloseButtonHint, false);
+    setModal(true);
+    QFont font(u"Segoe UI"_s);
+    font.setPointSizeF(9.75);
+    setFont(font);
+    QFont bold = font;
+    bold.setBold(true);
+
+    Frame1->setObjectName(u"Frame1"_s);
+    Frame1->setFrameShape(QFrame::StyledPanel);
+    Frame1->setFrameShadow(QFrame::Sunken);
+    lblStatus->setObjectName(u"lblStatus"_s);
+    lblStatus->setFont(bold);
+    lblStatus->setTextFormat(Qt::PlainText);
+    lblStatus->setMinimumHeight(24);
+    lblCurrentAction->setObjectName(u"lblCurrentAction"_s);
+    lblCurrentAction->setTextFormat(Qt::PlainText);
+    lblCurrentAction->setWordWrap(true);
+    lblCurrentAction->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    lblCurrentAction->setMinimumHeight(44);
+    progressBar->setObjectName(u"progressBar"_s);
+    progressBar->setTextVisible(true);
+    progressBar->setFormat(u"%p %"_s);
+    lblProgress->setObjectName(u"lblProgress"_s);
+    lblProgress->setTextFormat(Qt::PlainText);
+
+    auto *frameLayout = new QVBoxLayout(Frame1);
+    frameLayout->setContentsMargins(14, 12, 14, 12);
+    frameLayout->setSpacing(8);
+    frameLayout->addWidget(lblStatus);
+    frameLayout->addWidget(lblCurrentAction);
+    frameLayout->addWidget(progressBar);
+    frameLayout->addWidget(lblProgress);
+    frameLayout->addStretch(1);
+
+    lblStatus2->setObjectName(u"lblStatus2"_s);
+    lblStatus2->setFont(bold);
+    lblStatus2->setTextFormat(Qt::PlainText);
+    lblStatus2->setAlignment(Qt::AlignCenter);
+
+    cmdOk->setObjectName(u"cmdOk"_s);
+    cmdOk->setDefault(true);
+    cmdOk->setMinimumWidth(100);
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    buttons->addWidget(cmdOk);
+    buttons->addStretch(1);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(16, 16, 16, 14);
+    layout->setSpacing(12);
+    layout->addWidget(Frame1, 1);
+    layout->addWidget(lblStatus2, 0, Qt::AlignHCenter);
+    layout->addLayout(buttons);
+    setFixedSize(580, 270);
+    QFont big = bold;
+    big.setPointSizeF(12);
+    m_successFont = big;
+
+    Timer1->setObjectName(u"Timer1"_s);
+    Timer1->setInterval(kTimerIntervalMs);
+    connect(Timer1, &QTimer::timeout, this, &frmUpdate::Timer1_Timer);
+    connect(cmdOk, &QPushButton::clicked, this, [this] { done(QDialog::Accepted); });
+    SetMode(UpdateRun::eModeUnset);
+}
+
+void frmUpdate::SetMode(qint16 mode)
+{
+    m_mode = mode;
+    m_result = false;
+    m_running = mode != UpdateRun::eModeUnset;
+    m_statusText.clear();
+    lblStatus->clear();
+    lblCurrentAction->clear();
+    setTextColor(lblCurrentAction, Qt::black);
+    lblStatus2->setText(u"DO NOT INTERRUPT THE UPDATE PROCESS!"_s);
+    lblStatus2->setFont(lblStatus->font());
+    setTextColor(lblStatus2, QColor(192, 0, 0));
+    Frame1->show();
+    cmdOk->hide();
+    setTransferVisible(false);
+}
+
+void frmUpdate::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    if (m_mode == UpdateRun::eModeUnset) {
+        // Nobody said what to do: the window goes away at once.
+        QTimer::singleShot(0, this, [this] { done(QDialog::Rejected); });
+        return;
+    }
+    Timer1->start();
+    QApplication::setOverrideCursor(Qt::BusyCursor);
+}
+
+void frmUpdate::closeEvent(QCloseEvent *event)
+{
+    if (m_running) {
+        event->ignore();
+        return;
+    }
+    QDialog::closeEvent(event);
+}
+
+void frmUpdate::reject()
+{
+    // Escape and the window frame cannot interrupt a run.
+    if (!m_running)
+        QDialog::reject();
+}
+
+void frmUpdate::setStatusText(const QString &text)
+{
+    m_statusText = text;
+    lblStatus->setText(text);
+    lblStatus->repaint();
+}
+
+void frmUpdate::Timer1_Timer()
+{
+    QString text = lblStatus->text() + u". "_s;
+    if (text.size() > kMaxStatusLength)
+        text = m_statusText;
+    lblStatus->setText(text);
+    lblStatus->repaint();
+}
+
+void frmUpdate::SetCurrentAction(const QString &text, bool isError)
+{
+    lblCurrentAction->setText(text);
+    setTextColor(lblCurrentAction, isError ? Qt::red : Qt::black);
+    // The bar belongs to the lines of a running transfer.
+    bool transfer = false;
+    for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain})
+        transfer = transfer || text.startsWith(UpdateRun::textsFor(kind).transfer);
+    if (!transfer || isError)
+        setTransferVisible(false);
+    lblCurrentAction->repaint();
+}
+
+QString frmUpdate::progressText(const TransferProgress &progress)
+{
+    QString text = u"%L1 of %L2 bytes"_s.arg(progress.bytesSent).arg(progress.bytesTotal);
+    if (progress.remainingMs >= 0)
+        text += u"  \u2013  "_s + durationText(progress.remainingMs) + u" remaining"_s;
+    if (progress.packetsRetried > 0)
+        text += u"  \u2013  %1 repeated"_s.arg(progress.packetsRetried);
+    return text;
+}
+
+void frmUpdate::showTransferProgress(const TransferProgress &progress)
+{
+    progressBar->setRange(0, 1000);
+    progressBar->setValue(
+        progress.bytesTotal > 0 ? int(progress.bytesSent * 1000 / progress.bytesTotal) : 0);
+    progressBar->setFormat(u"%1 %"_s.arg(progressBar->value() / 10));
+    lblProgress->setText(progressText(progress));
+    setTransferVisible(true);
+}
+
+void frmUpdate::setTransferVisible(bool visible)
+{
+    progressBar->setVisible(visible);
+    lblProgress->setVisible(visible);
+}
+
+void frmUpdate::showSuccess()
+{
+    lblStatus2->setText(u"Update successfully completed"_s);
+    lblStatus2->setFont(m_successFont);
+    lblStatus2->adjustSize();
+    setTextColor(lblStatus2, Qt::black);
+    lblStatus->clear();
+    Frame1->hide();
+    cmdOk->show();
+    cmdOk->setFocus();
+    Timer1->stop();
+}
+
+void frmUpdate::runFinished(bool result)
+{
+    m_result = result;
+    m_running = false;
+    Timer1->stop();
+    QApplication::restoreOverrideCursor();
+    // A failed run and a restore close the window; a successful update waits for cmdOk.
+    if (!result || m_mode == UpdateRun::eModeRestore)
+        done(result ? QDialog::Accepted : QDialog::Rejected);
+}
+
+void frmUpdate::ShowMessage(const QStringList &lines, std::function<void()> onClosed)
+{
+    Timer1->stop();
+    auto *dialog = new frmMsgGeneral(this);
+    dialog->Init(lines.value(0), lines.value(1), lines.value(2), lines.value(3), lines.value(4));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this, [this, onClosed] {
+        if (m_running)
+            Timer1->start();
+        onClosed();
+    });
+    dialog->open();
+}

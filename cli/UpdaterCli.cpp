@@ -228,7 +228,7 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
 }
 
 UpdaterCli::UpdaterCli(const CliOptions &options, Console &console, SerialLine &line, Clock &clock,
-                       const QString &programDir)
+                       const Workspace::Folders &folders)
     : m_options(options)
     , m_console(console)
     , m_line(line)

@@ -232,7 +232,6 @@ UpdaterCli::UpdaterCli(const CliOptions &options, Console &console, SerialLine &
     : m_options(options)
     , m_console(console)
     , m_line(line)
-    , m_clock(clock)
     , m_folders(folders)
     , m_operator(console, options.yes)
     , m_comm(line, clock, m_operator)
@@ -455,6 +454,8 @@ int UpdaterCli::backup()
                                           u"VarimoSentry_Backup.xml"_s);
         file = m_workspace->pathFor(name);
     }
+    // Connected as the windows are: the port is the one offered next time.
+    m_workspace->SetConnectionState(m_run, true, r.portValid, m_comm.ComPort());
 
     m_state.stage = RunState::eBackup;
     m_console.print(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
@@ -511,6 +512,7 @@ int UpdaterCli::restore()
         if (const auto bad = checkFile(file))
             return *bad;
     }
+    m_workspace->SetConnectionState(m_run, true, r.portValid, m_comm.ComPort());
     m_console.print(u"Restoring parameters from "_s + file);
     m_run.setBackupFileName(file);
     if (!runEngine(UpdateRun::eModeRestore, -1))
@@ -529,6 +531,7 @@ int UpdaterCli::update()
     if (const auto failed = connectInstrument(&r))
         return *failed;
 
+    bool updatedOne = false;
     if (r.bootloaderBoard >= 0) {
         // As the windows do: the board waiting in its bootloader is updated on its own first,
         // then the instrument is read again.
@@ -538,6 +541,7 @@ int UpdaterCli::update()
             u"The %1 is waiting in its bootloader: updating it first."_s.arg(boardName(board)));
         if (!runEngine(UpdateRun::eModeSingleBoard, qint16(board)))
             return m_operator.abort() ? exitForAbort() : eExitFailed;
+        updatedOne = true;
         m_workspace->CheckUpdateFiles(m_run);
         disconnectInstrument();
         if (const auto failed = connectInstrument(&r))
@@ -555,7 +559,7 @@ int UpdaterCli::update()
     if (!verdict.updateEnabled) {
         if (verdict.message == kNoUpdatesRequired) {
             printVerdict(verdict);
-            return eExitNothingToDo;
+            return updatedOne ? eExitSuccess : eExitNothingToDo;
         }
         m_console.error(verdict.message);
         return eExitFailed;

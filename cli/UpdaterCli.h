@@ -115,7 +115,6 @@ private:
     CliOptions m_options;
     Console &m_console;
     SerialLine &m_line;
-    Clock &m_clock;
     Workspace::Folders m_folders;
     TerminalOperator m_operator;
     cComm m_comm;

@@ -161,8 +161,10 @@ TEST_F(CliProcess, IdentifyReportsBoardsFilesAndVerdictAsTextAndAsJson)
     EXPECT_TRUE(log.endsWith(QByteArray(62, '-') + "\r\n\r\n"));
     EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s).contains("COMPort=" + sim.port.toLatin1()));
 
-    const CliResult json = cli(sim, {u"identify"_s, u"--json"_s});
+    const CliResult json = cli(sim, {u"identify"_s, u"--json"_s, u"-v"_s});
     ASSERT_EQ(json.exitCode, 0) << qPrintable(json.all());
+    // -v: every line the log receives, on standard error.
+    EXPECT_TRUE(json.err.contains(u" : Telegram sent : KVT\r\n"_s)) << qPrintable(json.err);
     QJsonParseError error;
     const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8(), &error).object();
     ASSERT_EQ(error.error, QJsonParseError::NoError) << qPrintable(json.out);

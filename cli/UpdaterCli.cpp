@@ -55,7 +55,7 @@ QString boardName(qint32 kind)
     return UpdateRun::textsFor(kind).name;
 }
 
-struct CommandSpec
+struct CommandForm
 {
     QString name;
     int minArguments;
@@ -63,7 +63,7 @@ struct CommandSpec
     bool needsPort;
 };
 
-const CommandSpec kCommands[] = {
+const CommandForm kCommands[] = {
     {u"ports"_s, 0, 0, false},  {u"identify"_s, 0, 0, true}, {u"backup"_s, 0, 1, true},
     {u"restore"_s, 0, 1, true}, {u"update"_s, 0, 0, true},   {u"flash"_s, 2, 2, true},
     {u"diff"_s, 2, 2, false},
@@ -203,18 +203,18 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     options->json = parser.isSet(json);
     options->allowDowngrade = parser.isSet(allowDowngrade);
 
-    const CommandSpec *spec = nullptr;
-    for (const CommandSpec &c : kCommands) {
+    const CommandForm *form = nullptr;
+    for (const CommandForm &c : kCommands) {
         if (c.name == options->command)
-            spec = &c;
+            form = &c;
     }
-    if (!spec)
+    if (!form)
         return usage(u"unknown command '%1'"_s.arg(options->command));
     const auto count = options->arguments.size();
-    if (count < spec->minArguments || count > spec->maxArguments)
-        return usage(u"wrong number of arguments for '%1'"_s.arg(spec->name));
-    if (spec->needsPort && options->port.isEmpty())
-        return usage(u"'%1' needs --port PORT"_s.arg(spec->name));
+    if (count < form->minArguments || count > form->maxArguments)
+        return usage(u"wrong number of arguments for '%1'"_s.arg(form->name));
+    if (form->needsPort && options->port.isEmpty())
+        return usage(u"'%1' needs --port PORT"_s.arg(form->name));
     if (options->json && options->command != u"identify")
         return usage(u"--json belongs to identify"_s);
     if (options->allowDowngrade && options->command != u"update")

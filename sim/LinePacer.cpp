@@ -25,7 +25,9 @@ void LinePacer::send(const QByteArray &bytes)
         return;
     const qint64 nowUs = m_scheduler.nowMs() * 1000;
     m_lineFreeUs = qMax(m_lineFreeUs, nowUs) + transferTimeUs(bytes.size());
-    const qint64 delayMs = (m_lineFreeUs - nowUs + 999) / 1000;
+    // The scheduler counts whole milliseconds: round to the nearest, so the emulated line is not
+    // slower than the real one by half a millisecond on every piece.
+    const qint64 delayMs = (m_lineFreeUs - nowUs + 500) / 1000;
     auto idSlot = std::make_shared<quint64>(0);
     const quint64 id = m_scheduler.scheduleIn(delayMs, [this, bytes, idSlot] {
         std::erase(m_pending, *idSlot);

@@ -6,6 +6,7 @@
 #include "link/UpdaterError.h"
 #include "link/cCRC.h"
 #include "link/cComm.h"
+#include "shell/cLog.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -48,6 +49,13 @@ QString invalidAnswer(const QByteArray &answer)
 {
     return answer.isEmpty() ? kNoOrInvalidAnswer
                             : kNoOrInvalidAnswer + u": "_s + QString::fromLatin1(answer);
+}
+
+// Whether an answer starts with the query it answers and the separator.
+bool echoes(const QByteArray &telegram, const QByteArray &answer)
+{
+    return answer.size() > telegram.size() && answer.startsWith(telegram)
+        && answer.at(telegram.size()) == ';';
 }
 
 // Keeps an existing valid backup as <name>.bak before a new run replaces it, so a run that fails
@@ -167,7 +175,9 @@ bool cBackup::ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams)
 {
     for (const QByteArray &telegram : telegrams) {
         const QByteArray answer = m_comm->Transceive(telegram);
-        if (answer.isEmpty() || answer.startsWith("E;")) {
+        // The board answers with the query, ";" and the value. Anything else (noise on the line,
+        // the answer to another query) would be stored as the value and written back later.
+        if (answer.isEmpty() || answer.startsWith("E;") || !echoes(telegram, answer)) {
             m_lastError = invalidAnswer(answer);
             return false;
         }
@@ -183,7 +193,7 @@ bool cBackup::ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastInd
     for (int i = 0; i <= lastIndex; ++i) {
         const QByteArray telegram = prefix + QByteArray::number(i);
         QByteArray answer = m_comm->Transceive(telegram);
-        if (answer.isEmpty() || answer.startsWith("E;")) {
+        if (answer.isEmpty() || answer.startsWith("E;") || !echoes(telegram, answer)) {
             m_lastError = invalidAnswer(answer);
             return false;
         }
@@ -321,6 +331,7 @@ bool cBackup::RestoreData(qint32 eType, const QString &strXMLSource)
     }
 
     for (const QByteArray &telegram : telegrams) {
+        const bool enabledForThis = writeEnable;
         if (writeEnable)
             m_comm->Transceive("CEW;1");
         QByteArray answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
@@ -343,6 +354,24 @@ bool cBackup::RestoreData(qint32 eType, const QString &strXMLSource)
                 m_lastError = kNoOrInvalidAnswer;
                 return false;
             }
+        } else if (answer != "E;20" && telegram.contains(';') && answer != telegram) {
+            // The board took the command but echoed another value. A value garbled on its way
+            // would stay on the board, so it is written once more; a board that writes the value
+            // its own way echoes the same again, which is accepted as before.
+            if (enabledForThis)
+                m_comm->Transceive("CEW;1");
+            answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+            if (answer.isEmpty()) {
+                m_lastError = kNoOrInvalidAnswer;
+                return false;
+            }
+            if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+                m_lastError = invalidAnswer(answer);
+                return false;
+            }
+            if (answer != telegram && m_comm->log())
+                m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram)
+                                         + u" echoed as "_s + QString::fromLatin1(answer));
         }
         m_comm->op().letEventsRun();
     }

@@ -446,6 +446,49 @@ void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &teleg
     telegrams = result;
 }
 
+bool cXML::HasBoard(const QString &strBoard) const
+{
+    return !findElement(m_doc, u"/"_s + kRoot + u'/' + strBoard).isNull();
+}
+
+QList<std::pair<QString, QByteArray>> cXML::BoardIdentity(const QString &strBoard) const
+{
+    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    const QDomElement board = findElement(m_doc, path);
+    QList<std::pair<QString, QByteArray>> identity;
+    if (board.isNull())
+        return identity;
+    for (const QString &name : attributeNames(board))
+        identity.append({name, toBytes(board.attribute(name), path + u"/@"_s + name)});
+    return identity;
+}
+
+QList<cXML::BoardValue> cXML::BoardValues(const QString &strBoard) const
+{
+    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    QList<BoardValue> values;
+    const auto add = [&](const QString &group, const QDomElement &value) {
+        QStringList key;
+        for (const QString &name : attributeNames(value))
+            key.append(name + u'=' + value.attribute(name));
+        const QString here = path + (group.isEmpty() ? QString() : u'/' + group);
+        values.append({group, key.join(u' '), toBytes(value.text(), here)});
+    };
+    const QDomElement board = findElement(m_doc, path);
+    for (QDomElement child = board.firstChildElement(); !child.isNull();
+         child = child.nextSiblingElement()) {
+        if (child.firstChildElement().isNull()) {
+            add(QString(), child);
+            continue;
+        }
+        // A group of values: "Protected" or "User".
+        for (QDomElement value = child.firstChildElement(); !value.isNull();
+             value = value.nextSiblingElement())
+            add(child.tagName(), value);
+    }
+    return values;
+}
+
 QString cXML::FirstDifference(const cXML &other, const QString &strBoard) const
 {
     const QString path = u"/"_s + kRoot + u'/' + strBoard;

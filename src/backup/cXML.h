@@ -6,6 +6,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <utility>
 
 class Clock;
 class QXmlStreamWriter;
@@ -107,6 +108,22 @@ public:
     // else where and how they first differ, for example
     // /VARIMOsentry/Mainboard/Value[2]: text "12.5" here, "12.6" in the other document
     QString FirstDifference(const cXML &other, const QString &strBoard) const;
+
+    // One parameter of a board as the document holds it: its group ("Protected", "User", or ""
+    // for a value directly below the board), its key (the value's attributes as name=value,
+    // "Telegram=CEF;0;0" or "id=3") and its bytes.
+    struct BoardValue
+    {
+        QString group;
+        QString key;
+        QByteArray value;
+    };
+    // Whether the document holds the board element ("Mainboard", "Measureboard", "CPUboard").
+    bool HasBoard(const QString &strBoard) const;
+    // The attributes of the board element (its identity: Name, Firmware, Build), in order.
+    QList<std::pair<QString, QByteArray>> BoardIdentity(const QString &strBoard) const;
+    // Every value of the board, in document order; none when the board is missing.
+    QList<BoardValue> BoardValues(const QString &strBoard) const;
 
 private:
     QDomElement createElement(const QString &strName, const QByteArray &text);

@@ -86,6 +86,8 @@ bool cLog::writeEntryLocked(const QString &strEntry, std::optional<int> addition
     const QDateTime now = (m_clock ? m_clock : &g_systemClock)->now();
     out += now.toString(u"HH:mm:ss"_s).toLatin1() + " : " + text + "\r\n";
 
+    if (m_echo)
+        m_echo(out);
     if (file.write(out) != out.size() || !file.flush()) {
         m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
         return false;
@@ -96,6 +98,12 @@ bool cLog::writeEntryLocked(const QString &strEntry, std::optional<int> addition
         return false;
     }
     return true;
+}
+
+void cLog::setEcho(std::function<void(const QByteArray &bytes)> echo)
+{
+    QMutexLocker lock(&m_mutex);
+    m_echo = std::move(echo);
 }
 
 void cLog::SetTabs(quint8 count)

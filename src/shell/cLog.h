@@ -2,6 +2,7 @@
 
 #include <QMutex>
 #include <QString>
+#include <functional>
 #include <optional>
 
 class Clock;
@@ -47,12 +48,18 @@ public:
     // The clock whose local time stamps the entries (the system clock when none is set).
     void setClock(Clock *clock);
 
+    // Called with the bytes of every entry written to the file, as they were written (the
+    // terminal front end's -v shows them). Called with the log's lock held: it must not write to
+    // the log itself.
+    void setEcho(std::function<void(const QByteArray &bytes)> echo);
+
 private:
     bool writeEntryLocked(const QString &strEntry, std::optional<int> additionalTabs,
                           std::optional<int> newline);
 
     mutable QMutex m_mutex;
     Clock *m_clock = nullptr;
+    std::function<void(const QByteArray &)> m_echo;
     QString m_path;
     quint8 m_defaultIndent = 0;
     bool m_enabled = false;

@@ -233,6 +233,7 @@ bool UpdateRun::boardSequence(qint32 kind)
         SetCurrentAction(texts.start);
         LogLine(texts.start);
         ok = StartBootloader(texts.select, texts.bootloader);
+        const bool bootloaderStarted = ok;
         m_operator.letEventsRun();
         if (!ok) {
             SetCurrentAction(u"Cannot start bootloader"_s, true);
@@ -249,6 +250,11 @@ bool UpdateRun::boardSequence(qint32 kind)
                 SetCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
         }
         if (!ok) {
+            // Say where the board was left, so a reader of the log knows what to expect.
+            LogLine(texts.name +
+                    (!bootloaderStarted       ? u" left as it was: bootloader not started"_s
+                         : m_transferComplete ? u" flashed, but not answering after its restart"_s
+                                              : u" left in its bootloader: transfer broken off"_s));
             // The operator resets and restarts the instrument until the port opens again.
             do {
                 m_comm->ClosePort();
@@ -261,6 +267,11 @@ bool UpdateRun::boardSequence(qint32 kind)
             } while (!m_comm->OpenPort());
             cControler &board = current(kind);
             board.InitFromDevice(m_comm, kind);
+            LogLine(texts.name +
+                    (board.IsInBTLMode() ? u" found in its bootloader"_s
+                         : board.Firmware().isEmpty()
+                         ? u" not answering"_s
+                         : u" found running firmware "_s + board.Firmware()));
             if (board.IsInBTLMode() || board.Firmware() != fresh(kind).Firmware())
                 passCounter = -1;
         }
@@ -378,6 +389,7 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, qint16 boardIndex)
         m_log->Setlogging(false);
     }
 
+    m_transferComplete = false;
     const qint32 startTick = m_clock.tickCount();
     qint32 waitBeforeRead = kFirstPacketWaitMs;
     qint32 position = 1;
@@ -425,6 +437,7 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, qint16 boardIndex)
         if (endOfTransmission)
             break;
     }
+    m_transferComplete = true;
     m_log->Setlogging(true);
     log(u"Flash binary file finished (XModemWaitTime = "_s + waitText +
         u" ms): Number of invalid answers: "_s + QString::number(invalidAnswers));

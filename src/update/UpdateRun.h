@@ -138,4 +138,5 @@ private:
     bool m_result = false;
     QString m_backupFileName;
     qint32 m_transferWaitMs = 1;
+    bool m_transferComplete = false; // the last transfer's EOT was acknowledged
 };

@@ -127,6 +127,12 @@ TEST_F(BackupRestoreTest, FailuresNameTheBoardAndTheExchange)
          "Invalid CRC Answer: "},
         {FaultRule::ignoreTelegram("LS;2", FaultRule::kForever),
          "ERROR: Backup Measuring Module failed", "No or Invalid Answer"},
+        // Noise instead of the echo would be stored as the value and written back later.
+        {FaultRule::answerInstead("CH", "x#\xb0garbage"), "ERROR: Backup Main Board failed",
+         "No or Invalid Answer: x#\xb0garbage"},
+        {FaultRule::answerInstead(
+             "DUV;7", "DUV;6;1;" + QByteArray::number(cCRC::crc16FromString("DUV;6;1;"))),
+         "ERROR: Backup CPU Board failed", "No or Invalid Answer: DUV;6;1;"},
     };
     for (const auto &c : cases) {
         instrument().faults().clear();
@@ -167,6 +173,34 @@ TEST_F(BackupRestoreTest, WriteEnableBeforeEveryTelegramUntilCalibrationClosed)
         EXPECT_NE(sent[i + 1], QByteArray("CEW;1")) << i;
     }
     EXPECT_FALSE(sent.mid(ceo + 1).contains("CEW;1"));
+}
+
+TEST_F(BackupRestoreTest, ValueGarbledOnItsWayIsWrittenOnceMore)
+{
+    const QByteArray value = instrument().parameter(BoardKind::Main, "CH");
+    ASSERT_TRUE(backup.SecureData(file));
+    cXML xml;
+    ASSERT_TRUE(xml.OpenXMLDocument(file));
+    QList<QByteArray> telegrams;
+    xml.GetTelegramsFromXML(u"Mainboard"_s, telegrams);
+    // The bytes the restore sends, up to the last character of the value of "CH".
+    QByteArray stream = "DHR;2\r\n";
+    for (const QByteArray &t : telegrams) {
+        stream += "CEW;1\r\n";
+        if (t.startsWith("CH;"))
+            break;
+        stream += t + "\r\n";
+    }
+    instrument().addFault(
+        FaultRule::dropBytes(FaultRule::Direction::In, stream.size() + 3 + value.size()));
+    markTrace();
+    ASSERT_TRUE(backup.RestoreData(cBackup::eMain, file)) << backup.LastError().toStdString();
+    EXPECT_EQ(instrument().parameter(BoardKind::Main, "CH"), value);
+    const QByteArrayList sent = receivedSinceMark();
+    EXPECT_EQ(std::count_if(sent.begin(), sent.end(),
+                            [](const QByteArray &t) { return t.startsWith("CH;"); }),
+              2);
+    EXPECT_EQ(sent.count("CH;" + value), 1); // the garbled one, then this one
 }
 
 TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)

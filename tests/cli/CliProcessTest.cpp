@@ -1,0 +1,338 @@
+// varimo-updater as a program: each command against the simulated instrument (varimo-sim) on a
+// pseudo-terminal, with the real clock; the instrument's answer and restart delays are short, the
+// updater's own waits are the real ones. Standard input is never a terminal here.
+
+#include "backup/cXML.h"
+#include "support/SimProcess.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kBinaryDir = QString::fromLocal8Bit(VARIMO_TEST_BINARY_DIR);
+constexpr int kCommandTimeoutMs = 280000;
+
+QString cliProgram()
+{
+    return kBinaryDir + u"/cli/varimo-updater"_s;
+}
+
+struct CliResult
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+    QString all() const { return out + err; }
+};
+
+// Runs varimo-updater to its end; standard input is /dev/null.
+CliResult runCli(const QStringList &arguments)
+{
+    QProcess p;
+    p.setProgram(cliProgram());
+    p.setArguments(arguments);
+    p.setStandardInputFile(QProcess::nullDevice());
+    p.start();
+    CliResult r;
+    if (!p.waitForStarted() || !p.waitForFinished(kCommandTimeoutMs)) {
+        p.kill();
+        p.waitForFinished();
+        r.err = u"did not finish: "_s + p.errorString();
+        return r;
+    }
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
+    r.err = QString::fromLocal8Bit(p.readAllStandardError());
+    return r;
+}
+
+// The simulated instrument on a pseudo-terminal, unpaced and quick to answer and restart, with
+// its auto-operator unless told otherwise.
+class Simulator : public SimProcess
+{
+public:
+    explicit Simulator(const QStringList &extra = {}, bool autoOperator = true)
+    {
+        QStringList arguments = {u"--baud"_s,          u"0"_s,   u"--answer-delay"_s,   u"5"_s,
+                                 u"--restart-delay"_s, u"500"_s, u"--operator-delay"_s, u"300"_s};
+        if (autoOperator)
+            arguments.append(u"--auto-operator"_s);
+        start(arguments + extra);
+    }
+};
+
+class CliProcess : public ::testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
+
+    // Firmware files one version newer than the instrument's; versionArguments pin boards to
+    // the instrument's own versions ("--cpu-version", "2.00", ...).
+    void makeFirmware(const QStringList &versionArguments = {})
+    {
+        QProcess p;
+        p.start(SimProcess::programPath(),
+                QStringList {u"--make-firmware"_s, dir.path()} + versionArguments);
+        ASSERT_TRUE(p.waitForFinished(30000));
+        ASSERT_EQ(p.exitCode(), 0) << p.readAllStandardError().constData();
+    }
+    CliResult cli(const Simulator &sim, const QStringList &command)
+    {
+        return runCli(QStringList {u"--dir"_s, dir.path(), u"--port"_s, sim.port} + command);
+    }
+    QString path(const QString &name) const { return QDir(dir.path()).filePath(name); }
+    QByteArray fileText(const QString &name) const
+    {
+        QFile f(path(name));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    QTemporaryDir dir;
+};
+
+// Only the Main Board's file is newer than the instrument.
+const QStringList kOnlyMainBoardNewer = {u"--cpu-version"_s,  u"2.00"_s, u"--cpu-build"_s,  u"15"_s,
+                                         u"--meas-version"_s, u"1.20"_s, u"--meas-build"_s, u"3"_s};
+
+TEST(CliUsage, MistakesInTheCommandLineEndWithStatusTwo)
+{
+    const QString missing = QDir::temp().filePath(u"varimo-no-such-file.bin"_s);
+    const struct
+    {
+        QStringList arguments;
+        const char *says;
+    } cases[] = {
+        {{}, "no command given"},
+        {{u"frobnicate"_s}, "unknown command"},
+        {{u"identify"_s}, "needs --port"},
+        {{u"--port"_s, u"/dev/null"_s, u"backup"_s, u"--json"_s}, "--json belongs to identify"},
+        {{u"--port"_s, u"/dev/null"_s, u"identify"_s, u"--allow-downgrade"_s}, "belongs to update"},
+        {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"dsp"_s, u"x.bin"_s}, "cpu, main or meas"},
+        {{u"diff"_s, u"one.xml"_s}, "wrong number of arguments"},
+        {{u"--frequency"_s, u"ports"_s}, "Unknown option"},
+        {{u"--port"_s, u"nonsense"_s, u"identify"_s}, "Invalid port - enter valid RS232-port"},
+        {{u"--port"_s, u"/dev/varimo-no-such-port"_s, u"identify"_s}, "varimo-no-such-port"},
+        {{u"--dir"_s, u"/no/such/folder"_s, u"--port"_s, u"/dev/null"_s, u"identify"_s},
+         "does not exist"},
+        {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"main"_s, missing}, "Cannot read"},
+        {{u"--port"_s, u"/dev/null"_s, u"restore"_s, missing}, "No backup file"},
+        {{u"diff"_s, missing, missing}, "is no backup file"},
+    };
+    QTemporaryDir dir; // the log and settings of the cases that get that far
+    for (const auto &tc : cases) {
+        QStringList arguments = tc.arguments;
+        if (!arguments.contains(u"--dir"_s) && arguments.contains(u"--port"_s))
+            arguments = QStringList {u"--dir"_s, dir.path()} + arguments;
+        const CliResult r = runCli(arguments);
+        EXPECT_EQ(r.exitCode, 2) << qPrintable(tc.arguments.join(u' ') + u"\n"_s + r.all());
+        EXPECT_TRUE(r.err.contains(QString::fromLatin1(tc.says))) << tc.says << "\n"
+                                                                  << qPrintable(r.all());
+    }
+}
+
+TEST_F(CliProcess, IdentifyReportsBoardsFilesAndVerdictAsTextAndAsJson)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    Simulator sim;
+    ASSERT_FALSE(sim.port.isEmpty());
+    const CliResult r = cli(sim, {u"identify"_s});
+    ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
+    for (const QString &line :
+         {u"VARIMOsentry SN 00042"_s, u"VARIMOsentry ready for update"_s,
+          u"VarimoSentry_Backup_00042.xml (not made yet)"_s, u"FW_MAINBOARD_103_CRC"_s})
+        EXPECT_TRUE(r.out.contains(line)) << qPrintable(line + u"\n"_s + r.all());
+    EXPECT_TRUE(r.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.02 +7 +- +"_s)))
+        << qPrintable(r.out);
+    // The same log and settings as the windows.
+    const QByteArray log = fileText(u"VarimoSentry_Updater.txt"_s);
+    EXPECT_TRUE(log.contains(" : VarimoSentry_Updater started...\r\n"));
+    EXPECT_TRUE(log.contains("Telegram sent : SER\r\n"));
+    EXPECT_TRUE(log.endsWith(QByteArray(62, '-') + "\r\n\r\n"));
+    EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s).contains("COMPort=" + sim.port.toLatin1()));
+
+    const CliResult json = cli(sim, {u"identify"_s, u"--json"_s, u"-v"_s});
+    ASSERT_EQ(json.exitCode, 0) << qPrintable(json.all());
+    // -v: every line the log receives, on standard error.
+    EXPECT_TRUE(json.err.contains(u" : Telegram sent : KVT\r\n"_s)) << qPrintable(json.err);
+    QJsonParseError error;
+    const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8(), &error).object();
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << qPrintable(json.out);
+    const QString help = runCli({u"--help"_s}).out;
+    const auto documented = [&](const QJsonObject &object) {
+        for (const QString &key : object.keys())
+            EXPECT_TRUE(help.contains(QRegularExpression(u"\n +"_s + key + u" "_s)))
+                << qPrintable(key);
+    };
+    EXPECT_EQ(o.keys().size(), 10);
+    documented(o);
+    EXPECT_TRUE(o[u"connected"_s].toBool());
+    EXPECT_EQ(o[u"serialNumber"_s].toString(), u"00042"_s);
+    EXPECT_EQ(o[u"status"_s].toString(), u"VARIMOsentry ready for update"_s);
+    const QJsonArray boards = o[u"boards"_s].toArray();
+    ASSERT_EQ(boards.size(), 3);
+    const char *expected[][4] = {{"cpu", "2.00", "2.00", ""},
+                                 {"main", "1.02", "1.03", "update"},
+                                 {"meas", "1.20", "1.20", ""}};
+    for (int i = 0; i < 3; ++i) {
+        const QJsonObject b = boards[i].toObject();
+        documented(b);
+        EXPECT_EQ(b[u"board"_s].toString(), QString::fromLatin1(expected[i][0]));
+        EXPECT_EQ(b[u"firmware"_s].toString(), QString::fromLatin1(expected[i][1]));
+        EXPECT_EQ(b[u"fileFirmware"_s].toString(), QString::fromLatin1(expected[i][2]));
+        EXPECT_EQ(b[u"willUpdate"_s].toBool(), *expected[i][3] != 0);
+    }
+}
+
+TEST_F(CliProcess, UpdateFlashesTheNewerBoardAndThenHasNothingToDo)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    Simulator sim;
+    const CliResult r = cli(sim, {u"update"_s, u"--yes"_s});
+    ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
+    for (const QString &line :
+         {u"Backup successful completed."_s, u"Update of Main Board successfully completed."_s,
+          u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s,
+          u"Update successfully completed"_s, u"No updates required"_s})
+        EXPECT_TRUE(r.out.contains(line)) << qPrintable(line + u"\n"_s + r.all());
+    EXPECT_FALSE(r.out.contains(u"Starting CPU Board bootloader..."_s));
+    // The boards as read again afterwards.
+    EXPECT_TRUE(r.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.03 "_s)));
+    EXPECT_TRUE(QFile::exists(path(u"VarimoSentry_Backup_00042.xml"_s)));
+    EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s)
+                    .contains("LastBackupFileName=VarimoSentry_Backup_00042.xml"));
+
+    const CliResult again = cli(sim, {u"update"_s, u"--yes"_s});
+    EXPECT_EQ(again.exitCode, 3) << qPrintable(again.all());
+    EXPECT_TRUE(again.out.contains(u"No updates required"_s));
+}
+
+TEST_F(CliProcess, BackupReadsEveryBoardAndRestoreWritesAFileBack)
+{
+    makeFirmware();
+    Simulator sim({u"--state"_s, path(u"instrument.json"_s)});
+    const CliResult backup = cli(sim, {u"backup"_s});
+    ASSERT_EQ(backup.exitCode, 0) << qPrintable(backup.all());
+    EXPECT_TRUE(backup.out.contains(u"Backup successful completed."_s));
+    const QString original = path(u"VarimoSentry_Backup_00042.xml"_s);
+    cXML document;
+    ASSERT_TRUE(document.OpenXMLDocument(original));
+    for (const char *board : {"Mainboard", "Measureboard", "CPUboard"})
+        EXPECT_FALSE(document.BoardValues(QString::fromLatin1(board)).isEmpty()) << board;
+
+    // A copy with one Main Board value changed: diff tells them apart.
+    QFile in(original);
+    ASSERT_TRUE(in.open(QIODevice::ReadOnly));
+    QByteArray edited = in.readAll();
+    ASSERT_TRUE(edited.contains("<Value Telegram=\"CH\">12.5</Value>"));
+    edited.replace("<Value Telegram=\"CH\">12.5</Value>", "<Value Telegram=\"CH\">13.5</Value>");
+    QFile out(path(u"edited.xml"_s));
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(edited);
+    out.close();
+    EXPECT_EQ(runCli({u"diff"_s, original, original}).exitCode, 0);
+    const CliResult changed = runCli({u"diff"_s, original, out.fileName()});
+    EXPECT_EQ(changed.exitCode, 1) << qPrintable(changed.all());
+    EXPECT_TRUE(changed.out.contains(u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s))
+        << qPrintable(changed.out);
+
+    const CliResult restore = cli(sim, {u"restore"_s, out.fileName()});
+    ASSERT_EQ(restore.exitCode, 0) << qPrintable(restore.all());
+    EXPECT_TRUE(restore.out.contains(u"Restoring parameters to CPU Board..."_s));
+    // The instrument keeps the value written back.
+    sim.stop();
+    QFile state(path(u"instrument.json"_s));
+    ASSERT_TRUE(state.open(QIODevice::ReadOnly));
+    const QJsonObject main = QJsonDocument::fromJson(state.readAll())
+                                 .object()[u"boards"_s]
+                                 .toObject()[u"main"_s]
+                                 .toObject();
+    EXPECT_EQ(main[u"values"_s].toObject()[u"CH"_s].toString(), u"13.5"_s);
+}
+
+TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
+{
+    QFile image(path(u"image.bin"_s));
+    ASSERT_TRUE(image.open(QIODevice::WriteOnly));
+    QByteArray bytes;
+    for (int i = 0; i < 112 * 128; ++i)
+        bytes += char((i * 7 + i / 128) & 0xFF); // every byte value, the control bytes too
+    image.write(bytes);
+    image.close();
+
+    // rx on one end of a pseudo-terminal pair; the updater opens the other end.
+    const QString port = path(u"port"_s);
+    const QString received = path(u"received.bin"_s);
+    QProcess socat;
+    socat.start(
+        u"socat"_s,
+        {u"pty,raw,echo=0,link="_s + port, u"EXEC:rx -c -X "_s + received + u",pty,raw,echo=0"_s});
+    ASSERT_TRUE(socat.waitForStarted());
+    for (int i = 0; i < 100 && !QFile::exists(port); ++i)
+        QThread::msleep(50);
+
+    const CliResult r = runCli(
+        {u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s, u"main"_s, image.fileName()});
+    socat.waitForFinished(10000);
+    // rx takes the file and ends; no board restarts behind it.
+    EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
+    EXPECT_TRUE(r.out.contains(u"Bootloader"_s) || r.out.contains(u"Sending Main Board"_s));
+    QFile got(received);
+    ASSERT_TRUE(got.open(QIODevice::ReadOnly));
+    EXPECT_EQ(got.readAll(), bytes);
+    const QByteArray log = fileText(u"VarimoSentry_Updater.txt"_s);
+    // rx asked with "C" before anything was sent; whether its last acknowledge arrives before its
+    // end closes the line is a race of no interest here.
+    EXPECT_TRUE(log.contains("Bootloader already running"));
+}
+
+TEST_F(CliProcess, APromptWithoutTerminalIsAnErrorAndYesGivesUpAfterThreeRounds)
+{
+    makeFirmware();
+    Simulator sim({}, false);
+    sim.type("menu-open"); // every telegram is answered "E;03" until the menu is closed
+
+    const CliResult noTerminal = cli(sim, {u"identify"_s});
+    EXPECT_EQ(noTerminal.exitCode, 2) << qPrintable(noTerminal.all());
+    EXPECT_TRUE(noTerminal.out.contains(u"Leave VARIMOsentry setup menu and press OK"_s));
+    EXPECT_TRUE(noTerminal.err.contains(u"standard input is no terminal"_s));
+
+    const CliResult yes = cli(sim, {u"identify"_s, u"--yes"_s});
+    EXPECT_EQ(yes.exitCode, 1) << qPrintable(yes.all());
+    EXPECT_EQ(yes.out.count(u"Leave VARIMOsentry setup menu and press OK"_s), 3);
+    EXPECT_TRUE(yes.err.contains(u"Gave up"_s)) << qPrintable(yes.err);
+}
+
+// The Main Board waits in its bootloader, and the instrument is gone half-way through its
+// transfer: with --yes the instruction to restart it comes back because the port cannot be opened
+// again; after three rounds the run ends, naming the board and where it was left.
+TEST_F(CliProcess, AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    QFile state(path(u"instrument.json"_s));
+    ASSERT_TRUE(state.open(QIODevice::WriteOnly));
+    state.write(R"({"boards": {"main": {"mode": "bootloader", "imageValid": false}}})");
+    state.close();
+    Simulator sim({u"--state"_s, state.fileName(), u"--fault"_s, u"unplug packet=20"_s});
+
+    const CliResult r = cli(sim, {u"update"_s, u"--yes"_s});
+    EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
+    EXPECT_TRUE(r.out.contains(u"The Main Board is waiting in its bootloader"_s));
+    EXPECT_EQ(r.out.count(u"ERROR: No connection to VARIMOsentry"_s), 3) << qPrintable(r.out);
+    EXPECT_TRUE(r.err.contains(u"Cannot send binary file to VARIMOsentry"_s));
+    EXPECT_TRUE(r.err.contains(u"Gave up"_s)) << qPrintable(r.err);
+    EXPECT_TRUE(r.err.contains(u"The Main Board was left in its bootloader"_s))
+        << qPrintable(r.err);
+}
+
+} // namespace

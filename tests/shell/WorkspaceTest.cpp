@@ -1,0 +1,130 @@
+#include "shell/Workspace.h"
+
+#include "boards/cControler.h"
+#include "link/Clock.h"
+#include "support/ScriptedOperator.h"
+#include "update/UpdateRun.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class WorkspaceTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        // Files of the exact image size of each board, named as the default patterns expect.
+        writeFile(u"FW_CPU-BOARD_V201-017_CRC1.bin"_s, 8064 * 128);
+        writeFile(u"FW_MAINBOARD_103_CRC2.bin"_s, 112 * 128);
+        writeFile(u"FW_MESSMODUL_121-4_CRC3.bin"_s, 992 * 128);
+        workspace.Start();
+        run.Init(&workspace.ini(), &workspace.log(), dir.path());
+        workspace.LoadFirmwareFiles(run);
+    }
+    void writeFile(const QString &name, qint64 size)
+    {
+        QFile f(dir.filePath(name));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(size, '\x5a'));
+    }
+    void setCurrent(const char *cpu, const char *main, const char *meas)
+    {
+        const std::pair<qint32, const char *> boards[] = {
+            {cControler::eCPU, cpu}, {cControler::eMain, main}, {cControler::eMeas, meas}};
+        for (const auto &[kind, version] : boards) {
+            run.current(kind).setName(u"board"_s);
+            run.current(kind).setFirmware(QString::fromLatin1(version));
+        }
+    }
+    QByteArray logText() const
+    {
+        QFile f(QDir(dir.path()).filePath(u"VarimoSentry_Updater.txt"_s));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    QTemporaryDir dir;
+    VirtualClock clock;
+    ScriptedOperator op;
+    Workspace workspace {{dir.path(), dir.path()}, &clock};
+    UpdateRun run {clock, op};
+};
+
+TEST_F(WorkspaceTest, StartsAndStopsWithTheLogLinesOfTheWindows)
+{
+    workspace.Stop();
+    EXPECT_EQ(logText(),
+              "09:00:00 : VarimoSentry_Updater started...\r\n"
+              "09:00:00 : \t\t\tVarimoSentry_Updater terminated...\r\n"
+              "09:00:00 : " +
+                  QByteArray(62, '-') + "\r\n\r\n");
+}
+
+TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
+{
+    const struct
+    {
+        const char *what;
+        bool connected;
+        bool portValid;
+        const char *cpu;
+        bool removeMainFile;
+        bool enabled;
+        QString message;
+    } cases[] = {
+        {"disconnected", false, true, "2.00", false, false, Eligibility::instructionLines()},
+        {"invalid port", false, false, "2.00", false, false,
+         u"Invalid port - enter valid RS232-port"_s},
+        {"connected, newer files", true, true, "2.00", false, true,
+         u"VARIMOsentry ready for update"_s},
+        {"connected, CPU Board too old", true, true, "1.90", false, false,
+         u"ERROR: Cannot update to this CPU Board version\r\n"
+         "Update only possible to firmware versions >= 2.00"_s},
+        {"a missing file overrides everything", true, true, "2.00", true, false,
+         u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s},
+    };
+    for (const auto &tc : cases) {
+        if (tc.removeMainFile) {
+            QFile::remove(dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
+            workspace.LoadFirmwareFiles(run);
+        }
+        setCurrent(tc.cpu, "1.02", "1.20");
+        const Eligibility::Verdict v =
+            workspace.SetConnectionState(run, tc.connected, tc.portValid, u"/dev/ttyUSB1"_s);
+        EXPECT_EQ(v.updateEnabled, tc.enabled) << tc.what;
+        EXPECT_EQ(v.message, tc.message) << tc.what;
+        if (!tc.connected) {
+            EXPECT_TRUE(run.current(cControler::eCPU).Firmware().isEmpty()) << tc.what;
+        }
+    }
+    // The port of a connection is the one preselected next time.
+    EXPECT_EQ(workspace.ini().GetValue(u"Settings"_s, u"COMPort"_s, u"COM1"_s), u"/dev/ttyUSB1"_s);
+}
+
+// The windows' rule: firmware files stay in the program folder; settings, log and backups go
+// to the user's data folder when no file can be created in the program folder.
+TEST_F(WorkspaceTest, FirmwareFilesComeFromTheProgramFolderAndTheRestFromTheDataFolder)
+{
+    EXPECT_EQ(Workspace::ChooseFolders(dir.path(), u"/unused"_s).data, dir.path());
+    const QString missing = dir.filePath(u"no/such/folder"_s);
+    const Workspace::Folders elsewhere = Workspace::ChooseFolders(missing, dir.filePath(u"data"_s));
+    EXPECT_EQ(elsewhere.program, missing);
+    EXPECT_EQ(elsewhere.data, dir.filePath(u"data"_s));
+
+    Workspace split({dir.path(), elsewhere.data}, &clock);
+    split.Start();
+    split.LoadFirmwareFiles(run);
+    split.UseFullFirmwarePaths(run);
+    EXPECT_EQ(run.fresh(cControler::eMain).BinFileName(),
+              dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
+    EXPECT_EQ(split.pathFor(u"b.xml"_s), QDir(elsewhere.data).filePath(u"b.xml"_s));
+    EXPECT_TRUE(QFile::exists(QDir(elsewhere.data).filePath(u"VarimoSentry_Updater.txt"_s)));
+}
+
+} // namespace

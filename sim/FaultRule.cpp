@@ -244,7 +244,7 @@ FaultRule::ParseResult FaultRule::parse(const QString &text)
         bool ok = false;
         const qint64 n = v.toLongLong(&ok);
         if (!ok || n < min || n > max) {
-            result.error = u"%1=%2: expected a number from %3 to %4%5"_s.arg(
+            result.error = u"%1=%2: expected a number >= %3 and <= %4%5"_s.arg(
                 QString::fromLatin1(key), QString::fromLatin1(v), QString::number(min),
                 QString::number(max), foreverAllowed ? u" or ever"_s : QString());
             return false;

@@ -102,7 +102,7 @@ private:
 
     void printBoards(const Connection::Result &result, const Boards &boards);
     void printVerdict(const Eligibility::Verdict &verdict);
-    QByteArray identifyJson(const Connection::Result &result, const Boards &boards,
+    QByteArray identifyJson(const Connection::Result &r, const Boards &snapshot,
                             const Eligibility::Verdict &verdict) const;
     QString stateText();
     QString absolutePath(const QString &path) const;

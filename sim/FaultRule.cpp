@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QMap>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -228,7 +229,11 @@ FaultRule::ParseResult FaultRule::parse(const QString &text)
         }
     }
 
-    auto number = [&](const char *key, qint64 *out, qint64 min, bool foreverAllowed) {
+    // nth, count and packet are ints: a larger number would wrap (count=2147483648 became a
+    // negative count).
+    constexpr qint64 kIntMax = std::numeric_limits<int>::max();
+    constexpr qint64 kLongMax = std::numeric_limits<qint64>::max();
+    auto number = [&](const char *key, qint64 *out, qint64 min, qint64 max, bool foreverAllowed) {
         if (!args.contains(key))
             return true;
         const QByteArray v = args.value(key);
@@ -238,19 +243,19 @@ FaultRule::ParseResult FaultRule::parse(const QString &text)
         }
         bool ok = false;
         const qint64 n = v.toLongLong(&ok);
-        if (!ok || n < min) {
-            result.error = u"%1=%2: expected a number >= %3%4"_s.arg(
+        if (!ok || n < min || n > max) {
+            result.error = u"%1=%2: expected a number from %3 to %4%5"_s.arg(
                 QString::fromLatin1(key), QString::fromLatin1(v), QString::number(min),
-                foreverAllowed ? u" or ever"_s : QString());
+                QString::number(max), foreverAllowed ? u" or ever"_s : QString());
             return false;
         }
         *out = n;
         return true;
     };
     qint64 nth = 1, count = 1, packet = 0, at = 0, forMs = kForever, byte = 1;
-    if (!number("nth", &nth, 1, false) || !number("count", &count, 1, true) ||
-        !number("packet", &packet, 1, false) || !number("at", &at, 0, false) ||
-        !number("for", &forMs, 1, true) || !number("byte", &byte, 1, false))
+    if (!number("nth", &nth, 1, kIntMax, false) || !number("count", &count, 1, kIntMax, true) ||
+        !number("packet", &packet, 1, kIntMax, false) || !number("at", &at, 0, kLongMax, false) ||
+        !number("for", &forMs, 1, kLongMax, true) || !number("byte", &byte, 1, kLongMax, false))
         return result;
     r.nth = int(nth);
     r.count = int(count);

@@ -9,6 +9,7 @@
 #include "shell/cLog.h"
 
 #include <QRegularExpression>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -146,14 +147,28 @@ QByteArray cComm::ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil)
         m_line.waitForData(nTimeOutInMs - elapsed + 1);
     }
 
-    buffer.replace(kCrLf, "");
-    if (buffer.contains(kAck))
-        buffer = "ACK";
-    else if (buffer.contains(kNak))
-        buffer = "NAK";
-
+    buffer = ClassifyAnswer(std::move(buffer));
     logEntry(u"    Received  : "_s + QString::fromLatin1(buffer));
     return buffer;
+}
+
+QByteArray cComm::ClassifyAnswer(QByteArray received)
+{
+    // One pass that also removes the pairs that meet once an inner pair is gone ("\r\r\n\n"
+    // leaves nothing), so no CR LF is left in an answer.
+    char *bytes = received.data();
+    qsizetype kept = 0;
+    for (qsizetype i = 0; i < received.size(); ++i) {
+        bytes[kept++] = bytes[i];
+        if (kept >= 2 && bytes[kept - 2] == '\r' && bytes[kept - 1] == '\n')
+            kept -= 2;
+    }
+    received.truncate(kept);
+    if (received.contains(kAck))
+        return QByteArrayLiteral("ACK");
+    if (received.contains(kNak))
+        return QByteArrayLiteral("NAK");
+    return received;
 }
 
 QByteArray cComm::Transceive(const QByteArray &strTelegram, qint32 timeout,

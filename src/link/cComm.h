@@ -46,6 +46,10 @@ public:
     // passed; removes CR LF pairs; an answer holding the byte 6 becomes "ACK", else one holding
     // the byte 15 becomes "NAK" (0x15 is not recognised and stays in the text). Logs the answer.
     QByteArray ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil);
+    // What ReadT makes of the bytes it collected: CR LF pairs removed (also those that only meet
+    // once an inner pair is gone), then "ACK" for an answer holding the byte 6, "NAK" for one
+    // holding the byte 15 (and no 6), else the text itself.
+    static QByteArray ClassifyAnswer(QByteArray received);
     // Sends the telegram followed by the terminator in one write and logs it.
     void WriteTelegram(const QByteArray &strTelegram, const QByteArray &terminator);
     // One request and its answer with up to three attempts (see the class comment).

@@ -54,8 +54,8 @@ QString invalidAnswer(const QByteArray &answer)
 // Whether an answer starts with the query it answers and the separator.
 bool echoes(const QByteArray &telegram, const QByteArray &answer)
 {
-    return answer.size() > telegram.size() && answer.startsWith(telegram)
-        && answer.at(telegram.size()) == ';';
+    return answer.size() > telegram.size() && answer.startsWith(telegram) &&
+        answer.at(telegram.size()) == ';';
 }
 
 // Keeps an existing valid backup as <name>.bak before a new run replaces it, so a run that fails
@@ -370,8 +370,8 @@ bool cBackup::RestoreData(qint32 eType, const QString &strXMLSource)
                 return false;
             }
             if (answer != telegram && m_comm->log())
-                m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram)
-                                         + u" echoed as "_s + QString::fromLatin1(answer));
+                m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram) +
+                                         u" echoed as "_s + QString::fromLatin1(answer));
         }
         m_comm->op().letEventsRun();
     }

@@ -2,6 +2,7 @@
 // ReadT returns after the terminator of an answer has arrived. Runs the real QSerialPort line on a
 // pseudo-terminal; prints one line per figure.
 
+#include "BenchSupport.h"
 #include "link/Clock.h"
 #include "link/Operator.h"
 #include "link/QtSerialLine.h"
@@ -19,22 +20,6 @@
 #include <vector>
 
 namespace {
-
-class SilentOperator : public Operator
-{
-public:
-    void messageBox(const QString &, const QString &) override { }
-    void instruction(Instruction, const QStringList &) override { }
-    void letEventsRun() override { }
-};
-
-double cpuSeconds()
-{
-    rusage u {};
-    getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
-        double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
 
 using SteadyClock = std::chrono::steady_clock;
 
@@ -60,7 +45,7 @@ int main(int argc, char **argv)
         return 2;
     }
     SystemClock clock;
-    SilentOperator op;
+    QuietOperator op;
     cComm comm(line, clock, op);
 
     // 1. A read of 1000 ms that gets nothing.

@@ -5,6 +5,7 @@
 //
 // Usage: bench_transfer [--paced-only | --unpaced-only]
 
+#include "BenchSupport.h"
 #include "FirmwareImage.h"
 #include "link/Clock.h"
 #include "link/Operator.h"
@@ -26,22 +27,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-class QuietOperator : public Operator
-{
-public:
-    void messageBox(const QString &, const QString &) override { }
-    void instruction(Instruction, const QStringList &) override { }
-    void letEventsRun() override { }
-};
-
-double cpuSeconds()
-{
-    rusage u {};
-    getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
-        double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
 
 struct Figures
 {

@@ -1,6 +1,7 @@
 #include "StartUp.h"
 
 #include "AppInfo.h"
+#include "Workspace.h"
 #include "frmMain.h"
 
 #include <QApplication>
@@ -12,8 +13,6 @@
 #include <QLockFile>
 #include <QPushButton>
 #include <QScreen>
-#include <QStandardPaths>
-#include <QTemporaryFile>
 #include <QTimer>
 #include <QWindow>
 
@@ -27,14 +26,6 @@ constexpr int kConnectWaitMs = 500;
 constexpr int kLockWaitMs = 5000;
 constexpr char kActivate[] = "activate\n";
 
-bool canCreateFileIn(const QString &dir)
-{
-    if (dir.isEmpty() || !QDir(dir).exists())
-        return false;
-    QTemporaryFile probe(QDir(dir).filePath(u"write-test-XXXXXX"_s));
-    return probe.open();
-}
-
 void bringToFront(QWidget *window)
 {
     window->showNormal();
@@ -43,16 +34,6 @@ void bringToFront(QWidget *window)
 }
 
 } // namespace
-
-Folders ChooseFolders(const QString &programDir, const QString &fallbackDir)
-{
-    Folders folders {programDir, programDir};
-    if (!canCreateFileIn(programDir)) {
-        QDir().mkpath(fallbackDir);
-        folders.data = fallbackDir;
-    }
-    return folders;
-}
 
 QString InstanceKey(const QString &programDir)
 {
@@ -122,8 +103,8 @@ int run(int argc, char *argv[])
     parser.process(app);
 
     const QString programDir = QCoreApplication::applicationDirPath();
-    const Folders folders = ChooseFolders(
-        programDir, QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
+    const Workspace::Folders folders =
+        Workspace::ChooseFolders(programDir, Workspace::UserDataDir());
 
     SingleInstance instance(InstanceKey(programDir));
     if (!instance.claim())

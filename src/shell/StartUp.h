@@ -4,19 +4,9 @@
 #include <QObject>
 #include <QString>
 
-// The program entry and what it needs before the main window exists: the folders of the
-// program's files, and the rule that only one copy runs.
+// The program entry and what it needs before the main window exists: the rule that only one copy
+// runs. The folders of the program's files are chosen by Workspace::ChooseFolders.
 namespace StartUp {
-
-struct Folders
-{
-    QString program; // the executable's folder: firmware image files
-    QString data; // settings, log and backups: the program folder, or the user's data folder
-                  // when the program folder is not writable
-};
-
-// data is programDir when a file can be created there, else fallbackDir (created as needed).
-Folders ChooseFolders(const QString &programDir, const QString &fallbackDir);
 
 // The name under which the first copy waits for later ones: one per user and program folder.
 QString InstanceKey(const QString &programDir);

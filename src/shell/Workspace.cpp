@@ -91,11 +91,15 @@ QString Workspace::Pattern(qint32 kind) const
 
 void Workspace::LoadFirmwareFiles(UpdateRun &run) const
 {
-    for (const PatternSetting &p : kPatternSettings) {
-        const QString pattern = m_patterns[p.kind];
-        const QString file = modHelper::FindNewestFile(m_folders.program, pattern);
-        run.fresh(p.kind).InitFromBinFile(m_folders.program, file, pattern, p.kind);
-    }
+    for (const PatternSetting &p : kPatternSettings)
+        LoadFirmwareFile(p.kind, run.fresh(p.kind));
+}
+
+void Workspace::LoadFirmwareFile(qint32 kind, cControler &board) const
+{
+    const QString pattern = Pattern(kind);
+    const QString file = modHelper::FindNewestFile(m_folders.program, pattern);
+    board.InitFromBinFile(m_folders.program, file, pattern, kind);
 }
 
 Eligibility::Boards Workspace::CurrentBoards(UpdateRun &run)

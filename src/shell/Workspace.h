@@ -7,6 +7,7 @@
 #include <QString>
 
 class Clock;
+class cControler;
 class UpdateRun;
 
 // The updater's folders and what it keeps in them, shared by the windows and the terminal front
@@ -67,6 +68,8 @@ public:
     // Fills the update run's three new-firmware descriptors from the newest file of each board,
     // in the order CPU Board, Main Board, Measuring Module.
     void LoadFirmwareFiles(UpdateRun &run) const;
+    // The newest file of the board's pattern in the program folder, into board.
+    void LoadFirmwareFile(qint32 kind, cControler &board) const;
 
     // Colours the current descriptors and judges the firmware files; an empty message when every
     // file is usable.

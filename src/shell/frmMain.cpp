@@ -48,6 +48,7 @@ Eligibility::Boards boardsOf(BoardSet &set)
 frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
     : QMainWindow(parent)
     , m_setup(setup)
+    , m_workspace({setup.programDir, setup.dataDir})
 {
     setObjectName(u"frmMain"_s);
     for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain}) {
@@ -192,7 +193,7 @@ void frmMain::Form_Load()
     for (const QString &port : ports)
         cmbPorts->addItem(port);
     cmdTests->hide();
-    const QString lastPort = m_ini.GetValue(kSettings, u"COMPort"_s, u"COM1"_s);
+    const QString lastPort = m_workspace.ini().GetValue(kSettings, u"COMPort"_s, u"COM1"_s);
     m_portsAvailable = !ports.isEmpty();
     if (!m_portsAvailable) {
         cmbPorts->setEnabled(false);
@@ -211,9 +212,9 @@ void frmMain::Form_Load()
     // The engine gets the settings and the log, as the update window did.
     m_update = new frmUpdate(this);
     m_operator.setWindows(this, m_update);
-    m_engine =
-        std::make_unique<Engine>(m_setup.link, m_operator,
-                                 EngineFiles {&m_ini, &m_log, m_setup.dataDir, m_setup.programDir});
+    m_engine = std::make_unique<Engine>(
+        m_setup.link, m_operator,
+        EngineFiles {&m_workspace.ini(), &m_workspace.log(), m_setup.dataDir, m_setup.programDir});
     connect(m_engine.get(), &Engine::connectFinished, this, &frmMain::onConnectFinished);
     connect(m_engine.get(), &Engine::disconnectFinished, this, &frmMain::onDisconnectFinished);
     connect(m_engine.get(), &Engine::statusTextChanged, m_update, &frmUpdate::setStatusText);
@@ -240,18 +241,9 @@ void frmMain::Form_Load()
 
 void frmMain::InitSettingsAndLog()
 {
-    m_log.Setlogging(true);
-    m_log.Init(QDir(m_setup.dataDir).filePath(u"VarimoSentry_Updater.txt"_s));
-    m_log.UpdateLog(u"VarimoSentry_Updater started..."_s);
-    m_ini.Init(QDir(m_setup.dataDir).filePath(u"VarimoSentry_Updater.ini"_s));
-
-    m_strPatternCPU = m_ini.GetValue(u"CPUBoard"_s, u"File"_s, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s);
-    m_strPatternMain = m_ini.GetValue(u"Mainboard"_s, u"File"_s, u"FW_MAINBOARD_XXX_CRC"_s);
-    m_strPatternMeas = m_ini.GetValue(u"Messmodul"_s, u"File"_s, u"FW_MESSMODUL_XXX-Y_CRC"_s);
-    bool ok = false;
-    const qint16 retries = m_ini.GetValue(kSettings, u"RetryUpdates"_s, u"5"_s).toShort(&ok);
-    m_nRetryUpdates = ok ? retries : 5;
-    m_bAllowDowngrade = m_ini.GetBoolValue(kSettings, u"AllowDowngrade"_s, false);
+    m_workspace.Start();
+    m_nRetryUpdates = m_workspace.RetryUpdates();
+    m_bAllowDowngrade = m_workspace.AllowDowngrade();
 
     m_bConnected = false;
     cmdUpdate->setEnabled(false);
@@ -298,25 +290,10 @@ qint16 frmMain::CompareVersions(const QString &sCurrent, const QString &sCompare
     return Eligibility::CompareVersions(sCurrent, sCompareTo);
 }
 
-QString frmMain::patternFor(qint32 kind) const
-{
-    switch (kind) {
-    case cControler::eCPU:
-        return m_strPatternCPU;
-    case cControler::eMain:
-        return m_strPatternMain;
-    default:
-        return m_strPatternMeas;
-    }
-}
-
 void frmMain::LoadFirmwareFiles()
 {
-    for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas}) {
-        const QString pattern = patternFor(kind);
-        const QString file = modHelper::FindNewestFile(m_setup.programDir, pattern);
-        m_new[kind].InitFromBinFile(m_setup.programDir, file, pattern, kind);
-    }
+    for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas})
+        m_workspace.LoadFirmwareFile(kind, m_new[kind]);
 }
 
 void frmMain::CheckUpdateFiles()
@@ -351,12 +328,12 @@ void frmMain::SetConnectionState(bool bConnected)
             ShowStatus(u"Invalid port - enter valid RS232-port"_s, Eligibility::eNormal);
     } else {
         const Eligibility::Verdict verdict = Eligibility::CheckConnected(
-            boardsOf(m_current), boardsOf(m_new), m_ini, m_bAllowDowngrade);
+            boardsOf(m_current), boardsOf(m_new), m_workspace.ini(), m_bAllowDowngrade);
         cmdUpdate->setEnabled(verdict.updateEnabled);
         ShowStatus(verdict.message, verdict.kind);
         cmdConnect->setText(u"Disconnect"_s);
         cmdConnect->setToolTip(u"Disconnect VARIMOsentry from COM port"_s);
-        m_ini.SetValue(kSettings, u"COMPort"_s, m_comPort);
+        m_workspace.ini().SetValue(kSettings, u"COMPort"_s, m_comPort);
     }
     CheckUpdateFiles();
 }
@@ -545,8 +522,7 @@ void frmMain::writeClosingLines()
     if (m_closingLinesWritten)
         return;
     m_closingLinesWritten = true;
-    m_log.UpdateLog(u"VarimoSentry_Updater terminated..."_s, 3);
-    m_log.UpdateLog(QString(62, u'-'), std::nullopt, 1);
+    m_workspace.Stop();
 }
 
 // --- Test mode -----------------------------------------------------------------------------
@@ -572,7 +548,7 @@ void frmMain::Form_KeyUp()
         return;
     if (!cmdTests->isHidden()) {
         cmdTests->hide();
-        m_bAllowDowngrade = m_ini.GetBoolValue(kSettings, u"AllowDowngrade"_s, false);
+        m_bAllowDowngrade = m_workspace.ini().GetBoolValue(kSettings, u"AllowDowngrade"_s, false);
         CheckUpdateFiles();
         return;
     }
@@ -607,7 +583,8 @@ void frmMain::cmdTests_Click()
                                                          {cControler::eMeas, choice->sTestMeasBin}};
             for (const auto &[kind, file] : chosen) {
                 if (!file.isEmpty())
-                    m_new[kind].InitFromBinFile(m_setup.programDir, file, patternFor(kind), kind);
+                    m_new[kind].InitFromBinFile(m_setup.programDir, file, m_workspace.Pattern(kind),
+                                                kind);
             }
             m_bCheckBackup = choice->bCheckBackup;
             CheckUpdateFiles();

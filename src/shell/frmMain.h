@@ -1,6 +1,7 @@
 #pragma once
 
 #include "link/PortList.h"
+#include "shell/Workspace.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "update/Engine.h"
@@ -59,7 +60,7 @@ public:
     const BoardSet &currentBoards() const { return m_current; }
     const BoardSet &newBoards() const { return m_new; }
     frmUpdate *updateWindow() const { return m_update; }
-    cLog &log() { return m_log; }
+    cLog &log() { return m_workspace.log(); }
 
     QGroupBox *fraConnect;
     QLabel *lblComPort;
@@ -109,23 +110,18 @@ private:
 
     void LoadFirmwareFiles();
     void CheckUpdateFiles();
-    QString patternFor(qint32 kind) const;
     void setBusy(bool busy);
     void settle();
     void writeClosingLines();
 
     frmMainSetup m_setup;
-    cLog m_log;
-    cINI m_ini;
+    Workspace m_workspace; // the settings file, the log, the firmware file-name patterns
     GuiOperator m_operator;
     std::unique_ptr<Engine> m_engine;
     frmUpdate *m_update = nullptr;
 
     BoardSet m_current;
     BoardSet m_new;
-    QString m_strPatternCPU;
-    QString m_strPatternMain;
-    QString m_strPatternMeas;
     QString m_strFileCPU;
     QString m_strFileMeas;
     QString m_strFileMain;

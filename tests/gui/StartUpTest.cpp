@@ -1,6 +1,7 @@
 #include "shell/StartUp.h"
 
 #include "GuiSupport.h"
+#include "shell/Workspace.h"
 
 #include <QDir>
 #include <QFile>
@@ -37,9 +38,9 @@ TEST(StartUp, TheDataFolderIsTheProgramFolderWhenItIsWritable)
     gui::app();
     QTemporaryDir program;
     QTemporaryDir fallback;
-    EXPECT_EQ(StartUp::ChooseFolders(program.path(), fallback.path()).data, program.path());
+    EXPECT_EQ(Workspace::ChooseFolders(program.path(), fallback.path()).data, program.path());
     const QString gone = program.filePath(u"not-there"_s);
-    const StartUp::Folders f = StartUp::ChooseFolders(gone, fallback.path());
+    const Workspace::Folders f = Workspace::ChooseFolders(gone, fallback.path());
     EXPECT_EQ(f.program, gone);
     EXPECT_EQ(f.data, fallback.path());
     EXPECT_NE(StartUp::InstanceKey(program.path()), StartUp::InstanceKey(fallback.path()));

@@ -3,7 +3,7 @@
 #include "TerminalOperator.h"
 #include "boards/cControler.h"
 #include "link/cComm.h"
-#include "shell/Connection.h"
+#include "update/Connection.h"
 #include "shell/Eligibility.h"
 #include "shell/Workspace.h"
 #include "update/UpdateRun.h"

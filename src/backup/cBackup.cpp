@@ -6,7 +6,7 @@
 #include "link/UpdaterError.h"
 #include "link/cCRC.h"
 #include "link/cComm.h"
-#include "shell/cLog.h"
+#include "link/LogSink.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -21,28 +21,14 @@ constexpr int kUnlockAttempts = 4;
 
 const QString kNoOrInvalidAnswer = u"No or Invalid Answer"_s;
 
-QString actionFor(qint32 board)
+QString actionFor(BoardKind board)
 {
-    switch (board) {
-    case cBackup::eCPU:
-        return u"ERROR: Backup CPU Board failed"_s;
-    case cBackup::eMeas:
-        return u"ERROR: Backup Measuring Module failed"_s;
-    default:
-        return u"ERROR: Backup Main Board failed"_s;
-    }
+    return QString::fromLatin1(boardFacts(board).backupFailedText);
 }
 
-QString elementFor(qint32 board)
+QString elementFor(BoardKind board)
 {
-    switch (board) {
-    case cBackup::eCPU:
-        return u"CPUboard"_s;
-    case cBackup::eMeas:
-        return u"Measureboard"_s;
-    default:
-        return u"Mainboard"_s;
-    }
+    return QString::fromLatin1(boardFacts(board).backupElement);
 }
 
 QString invalidAnswer(const QByteArray &answer)
@@ -208,61 +194,20 @@ bool cBackup::ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastInd
     return true;
 }
 
-bool cBackup::SecureData(const QString &strFileName)
+bool cBackup::SecureData(const QString &fileName)
 {
     m_lastError.clear();
-    m_currAction = actionFor(eMain);
-    if (const QString kept = keepPreviousBackup(strFileName); !kept.isEmpty()) {
+    m_currAction = actionFor(BoardKind::Main);
+    if (const QString kept = keepPreviousBackup(fileName); !kept.isEmpty()) {
         m_lastError = kept;
         return false;
     }
 
     cXML xml(&m_comm->clock());
     try {
-        xml.CreateXMLDocument(strFileName);
-
-        // Main Board
-        xml.CreateAndSetChild(u"Mainboard"_s, {});
-        SendAndExpect("DHR;2", "DHR;2");
-        if (!m_lastError.isEmpty())
+        xml.CreateXMLDocument(fileName);
+        if (!ReadMainBoard(xml) || !ReadMeasuringModule(xml) || !ReadCpuBoard(xml))
             return false;
-        StoreIdentity(xml);
-        if (!ReadQueryList(xml, MainBoardQueries()))
-            return false;
-        SendAndExpect("DHR;0", "DHR;0");
-        if (!m_lastError.isEmpty())
-            return false;
-
-        // Measuring Module
-        m_currAction = actionFor(eMeas);
-        xml.CreateAndSetSibling(u"Measureboard"_s, {});
-        SendAndExpect("DHR;1", "DHR;1");
-        if (!m_lastError.isEmpty())
-            return false;
-        StoreIdentity(xml);
-        xml.CreateAndSetChild(u"Protected"_s, {});
-        if (!ReadQueryList(xml, MeasProtectedQueries()))
-            return false;
-        xml.CreateAndSetSibling(u"User"_s, {});
-        if (!ReadQueryList(xml, MeasUserQueries()))
-            return false;
-        xml.SetParent();
-
-        // CPU Board
-        m_currAction = actionFor(eCPU);
-        xml.CreateAndSetSibling(u"CPUboard"_s, {});
-        SendAndExpect("DHR;0", "DHR;0");
-        if (!m_lastError.isEmpty())
-            return false;
-        StoreIdentity(xml);
-        xml.CreateAndSetChild(u"Protected"_s, {});
-        if (!ReadIndexedValues(xml, "DPV;", kLastProtectedIndex))
-            return false;
-        xml.CreateAndSetSibling(u"User"_s, {});
-        if (!ReadIndexedValues(xml, "DUV;", kLastUserIndex))
-            return false;
-        xml.SetParent();
-
         xml.SaveXMLDoc();
     } catch (const UpdaterError &e) {
         m_lastError = e.message();
@@ -270,20 +215,75 @@ bool cBackup::SecureData(const QString &strFileName)
     }
 
     if (m_afterSave)
-        m_afterSave(strFileName);
+        m_afterSave(fileName);
+    return VerifySaved(xml, fileName);
+}
 
+bool cBackup::SelectBoard(cXML &xml, BoardKind board, bool firstBoard)
+{
+    m_currAction = actionFor(board);
+    if (firstBoard)
+        xml.CreateAndSetChild(elementFor(board), {});
+    else
+        xml.CreateAndSetSibling(elementFor(board), {});
+    const QByteArray select = boardFacts(board).select;
+    SendAndExpect(select, select);
+    if (!m_lastError.isEmpty())
+        return false;
+    StoreIdentity(xml);
+    return true;
+}
+
+bool cBackup::ReadMainBoard(cXML &xml)
+{
+    if (!SelectBoard(xml, BoardKind::Main, true) || !ReadQueryList(xml, MainBoardQueries()))
+        return false;
+    const QByteArray deselect = boardFacts(BoardKind::Cpu).select;
+    SendAndExpect(deselect, deselect);
+    return m_lastError.isEmpty();
+}
+
+bool cBackup::ReadMeasuringModule(cXML &xml)
+{
+    if (!SelectBoard(xml, BoardKind::Meas, false))
+        return false;
+    xml.CreateAndSetChild(u"Protected"_s, {});
+    if (!ReadQueryList(xml, MeasProtectedQueries()))
+        return false;
+    xml.CreateAndSetSibling(u"User"_s, {});
+    if (!ReadQueryList(xml, MeasUserQueries()))
+        return false;
+    xml.SetParent();
+    return true;
+}
+
+bool cBackup::ReadCpuBoard(cXML &xml)
+{
+    if (!SelectBoard(xml, BoardKind::Cpu, false))
+        return false;
+    xml.CreateAndSetChild(u"Protected"_s, {});
+    if (!ReadIndexedValues(xml, "DPV;", kLastProtectedIndex))
+        return false;
+    xml.CreateAndSetSibling(u"User"_s, {});
+    if (!ReadIndexedValues(xml, "DUV;", kLastUserIndex))
+        return false;
+    xml.SetParent();
+    return true;
+}
+
+bool cBackup::VerifySaved(const cXML &xml, const QString &fileName)
+{
     // No board may be flashed after a backup that did not reach the disk intact.
     cXML saved;
-    if (!saved.OpenXMLDocument(strFileName)) {
-        m_lastError =
-            u"Backup file %1 cannot be read back: %2"_s.arg(strFileName, saved.errorString());
+    if (!saved.OpenXMLDocument(fileName)) {
+        m_lastError = u"Backup file %1 cannot be read back: %2"_s.arg(fileName, saved.errorString());
         return false;
     }
-    for (const QString &board : {u"Mainboard"_s, u"Measureboard"_s, u"CPUboard"_s}) {
-        const QString difference = xml.FirstDifference(saved, board);
+    for (const BoardKind board : kUpdateOrder) {
+        const QString difference = xml.FirstDifference(saved, elementFor(board));
         if (!difference.isEmpty()) {
             m_lastError =
-                u"Backup file %1 differs from what was read: %2"_s.arg(strFileName, difference);
+                u"Backup file %1 differs from what was read: %2"_s.arg(fileName, difference);
             return false;
         }
     }
@@ -304,76 +304,81 @@ bool cBackup::Unlock(const QByteArray &accessCode)
     return false;
 }
 
-bool cBackup::RestoreData(qint32 eType, const QString &strXMLSource)
+bool cBackup::RestoreData(BoardKind board, const QString &xmlSource)
 {
-    m_currAction = actionFor(eType);
+    m_currAction = actionFor(board);
 
     QList<QByteArray> telegrams;
     try {
         cXML xml;
-        if (!xml.OpenXMLDocument(strXMLSource)) {
-            m_lastError = u"Cannot open backup file %1: %2"_s.arg(strXMLSource, xml.errorString());
+        if (!xml.OpenXMLDocument(xmlSource)) {
+            m_lastError = u"Cannot open backup file %1: %2"_s.arg(xmlSource, xml.errorString());
             return false;
         }
-        xml.GetTelegramsFromXML(elementFor(eType), telegrams);
+        xml.GetTelegramsFromXML(elementFor(board), telegrams);
     } catch (const UpdaterError &e) {
-        m_lastError = u"Backup file %1: %2"_s.arg(strXMLSource, e.message());
+        m_lastError = u"Backup file %1: %2"_s.arg(xmlSource, e.message());
         return false;
     }
 
-    const QByteArray select = "DHR;" + QByteArray::number(eType);
-    m_comm->Transceive(select);
+    m_comm->Transceive(boardFacts(board).select);
     bool writeEnable = true;
-    if (eType == eCPU) {
+    if (board == BoardKind::Cpu) {
         if (!Unlock(kAccessCode))
             return false;
         writeEnable = false;
     }
 
     for (const QByteArray &telegram : telegrams) {
-        const bool enabledForThis = writeEnable;
-        if (writeEnable)
-            m_comm->Transceive("CEW;1");
-        QByteArray answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+        if (!RestoreTelegram(telegram, writeEnable))
+            return false;
         if (telegram == "CEO;0")
             writeEnable = false;
-        if (telegram == "CEO;1")
-            m_comm->clock().sleepMs(kWaitAfterCalibrationOpenMs);
+        m_comm->op().letEventsRun();
+    }
+    return true;
+}
+
+bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
+{
+    if (writeEnable)
+        m_comm->Transceive("CEW;1");
+    QByteArray answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+    if (telegram == "CEO;1")
+        m_comm->clock().sleepMs(kWaitAfterCalibrationOpenMs);
+    if (answer.isEmpty()) {
+        m_lastError = kNoOrInvalidAnswer;
+        return false;
+    }
+    // "E;20" (a value the board does not take) counts as accepted.
+    if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+        answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+        if (!CheckRestoreAnswer(telegram, answer)) {
+            m_lastError = invalidAnswer(answer);
+            return false;
+        }
         if (answer.isEmpty()) {
             m_lastError = kNoOrInvalidAnswer;
             return false;
         }
-        // "E;20" (a value the board does not take) counts as accepted.
-        if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
-            answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-            if (!CheckRestoreAnswer(telegram, answer)) {
-                m_lastError = invalidAnswer(answer);
-                return false;
-            }
-            if (answer.isEmpty()) {
-                m_lastError = kNoOrInvalidAnswer;
-                return false;
-            }
-        } else if (answer != "E;20" && telegram.contains(';') && answer != telegram) {
-            // The board took the command but echoed another value. A value garbled on its way
-            // would stay on the board, so it is written once more; a board that writes the value
-            // its own way echoes the same again, which is accepted as before.
-            if (enabledForThis)
-                m_comm->Transceive("CEW;1");
-            answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-            if (answer.isEmpty()) {
-                m_lastError = kNoOrInvalidAnswer;
-                return false;
-            }
-            if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
-                m_lastError = invalidAnswer(answer);
-                return false;
-            }
-            if (answer != telegram && m_comm->log())
-                m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram) +
-                                         u" echoed as "_s + QString::fromLatin1(answer));
+    } else if (answer != "E;20" && telegram.contains(';') && answer != telegram) {
+        // The board took the command but echoed another value. A value garbled on its way
+        // would stay on the board, so it is written once more; a board that writes the value
+        // its own way echoes the same again, which is accepted as before.
+        if (writeEnable)
+            m_comm->Transceive("CEW;1");
+        answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
+        if (answer.isEmpty()) {
+            m_lastError = kNoOrInvalidAnswer;
+            return false;
         }
-        m_comm->op().letEventsRun();
+        if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+            m_lastError = invalidAnswer(answer);
+            return false;
+        }
+        if (answer != telegram && m_comm->log())
+            m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram) +
+                                     u" echoed as "_s + QString::fromLatin1(answer));
     }
     return true;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "boards/Board.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -16,16 +18,14 @@ class cXML;
 class cBackup
 {
 public:
-    enum Board : qint32 { eCPU = 0, eMeas = 1, eMain = 2 };
-
     void Init(cComm *comm);
     cComm *comm() const { return m_comm; }
 
-    // Creates the backup document at strFileName and fills it from the instrument; true only when
+    // Creates the backup document at fileName and fills it from the instrument; true only when
     // every board was read and the saved file was read back intact.
-    bool SecureData(const QString &strFileName);
-    // Writes the parameters of board eType back from the backup file strXMLSource.
-    bool RestoreData(qint32 eType, const QString &strXMLSource);
+    bool SecureData(const QString &fileName);
+    // Writes the parameters of the board back from the backup file xmlSource.
+    bool RestoreData(BoardKind board, const QString &xmlSource);
 
     // Called between the final save and its read-back; tests use it to damage the file there.
     void setAfterSaveHook(std::function<void(const QString &)> hook)
@@ -59,6 +59,12 @@ private:
     bool ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams);
     bool ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastIndex);
     bool Unlock(const QByteArray &accessCode);
+    bool SelectBoard(cXML &xml, BoardKind board, bool firstBoard);
+    bool ReadMainBoard(cXML &xml);
+    bool ReadMeasuringModule(cXML &xml);
+    bool ReadCpuBoard(cXML &xml);
+    bool VerifySaved(const cXML &xml, const QString &fileName);
+    bool RestoreTelegram(const QByteArray &telegram, bool writeEnable);
 
     cComm *m_comm = nullptr;
     QString m_currAction;

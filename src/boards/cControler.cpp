@@ -11,59 +11,16 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr char kCpuBootloaderAnnouncement[] = "KVT;BLCPU;1";
 constexpr char kSerialPrefix[] = "SER;";
 constexpr char kCrLf[] = "\r\n";
 } // namespace
 
-qint32 cControler::MaxNumOfPackages() const
-{
-    switch (m_controler) {
-    case eCPU:
-        return 8064;
-    case eMeas:
-        return 992;
-    case eMain:
-        return 112;
-    default:
-        return 0;
-    }
-}
-
-QByteArray cControler::IdentityText() const
-{
-    switch (m_controler) {
-    case eCPU:
-        return "VARIMO";
-    case eMeas:
-        return "Vm2MM";
-    case eMain:
-        return "Vm2PS";
-    default:
-        return {};
-    }
-}
-
-QByteArray cControler::ProbeTelegram() const
-{
-    switch (m_controler) {
-    case eCPU:
-        return "F";
-    case eMeas:
-        return "DHR;3";
-    case eMain:
-        return "DHR;4";
-    default:
-        return {};
-    }
-}
-
-void cControler::FillFromKVTTelegram(const QByteArray &sKVTAnswer)
+void cControler::FillFromKVTTelegram(const QByteArray &answer)
 {
     m_name.clear();
     m_firmware.clear();
     m_build.clear();
-    const QList<QByteArray> fields = sKVTAnswer.split(';');
+    const QList<QByteArray> fields = answer.split(';');
     if (fields.size() > 1)
         m_name = QString::fromLatin1(fields[1]);
     if (fields.size() > 2)
@@ -88,7 +45,7 @@ bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *
     return true;
 }
 
-bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
+bool cControler::InitFromDevice(cComm *comm, BoardKind kind)
 {
     m_toolTipText.clear();
     m_enabled = true;
@@ -99,16 +56,17 @@ bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
     m_build.clear();
     m_binFileName.clear();
     m_validFile = true;
-    m_controler = p_iDRH;
+    m_controler = kind;
     m_isInBTLMode = false;
     m_lastError.clear();
 
-    const QByteArray select = "DHR;" + QByteArray::number(p_iDRH);
+    const BoardFacts &facts = boardFacts(kind);
+    const QByteArray select = facts.select;
     comm->Transceive(select);
     QByteArray answer = comm->Transceive("KVT");
 
     // The CPU Board's bootloader announces itself; "F" makes it show its "C".
-    if (answer.contains(kCpuBootloaderAnnouncement)) {
+    if (answer.contains(boardFacts(BoardKind::Cpu).bootloaderTelegram)) {
         comm->Transceive("F");
         comm->Transceive(select);
         answer = comm->Transceive("KVT");
@@ -123,13 +81,13 @@ bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
         answer = comm->Transceive("KVT");
 
     if (answer != "E;1" && !answer.isEmpty()) {
-        if (!answer.contains(IdentityText())) {
-            m_lastError = u"Board %1 answered with another identity: %2"_s.arg(p_iDRH).arg(
+        if (!answer.contains(facts.identity)) {
+            m_lastError = u"Board %1 answered with another identity: %2"_s.arg(qint32(kind)).arg(
                 QString::fromLatin1(answer));
             return false;
         }
         FillFromKVTTelegram(answer);
-        if (p_iDRH == eCPU) {
+        if (kind == BoardKind::Cpu) {
             const QByteArray serialAnswer = comm->Transceive("SER");
             if (!SerialNumberFromAnswer(serialAnswer, &m_serialNumber, &m_lastError))
                 return false;
@@ -138,7 +96,7 @@ bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
     }
 
     // No identity: the board may be waiting in its bootloader, asking with "C".
-    const QByteArray probe = ProbeTelegram();
+    const QByteArray probe = facts.probe;
     for (int i = 0; i < kBootloaderProbes; ++i) {
         comm->WriteTelegram(probe, kCrLf);
         comm->clock().sleepMs(kProbeSleepMs);
@@ -150,37 +108,37 @@ bool cControler::InitFromDevice(cComm *comm, qint32 p_iDRH)
     return false;
 }
 
-void cControler::InitFromBinFile(const QString &dir, const QString &sFile, const QString &pattern,
-                                 qint32 p_eType)
+void cControler::InitFromBinFile(const QString &dir, const QString &file, const QString &pattern,
+                                 BoardKind kind)
 {
     m_toolTipText.clear();
     m_name.clear();
     m_build.clear();
     m_serialNumber.clear();
     m_enabled = true;
-    m_binFileName = sFile;
-    m_controler = p_eType;
+    m_binFileName = file;
+    m_controler = kind;
     m_firmware = u"<not found>"_s;
     m_color = kRed;
     m_validFile = false;
     m_lastError.clear();
 
-    const QString path = QFileInfo(sFile).isAbsolute() ? sFile : QDir(dir).filePath(sFile);
+    const QString path = QFileInfo(file).isAbsolute() ? file : QDir(dir).filePath(file);
     if (!m_binFileName.isEmpty() && modHelper::FileExists(path)) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
+        QFile image(path);
+        if (!image.open(QIODevice::ReadOnly)) {
             m_firmware = u"<invalid>"_s;
-            m_lastError = u"Cannot open %1: %2"_s.arg(path, file.errorString());
+            m_lastError = u"Cannot open %1: %2"_s.arg(path, image.errorString());
             return;
         }
-        const qint64 length = file.size();
+        const qint64 length = image.size();
         if (length / 128 != MaxNumOfPackages() || length % 128 != 0) {
             m_firmware = length != 0 ? u"<invalid size>"_s : u"<empty>"_s;
         } else {
             m_validFile = true;
             m_color = kBlack;
             m_firmware =
-                modHelper::VersionFromFileName(modHelper::SplitPath(sFile, false), pattern);
+                modHelper::VersionFromFileName(modHelper::SplitPath(file, false), pattern);
             m_name = m_binFileName;
         }
     }

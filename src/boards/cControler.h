@@ -1,5 +1,7 @@
 #pragma once
 
+#include "boards/Board.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -14,9 +16,6 @@ class cComm;
 class cControler
 {
 public:
-    // The board kind; its value is also the board's number in the select telegram "DHR;n".
-    enum Controler : qint32 { eCPU = 0, eMeas = 1, eMain = 2 };
-
     // Colours in the 0x00BBGGRR encoding of the panel and the eligibility check.
     static constexpr qint32 kBlack = 0;
     static constexpr qint32 kRed = 255;
@@ -26,15 +25,11 @@ public:
     static constexpr int kProbeSleepMs = 3000;
     static constexpr int kProbeReadMs = 1000;
 
-    qint32 Controler() const { return m_controler; }
-    void setControler(qint32 kind) { m_controler = kind; }
+    BoardKind Controler() const { return m_controler; }
+    void setControler(BoardKind kind) { m_controler = kind; }
 
-    // The exact size of the board's firmware image in 128-byte packets (0 for an unknown kind).
-    qint32 MaxNumOfPackages() const;
-    // The text the board's identity answer must contain ("" for an unknown kind).
-    QByteArray IdentityText() const;
-    // The telegram that asks a waiting bootloader to show itself ("" for an unknown kind).
-    QByteArray ProbeTelegram() const;
+    // The exact size of the board's firmware image in 128-byte packets.
+    qint32 MaxNumOfPackages() const { return boardFacts(m_controler).packets; }
 
     bool IsInBTLMode() const { return m_isInBTLMode; }
     void setIsInBTLMode(bool on) { m_isInBTLMode = on; }
@@ -43,12 +38,12 @@ public:
     // the board identified itself. A board waiting in its bootloader gives false with
     // IsInBTLMode() true. LastError() says why a read failed where there is more to say than
     // silence (for example a serial number that is not a number).
-    bool InitFromDevice(cComm *comm, qint32 p_iDRH);
+    bool InitFromDevice(cComm *comm, BoardKind kind);
 
     // Fills the descriptor from the firmware file sFile (a name in dir, or an absolute path),
     // checking its size against the board's image size.
-    void InitFromBinFile(const QString &dir, const QString &sFile, const QString &pattern,
-                         qint32 p_eType);
+    void InitFromBinFile(const QString &dir, const QString &file, const QString &pattern,
+                         BoardKind kind);
     bool ValidBinFile() const { return m_validFile; }
 
     QString BinFileName() const { return m_binFileName; }
@@ -66,7 +61,7 @@ public:
     bool IsValid() const { return !m_name.isEmpty() && !m_firmware.isEmpty(); }
 
     // Name, firmware and build from an identity answer "KVT;name;firmware;build".
-    void FillFromKVTTelegram(const QByteArray &sKVTAnswer);
+    void FillFromKVTTelegram(const QByteArray &answer);
 
     QString ToolTipText() const { return m_toolTipText; }
     void setToolTipText(const QString &s) { m_toolTipText = s; }
@@ -83,7 +78,7 @@ private:
     qint32 m_color = kBlack;
     bool m_enabled = true;
     QString m_toolTipText;
-    qint32 m_controler = eCPU;
+    BoardKind m_controler = BoardKind::Cpu;
     bool m_isInBTLMode = false;
     QString m_name;
     QString m_build;
@@ -96,3 +91,6 @@ private:
 // digits ("SER;42" -> "00042"). Returns false (and says why in *error) for a non-number or a
 // number above 32767.
 bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *error);
+
+// The six board descriptors: as read from the instrument, or as offered by the firmware files.
+using BoardSet = PerBoard<cControler>;

@@ -21,8 +21,9 @@ public:
 
     virtual ~Operator() = default;
 
-    // A message box with an OK button only; returns when the operator pressed OK.
-    virtual void messageBox(const QString &text, const QString &title) = 0;
+    // A message box with an OK button only, titled with the product's name; returns when the
+    // operator pressed OK.
+    virtual void messageBox(const QString &text) = 0;
 
     // An instruction dialog; returns when the operator pressed OK. lines holds the dialog's lines
     // as the system's texts ("&&" stands for one "&" on screen); for General exactly five lines,
@@ -33,6 +34,24 @@ public:
     // its own thread, so for the windows this is only a point where a job may notice a request to
     // stop; implementations may do nothing.
     virtual void letEventsRun() = 0;
+};
+
+// The operator ended a job instead of answering (no terminal to ask, the terminal closed, the same
+// prompt came back too often, the program is closing). Thrown by an Operator from any of its
+// calls; deliberately not a std::exception, so that no failure handler on the way catches it: only
+// the job's own boundary (Session::run) turns it into a cancelled result.
+class OperatorCancel
+{
+public:
+    explicit OperatorCancel(const QString &message)
+        : m_message(message)
+    {
+    }
+    virtual ~OperatorCancel() = default;
+    QString message() const { return m_message; }
+
+private:
+    QString m_message;
 };
 
 // The fixed lines of the instruction dialogs.

@@ -5,8 +5,7 @@
 #include "PortList.h"
 #include "SerialLine.h"
 #include "UpdaterError.h"
-#include "shell/AppInfo.h"
-#include "shell/cLog.h"
+#include "LogSink.h"
 
 #include <QRegularExpression>
 #include <utility>
@@ -64,7 +63,7 @@ void cComm::setComPort(const QString &portName)
     m_portName = isNumber ? u"COM%1"_s.arg(number) : device;
 }
 
-void cComm::Init(cLog *log)
+void cComm::Init(LogSink *log)
 {
     m_log = log;
     m_waitAfterTelegramMs = kDefaultWaitAfterTelegramMs;
@@ -80,7 +79,7 @@ bool cComm::IsOpen()
     return m_open;
 }
 
-bool cComm::OpenPort()
+bool cComm::OpenPort(Greeting greeting)
 {
     m_open = false;
     m_lastError.clear();
@@ -89,13 +88,15 @@ bool cComm::OpenPort()
             m_lastError = m_line.errorString();
             return false;
         }
-        if (Transceive("KVT").isEmpty()) {
-            m_lastError = u"%1: no answer from VARIMOsentry"_s.arg(portLabel());
-            m_line.close();
-            return false;
+        if (greeting == Greeting::Greet) {
+            if (Transceive("KVT").isEmpty()) {
+                m_lastError = u"%1: no answer from VARIMOsentry"_s.arg(portLabel());
+                m_line.close();
+                return false;
+            }
+            Transceive("DHR;0");
+            Transceive("KEY;0");
         }
-        Transceive("DHR;0");
-        Transceive("KEY;0");
         logEntry(portLabel() + u" opened: 57600 Baud, No parity, 8 data bits, 1 stop bit"_s);
     }
     m_open = true;
@@ -187,7 +188,7 @@ QByteArray cComm::Transceive(const QByteArray &strTelegram, qint32 timeout,
         sendAndRead();
         // The instrument's setup menu is open: ask the operator to close it, as often as needed.
         while (received == CommText::kSetupMenuOpenAnswer) {
-            m_operator.messageBox(CommText::setupMenuPrompt(), AppInfo::productTitle());
+            m_operator.messageBox(CommText::setupMenuPrompt());
             sendAndRead();
         }
         if (received.isEmpty())

@@ -7,7 +7,7 @@
 class Clock;
 class Operator;
 class SerialLine;
-class cLog;
+class LogSink;
 
 // The telegram transceiver: every exchange with the instrument passes through it. It opens and
 // closes the port, sends telegrams (text + CR LF) and firmware packets (raw), collects answers
@@ -40,7 +40,7 @@ public:
     void setComPort(const QString &portName);
 
     // Binds the log, sets the wait after a telegram to 200 ms, closes the port if it is open.
-    void Init(cLog *log);
+    void Init(LogSink *log);
 
     // Collects one answer: reads until readUntil has arrived or more than nTimeOutInMs have
     // passed; removes CR LF pairs; an answer holding the byte 6 becomes "ACK", else one holding
@@ -62,9 +62,13 @@ public:
     void setWaitAfterTelegram(qint16 ms) { m_waitAfterTelegramMs = ms; }
     qint16 WaitAfterTelegram() const { return m_waitAfterTelegramMs; }
 
-    // Opens the port and greets the instrument ("KVT", "DHR;0", "KEY;0"); false when the port
-    // does not open or the instrument stays silent. An open port returns true at once.
-    bool OpenPort();
+    enum class Greeting {
+        Greet, // "KVT", "DHR;0", "KEY;0"; silence means no instrument
+        Silent, // nothing sent: a board waiting in its bootloader answers only with "C"
+    };
+    // Opens the port and greets the instrument; false when the port does not open or the
+    // instrument stays silent. An open port returns true at once.
+    bool OpenPort(Greeting greeting = Greeting::Greet);
     void ClosePort();
 
     // Why the last OpenPort failed, in words ("" after a success).
@@ -73,7 +77,7 @@ public:
     SerialLine &line() { return m_line; }
     Clock &clock() { return m_clock; }
     Operator &op() { return m_operator; }
-    cLog *log() const { return m_log; }
+    LogSink *log() const { return m_log; }
 
 private:
     void logEntry(const QString &text);
@@ -82,7 +86,7 @@ private:
     SerialLine &m_line;
     Clock &m_clock;
     Operator &m_operator;
-    cLog *m_log = nullptr;
+    LogSink *m_log = nullptr;
     QString m_portName;
     bool m_open = false;
     qint16 m_waitAfterTelegramMs = kDefaultWaitAfterTelegramMs;

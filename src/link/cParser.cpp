@@ -2,7 +2,7 @@
 
 #include "UpdaterError.h"
 #include "cCRC.h"
-#include "shell/cLog.h"
+#include "LogSink.h"
 
 #include <QFile>
 #include <limits>

@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
-class cLog;
+class LogSink;
 
 // Cuts a firmware image into the 133-byte XMODEM-CRC packets that the boards' bootloaders take:
 // 0x01, packet number, 255 - number, 128 data bytes, CRC-16 high byte, low byte. Past the end of
@@ -20,7 +20,7 @@ public:
     static constexpr int kPacketSize = 133;
     static constexpr int kDataSize = 128;
 
-    void Init(cLog *log) { m_log = log; }
+    void Init(LogSink *log) { m_log = log; }
 
     // Opens the image and returns its length in bytes; 0 for an empty path. An empty file is only
     // logged ("Error : <path> not opened"); a file that cannot be read throws UpdaterError.
@@ -37,7 +37,7 @@ public:
     QByteArray GetTelegram(qint32 firstByte, qint32 length, quint8 packetNum) const;
 
 private:
-    cLog *m_log = nullptr;
+    LogSink *m_log = nullptr;
     QByteArray m_data;
     bool m_open = false;
 };

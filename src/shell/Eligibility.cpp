@@ -1,7 +1,6 @@
 #include "Eligibility.h"
 
-#include "boards/cControler.h"
-#include "shell/cINI.h"
+#include "Settings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -9,19 +8,22 @@ namespace Eligibility {
 
 namespace {
 
-struct MinimumVersion
+bool versionsDiffer(const BoardSet &current, const BoardSet &fresh)
 {
-    const cControler *current;
-    QString section;
-    QString defaultVersion;
-    QString errorLine;
-};
+    for (const BoardKind kind : kPanelOrder) {
+        if (current[kind].Firmware() != fresh[kind].Firmware())
+            return true;
+    }
+    return false;
+}
 
-bool versionsDiffer(const Boards &current, const Boards &fresh)
+Verdict belowMinimum(BoardKind kind, const QString &minimum)
 {
-    return current.cpu->Firmware() != fresh.cpu->Firmware() ||
-        current.main->Firmware() != fresh.main->Firmware() ||
-        current.meas->Firmware() != fresh.meas->Firmware();
+    const BoardFacts &facts = boardFacts(kind);
+    const QString defaultVersion = QString::fromLatin1(facts.minimumVersion);
+    QString limit = u"Update only possible to firmware versions >= "_s + defaultVersion;
+    limit.replace(defaultVersion, minimum);
+    return {false, QString::fromLatin1(facts.belowMinimumText) + u"\r\n"_s + limit, eError};
 }
 
 } // namespace
@@ -39,14 +41,40 @@ qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo)
     return a == b ? 0 : (a < b ? -1 : 1);
 }
 
-bool IsOneInvalid(const Boards &boards)
+BoardVerdict JudgeBoard(const cControler &current, const cControler &fresh, bool allowDowngrade)
 {
-    bool invalid = false;
-    for (const cControler *board : {boards.cpu, boards.main, boards.meas}) {
-        if (board->Firmware().isEmpty() || board->Color() == cControler::kRed)
-            invalid = true;
+    BoardVerdict v;
+    v.fileValid = fresh.ValidBinFile() && !fresh.Firmware().isEmpty();
+    if (!current.IsValid() || !fresh.IsValid())
+        return v;
+    const qint16 c = CompareVersions(current.Firmware(), fresh.Firmware());
+    if (c == -1)
+        v.plan = Plan::Upgrade;
+    else if (c == 1 && allowDowngrade)
+        v.plan = Plan::Downgrade;
+    return v;
+}
+
+qint32 ColorOf(Plan plan)
+{
+    switch (plan) {
+    case Plan::Upgrade:
+        return cControler::kBlue;
+    case Plan::Downgrade:
+        return cControler::kRed;
+    case Plan::Keep:
+        break;
     }
-    return invalid;
+    return cControler::kBlack;
+}
+
+bool IsOneInvalid(const BoardSet &fresh)
+{
+    for (const cControler &board : fresh) {
+        if (board.Firmware().isEmpty() || !board.ValidBinFile())
+            return true;
+    }
+    return false;
 }
 
 QString instructionLines()
@@ -56,72 +84,58 @@ QString instructionLines()
            "Press Connect button"_s;
 }
 
-Verdict CheckConnected(const Boards &current, const Boards &fresh, const cINI &ini,
+QString invalidPortText()
+{
+    return u"Invalid port - enter valid RS232-port"_s;
+}
+
+QString noConnectionText()
+{
+    return u"ERROR: No connection to VARIMOsentry"_s;
+}
+
+Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Settings &settings,
                        bool allowDowngrade)
 {
-    Verdict v;
-    v.updateEnabled = true;
-
-    if (IsOneInvalid(fresh) || !versionsDiffer(current, fresh)) {
-        v = {false, u"No updates required"_s, eNormal};
-    } else if (current.cpu->Firmware().isEmpty() || current.main->Firmware().isEmpty() ||
-               current.meas->Firmware().isEmpty()) {
-        v = {false,
-             u"ERROR: No connection to VARIMOsentry\r\n"
-             "Restart VARIMOsentry by pressing the POWER KEY.\r\n"
-             "Wait a few seconds until the measured value display is shown."_s,
-             eError};
-    } else {
-        const MinimumVersion minimums[] = {
-            {current.cpu, u"CPUBoard"_s, u"2.00"_s,
-             u"ERROR: Cannot update to this CPU Board version"_s},
-            {current.main, u"Mainboard"_s, u"1.02"_s,
-             u"ERROR: Cannot update to this Main Board version"_s},
-            {current.meas, u"Messmodul"_s, u"1.20"_s,
-             u"ERROR: Cannot update to this Measuring Module version"_s},
-        };
-        for (const MinimumVersion &m : minimums) {
-            const QString fwMin = ini.GetValue(m.section, u"FWMin"_s, m.defaultVersion);
-            if (CompareVersions(m.current->Firmware(), fwMin) == -1) {
-                QString limit =
-                    u"Update only possible to firmware versions >= "_s + m.defaultVersion;
-                limit.replace(m.defaultVersion, fwMin);
-                v = {false, m.errorLine + u"\r\n"_s + limit, eError};
-            }
-        }
-        if (!allowDowngrade) {
-            const bool anyNewer =
-                CompareVersions(current.cpu->Firmware(), fresh.cpu->Firmware()) == -1 ||
-                CompareVersions(current.main->Firmware(), fresh.main->Firmware()) == -1 ||
-                CompareVersions(current.meas->Firmware(), fresh.meas->Firmware()) == -1;
-            if (!anyNewer)
-                v = {false, u"No updates required"_s, eNormal};
-        }
+    if (IsOneInvalid(fresh) || !versionsDiffer(current, fresh))
+        return {false, u"No updates required"_s, eNormal};
+    for (const cControler &board : current) {
+        if (board.Firmware().isEmpty())
+            return {false,
+                    noConnectionText() +
+                        u"\r\nRestart VARIMOsentry by pressing the POWER KEY.\r\n"
+                        "Wait a few seconds until the measured value display is shown."_s,
+                    eError};
+    }
+    Verdict v {true, QString(), eNormal};
+    for (const BoardKind kind : kPanelOrder) {
+        const QString &minimum = settings.minimumVersions[kind];
+        if (CompareVersions(current[kind].Firmware(), minimum) == -1)
+            v = belowMinimum(kind, minimum);
+    }
+    if (!allowDowngrade) {
+        bool anyNewer = false;
+        for (const BoardKind kind : kPanelOrder)
+            anyNewer = anyNewer ||
+                CompareVersions(current[kind].Firmware(), fresh[kind].Firmware()) == -1;
+        if (!anyNewer)
+            v = {false, u"No updates required"_s, eNormal};
     }
     if (v.updateEnabled)
         v = {true, u"VARIMOsentry ready for update"_s, eNormal};
     return v;
 }
 
-Verdict CheckUpdateFiles(const Boards &current, const Boards &fresh, bool allowDowngrade)
+Verdict CheckUpdateFiles(BoardSet &current, const BoardSet &fresh, bool allowDowngrade)
 {
-    const std::pair<cControler *, cControler *> pairs[] = {
-        {current.cpu, fresh.cpu}, {current.main, fresh.main}, {current.meas, fresh.meas}};
-    for (const auto &[cur, file] : pairs) {
-        if (!cur->IsValid() || !file->IsValid())
-            continue;
-        cur->setColor(cControler::kBlack);
-        const qint16 c = CompareVersions(cur->Firmware(), file->Firmware());
-        if (c == -1)
-            cur->setColor(cControler::kBlue);
-        else if (c == 1 && allowDowngrade)
-            cur->setColor(cControler::kRed);
+    for (const BoardKind kind : kPanelOrder) {
+        if (current[kind].IsValid() && fresh[kind].IsValid())
+            current[kind].setColor(ColorOf(JudgeBoard(current[kind], fresh[kind], allowDowngrade).plan));
     }
     if (IsOneInvalid(fresh))
-        return {
-            false,
-            u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
-            eError};
+        return {false,
+                u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
+                eError};
     return {true, QString(), eNormal};
 }
 

@@ -1,32 +1,12 @@
 #include "Workspace.h"
 
 #include "boards/FirmwareFiles.h"
-#include "boards/cControler.h"
-#include "update/UpdateRun.h"
 
 #include <QDir>
 #include <QStandardPaths>
 #include <QTemporaryFile>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-const QString kSettings = u"Settings"_s;
-
-struct PatternSetting
-{
-    qint32 kind;
-    QString section;
-    QString defaultPattern;
-};
-
-// In the order the patterns are read and the files are looked for.
-const PatternSetting kPatternSettings[] = {
-    {cControler::eCPU, u"CPUBoard"_s, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
-    {cControler::eMain, u"Mainboard"_s, u"FW_MAINBOARD_XXX_CRC"_s},
-    {cControler::eMeas, u"Messmodul"_s, u"FW_MESSMODUL_XXX-Y_CRC"_s},
-};
-} // namespace
 
 Workspace::Folders Workspace::ChooseFolders(const QString &programDir, const QString &fallbackDir)
 {
@@ -55,15 +35,6 @@ QString Workspace::pathFor(const QString &name) const
     return QDir(m_folders.data).filePath(name);
 }
 
-void Workspace::UseFullFirmwarePaths(UpdateRun &run) const
-{
-    for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas}) {
-        cControler &fresh = run.fresh(kind);
-        if (!fresh.BinFileName().isEmpty())
-            fresh.setBinFileName(QDir(m_folders.program).filePath(fresh.BinFileName()));
-    }
-}
-
 void Workspace::Start()
 {
     m_log.Setlogging(true);
@@ -71,11 +42,13 @@ void Workspace::Start()
     m_log.UpdateLog(u"VarimoSentry_Updater started..."_s);
     m_ini.Init(pathFor(QString::fromLatin1(kIniFileName)));
 
-    for (const PatternSetting &p : kPatternSettings)
-        m_patterns[p.kind] = m_ini.GetValue(p.section, u"File"_s, p.defaultPattern);
-    const qint32 retries = m_ini.GetIntValue(kSettings, u"RetryUpdates"_s, 5);
-    m_retryUpdates = retries >= -32768 && retries <= 32767 ? qint16(retries) : qint16(5);
-    m_allowDowngrade = m_ini.GetBoolValue(kSettings, u"AllowDowngrade"_s, false);
+    m_settings = Settings::read(m_ini);
+    m_allowDowngrade = m_settings.allowDowngrade;
+}
+
+void Workspace::resetAllowDowngrade()
+{
+    m_allowDowngrade = Settings::read(m_ini).allowDowngrade;
 }
 
 void Workspace::Stop()
@@ -84,56 +57,39 @@ void Workspace::Stop()
     m_log.UpdateLog(QString(62, u'-'), std::nullopt, 1);
 }
 
-QString Workspace::Pattern(qint32 kind) const
+void Workspace::LoadFirmwareFiles(BoardSet &fresh) const
 {
-    return kind >= cControler::eCPU && kind <= cControler::eMain ? m_patterns[kind] : QString();
+    for (const BoardKind kind : kPanelOrder)
+        LoadFirmwareFile(kind, modHelper::FindNewestFile(m_folders.program, Pattern(kind)),
+                         fresh[kind]);
 }
 
-void Workspace::LoadFirmwareFiles(UpdateRun &run) const
+void Workspace::LoadFirmwareFile(BoardKind kind, const QString &file, cControler &board) const
 {
-    for (const PatternSetting &p : kPatternSettings)
-        LoadFirmwareFile(p.kind, run.fresh(p.kind));
+    board.InitFromBinFile(m_folders.program, file, Pattern(kind), kind);
 }
 
-void Workspace::LoadFirmwareFile(qint32 kind, cControler &board) const
+Eligibility::Verdict Workspace::CheckUpdateFiles(BoardSet &current, const BoardSet &fresh) const
 {
-    const QString pattern = Pattern(kind);
-    const QString file = modHelper::FindNewestFile(m_folders.program, pattern);
-    board.InitFromBinFile(m_folders.program, file, pattern, kind);
+    return Eligibility::CheckUpdateFiles(current, fresh, m_allowDowngrade);
 }
 
-Eligibility::Boards Workspace::CurrentBoards(UpdateRun &run)
-{
-    return {&run.current(cControler::eCPU), &run.current(cControler::eMain),
-            &run.current(cControler::eMeas)};
-}
-
-Eligibility::Boards Workspace::NewBoards(UpdateRun &run)
-{
-    return {&run.fresh(cControler::eCPU), &run.fresh(cControler::eMain),
-            &run.fresh(cControler::eMeas)};
-}
-
-Eligibility::Verdict Workspace::CheckUpdateFiles(UpdateRun &run) const
-{
-    return Eligibility::CheckUpdateFiles(CurrentBoards(run), NewBoards(run), m_allowDowngrade);
-}
-
-Eligibility::Verdict Workspace::SetConnectionState(UpdateRun &run, bool bConnected, bool portValid,
+Eligibility::Verdict Workspace::SetConnectionState(BoardSet &current, const BoardSet &fresh,
+                                                   bool connected, bool portValid,
                                                    const QString &comPort)
 {
     Eligibility::Verdict verdict;
-    if (!bConnected) {
-        for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas})
-            run.current(kind).setFirmware(QString());
-        verdict.message = portValid ? Eligibility::instructionLines()
-                                    : u"Invalid port - enter valid RS232-port"_s;
+    if (!connected) {
+        for (cControler &board : current)
+            board.setFirmware(QString());
+        verdict.message =
+            portValid ? Eligibility::instructionLines() : Eligibility::invalidPortText();
     } else {
-        verdict = Eligibility::CheckConnected(CurrentBoards(run), NewBoards(run), m_ini,
+        verdict = Eligibility::CheckConnected(current, fresh, Settings::read(m_ini),
                                               m_allowDowngrade);
-        m_ini.SetValue(kSettings, u"COMPort"_s, comPort);
+        Settings::saveComPort(m_ini, comPort);
     }
-    const Eligibility::Verdict files = CheckUpdateFiles(run);
+    const Eligibility::Verdict files = CheckUpdateFiles(current, fresh);
     if (!files.message.isEmpty())
         verdict = files;
     return verdict;

@@ -49,14 +49,14 @@ bool cLog::OpenLog()
     return true;
 }
 
-bool cLog::UpdateLog(const QString &strEntry, std::optional<int> additionalTabs,
+bool cLog::UpdateLog(const QString &entry, std::optional<int> additionalTabs,
                      std::optional<int> newline)
 {
     QMutexLocker lock(&m_mutex);
-    return writeEntryLocked(strEntry, additionalTabs, newline);
+    return writeEntryLocked(entry, additionalTabs, newline);
 }
 
-bool cLog::writeEntryLocked(const QString &strEntry, std::optional<int> additionalTabs,
+bool cLog::writeEntryLocked(const QString &entry, std::optional<int> additionalTabs,
                             std::optional<int> newline)
 {
     if (!m_enabled)
@@ -74,7 +74,7 @@ bool cLog::writeEntryLocked(const QString &strEntry, std::optional<int> addition
 
     int indent = m_defaultIndent + additionalTabs.value_or(0);
     QByteArray text(qMax(indent, 0), '\t');
-    text += strEntry.toLatin1();
+    text += entry.toLatin1();
 
     QByteArray out;
     int lines = newline.value_or(0);

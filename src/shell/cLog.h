@@ -1,5 +1,7 @@
 #pragma once
 
+#include "link/LogSink.h"
+
 #include <QMutex>
 #include <QString>
 #include <functional>
@@ -14,7 +16,7 @@ class Clock;
 //
 // Thread-safe: the windows and the engine thread write through the same object; entries appear in
 // the order the calls took the lock.
-class cLog
+class cLog : public LogSink
 {
 public:
     explicit cLog(Clock *clock = nullptr);
@@ -32,8 +34,9 @@ public:
     // newline puts that many empty lines before the entry, a positive one that many after it.
     // Returns false when the entry could not be written (errorString() says why); true also when
     // logging is off and nothing was written.
-    bool UpdateLog(const QString &strEntry, std::optional<int> additionalTabs = std::nullopt,
+    bool UpdateLog(const QString &entry, std::optional<int> additionalTabs,
                    std::optional<int> newline = std::nullopt);
+    bool UpdateLog(const QString &entry) override { return UpdateLog(entry, std::nullopt); }
 
     void SetTabs(quint8 count);
     quint8 tabs() const;

@@ -5,6 +5,7 @@
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
 #include "link/cParser.h"
+#include "shell/Eligibility.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 
@@ -14,15 +15,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 constexpr char kCrLf[] = "\r\n";
-constexpr char kCpuSelect[] = "DHR;0";
 constexpr char kEndOfTransmission = 0x04;
 constexpr char kXmodemNak = 0x15;
+constexpr char kTestBackupFileName[] = "TESTBackup.xml";
 
-const QString kSettings = u"Settings"_s;
-
-QString noConnectionLine()
+QString text(const char *latin1)
 {
-    return u"ERROR: No connection to VARIMOsentry"_s;
+    return QString::fromLatin1(latin1);
 }
 QString resetLine()
 {
@@ -50,306 +49,296 @@ QString tryRestoreAgainLine()
 }
 } // namespace
 
-UpdateRun::UpdateRun(Clock &clock, Operator &op, QObject *parent)
+UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files,
+                     BoardSet &current, BoardSet &fresh, QObject *parent)
     : QObject(parent)
+    , m_comm(comm)
     , m_clock(clock)
     , m_operator(op)
+    , m_files(files)
+    , m_current(current)
+    , m_fresh(fresh)
 {
-    qRegisterMetaType<TransferProgress>();
+    m_backup.Init(&m_comm);
 }
 
 UpdateRun::~UpdateRun() = default;
 
-int UpdateRun::index(qint32 kind)
+void UpdateRun::begin()
 {
-    if (kind < cControler::eCPU || kind > cControler::eMain)
-        throw UpdaterError(u"Unknown board %1"_s.arg(kind));
-    return kind;
+    m_result = JobResult();
+    m_settings = Settings::read(*m_files.ini);
 }
 
-void UpdateRun::Init(cINI *p_oIni, cLog *p_oLog, const QString &programDir)
+JobResult UpdateRun::finish(bool ok)
 {
-    m_ini = p_oIni;
-    m_log = p_oLog;
-    m_programDir = programDir;
-    m_backup = cBackup();
-    for (int kind = 0; kind < 3; ++kind) {
-        m_current[kind] = cControler();
-        m_current[kind].setControler(kind);
-        m_new[kind] = cControler();
-        m_new[kind].setControler(kind);
-    }
-    m_mode = eModeUnset;
-}
-
-void UpdateRun::SetModeAndInitCom(cComm *q_comPort, qint16 pIsUpdateType, qint16 pControler)
-{
-    m_comm = q_comPort;
-    m_backup.Init(q_comPort);
-    m_mode = pIsUpdateType;
-    m_boardIndex = pControler;
-}
-
-UpdateRun::BoardTexts UpdateRun::textsFor(qint32 kind)
-{
-    switch (kind) {
-    case cControler::eCPU:
-        return {"DHR;0",
-                "KVT;BLCPU;1",
-                u"CPU Board"_s,
-                u"Starting CPU Board bootloader..."_s,
-                u"Sending CPU Board binary file "_s,
-                u"Update of CPU Board successfully completed."_s,
-                u"Restoring parameters to CPU Board..."_s};
-    case cControler::eMeas:
-        return {"DHR;3",
-                "BLMM;1",
-                u"Measuring Module"_s,
-                u"Starting Measuring Module bootloader..."_s,
-                u"Sending Measuring Module binary file "_s,
-                u"Update of Measuring Module successfully completed."_s,
-                u"Restoring parameters to Measuring Module..."_s};
-    default:
-        return {"DHR;4",
-                "BLSP;1",
-                u"Main Board"_s,
-                u"Starting Main Board bootloader..."_s,
-                u"Sending Main Board binary file "_s,
-                u"Update of Main Board successfully completed."_s,
-                u"Restoring parameters to Main Board..."_s};
-    }
-}
-
-bool UpdateRun::NeedsUpdate(const cControler &current, const cControler &fresh)
-{
-    return current.Color() != cControler::kBlack && fresh.Color() != cControler::kRed;
-}
-
-bool UpdateRun::run()
-{
-    m_result = false;
-    if (m_mode == eModeUnset || !m_comm) {
-        emit finished(false);
-        return false;
-    }
-    try {
-        switch (m_mode) {
-        case eModeSingleBoard:
-            m_result = runSingleBoard();
-            break;
-        case eModeRestore:
-            m_result = runRestoreOnly();
-            break;
-        default:
-            m_result = runFull();
-            break;
-        }
-    } catch (const UpdaterError &e) {
-        // An error no step could handle: the run ends here, saying why.
-        m_result = false;
-        SetCurrentAction(e.message(), true);
-        LogLine(u"ERROR: "_s + e.message());
-        LogLine(u"Failed"_s);
-    }
-    m_log->SetTabs(0);
-    emit finished(m_result);
+    m_result.status = ok ? JobResult::Status::Succeeded : JobResult::Status::Failed;
+    if (ok)
+        m_result.message.clear();
     return m_result;
 }
 
-bool UpdateRun::runFull()
+JobResult UpdateRun::failWith(const QString &message)
 {
-    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (m_backupFileName.isEmpty())
-        m_backupFileName =
-            m_ini->GetValue(kSettings, u"BackupFileName"_s, u"VarimoSentry_Backup.xml"_s);
-    if (!backupInto(m_backupFileName))
-        return false;
-    m_ini->SetValue(kSettings, u"LastBackupFileName"_s, m_backupFileName);
-
-    bool ok = true;
-    for (const qint32 kind : {cControler::eMain, cControler::eMeas, cControler::eCPU}) {
-        if (NeedsUpdate(current(kind), fresh(kind)))
-            ok = boardSequence(kind);
-        if (!ok)
-            break;
-    }
-    if (!ok) {
-        LogLine(u"Failed"_s);
-        return false;
-    }
-    if (bCheckBackup && !backupInto(u"TESTBackup.xml"_s))
-        return false;
-    emit succeeded();
-    return true;
+    m_result.message = message;
+    SetCurrentAction(message, true);
+    LogLine(u"ERROR: "_s + message);
+    LogLine(u"Failed"_s);
+    return finish(false);
 }
 
-bool UpdateRun::runSingleBoard()
+void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardState state)
 {
-    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (!boardSequence(m_boardIndex)) {
-        LogLine(u"Failed"_s);
-        return false;
-    }
-    emit succeeded();
-    return true;
+    if (board != m_result.board && board)
+        m_result.firmware = m_fresh[*board].Firmware();
+    m_result.board = board;
+    m_result.stage = stage;
+    m_result.boardState = state;
+    if (stage == Stage::Transfer)
+        m_result.bytesSent = m_result.bytesTotal = 0;
+    emit jobEvent(JobEvent {board, stage});
 }
 
-bool UpdateRun::runRestoreOnly()
+JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup)
 {
-    emit statusTextChanged(u"Restoring parameters to VARIMOsentry"_s);
-    m_backup.Init(m_comm);
-    const QString file = pathInProgramDir(backupFileOrLast());
-    for (const qint32 kind : {cControler::eMain, cControler::eMeas, cControler::eCPU}) {
-        SetCurrentAction(textsFor(kind).restore);
-        if (!m_backup.RestoreData(kind, file)) {
-            SetCurrentAction(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError(), true);
-            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), checkConnectionLine(),
-                        tryRestoreAgainLine(), QString());
-            return false;
+    begin();
+    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
+    if (!backupInto(backupFile, true))
+        return finish(false);
+    Settings::saveLastBackupFileName(*m_files.ini, backupFile);
+
+    for (const BoardKind board : kUpdateOrder) {
+        if (!Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
+            continue;
+        if (!boardSequence(board, backupFile)) {
+            LogLine(u"Failed"_s);
+            return finish(false);
         }
     }
-    return true;
+    if (checkBackup && !backupInto(text(kTestBackupFileName), true))
+        return finish(false);
+    emit succeeded();
+    return finish(true);
 }
 
-bool UpdateRun::backupInto(const QString &fileName)
+JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
 {
-    SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + fileName + u"..."_s);
-    if (m_backup.SecureData(pathInProgramDir(fileName))) {
+    begin();
+    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
+    if (!boardSequence(board, backupFile)) {
+        LogLine(u"Failed"_s);
+        return finish(false);
+    }
+    emit succeeded();
+    return finish(true);
+}
+
+JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
+{
+    begin();
+    emit statusTextChanged(u"Restoring parameters to VARIMOsentry"_s);
+    const QString file = QDir(m_files.dataDir).filePath(backupFile);
+    for (const BoardKind board : kUpdateOrder) {
+        SetCurrentAction(text(boardFacts(board).restoreText));
+        if (!m_backup.RestoreData(board, file)) {
+            m_result.board = board;
+            m_result.stage = Stage::Restore;
+            m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
+            SetCurrentAction(m_result.message, true);
+            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), checkConnectionLine(),
+                        tryRestoreAgainLine(), QString());
+            return finish(false);
+        }
+    }
+    return finish(true);
+}
+
+JobResult UpdateRun::runBackupOnly(const QString &backupFile)
+{
+    begin();
+    return finish(backupInto(backupFile, false));
+}
+
+JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile)
+{
+    begin();
+    const bool ok = bootloaderAndTransfer(board, imageFile);
+    if (ok)
+        SetCurrentAction(text(boardFacts(board).doneText));
+    return finish(ok);
+}
+
+bool UpdateRun::backupInto(const QString &file, bool showFailure)
+{
+    enterStage(std::nullopt, Stage::Backup, BoardState::Untouched);
+    SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
+    if (m_backup.SecureData(QDir(m_files.dataDir).filePath(file))) {
         SetCurrentAction(u"Backup successful completed."_s);
+        enterStage(std::nullopt, Stage::None, BoardState::Untouched);
         return true;
     }
-    SetCurrentAction(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError(), true);
-    ShowMessage(m_backup.CurrAction(), m_backup.LastError(), u"No update is possible."_s,
-                checkConnectionLine(), QString());
+    m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
+    SetCurrentAction(m_result.message, true);
+    if (showFailure)
+        ShowMessage(m_backup.CurrAction(), m_backup.LastError(), u"No update is possible."_s,
+                    checkConnectionLine(), QString());
     return false;
 }
 
-bool UpdateRun::boardSequence(qint32 kind)
+bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
 {
-    const BoardTexts texts = textsFor(kind);
+    const BoardFacts &facts = boardFacts(board);
     bool ok = false;
     int passCounter = 1;
     do {
-        SetCurrentAction(texts.start);
-        LogLine(texts.start);
-        ok = StartBootloader(texts.select, texts.bootloader);
-        const bool bootloaderStarted = ok;
-        m_operator.letEventsRun();
-        if (!ok) {
-            SetCurrentAction(u"Cannot start bootloader"_s, true);
-        } else {
-            SetCurrentAction(texts.transfer);
-            LogLine(texts.transfer);
-            if (!m_ini->GetBoolValue(kSettings, u"LogParserTele"_s, true)) {
-                log(u"Flash binary file...."_s);
-                m_log->Setlogging(false);
-            }
-            m_transferWaitMs = m_ini->GetIntValue(kSettings, u"XModemWaitTime"_s, 1);
-            ok = FlashUpdate(pathInProgramDir(fresh(kind).BinFileName()), qint16(kind));
-            if (!ok)
-                SetCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
-        }
-        if (!ok) {
-            // Say where the board was left, so a reader of the log knows what to expect.
-            LogLine(texts.name +
-                    (!bootloaderStarted       ? u" left as it was: bootloader not started"_s
-                         : m_transferComplete ? u" flashed, but not answering after its restart"_s
-                                              : u" left in its bootloader: transfer broken off"_s));
-            // The operator resets and restarts the instrument until the port opens again.
-            do {
-                m_comm->ClosePort();
-                if (kind == cControler::eCPU)
-                    ShowMessage(noConnectionLine(), resetLine(), powerLine(), continueLine(),
-                                QString());
-                else
-                    ShowMessage(noConnectionLine(), resetLine(), powerLine(), waitDisplayLine(),
-                                continueLine());
-            } while (!m_comm->OpenPort());
-            cControler &board = current(kind);
-            board.InitFromDevice(m_comm, kind);
-            LogLine(texts.name +
-                    (board.IsInBTLMode() ? u" found in its bootloader"_s
-                         : board.Firmware().isEmpty()
-                         ? u" not answering"_s
-                         : u" found running firmware "_s + board.Firmware()));
-            if (board.IsInBTLMode() || board.Firmware() != fresh(kind).Firmware())
-                passCounter = -1;
-        }
+        enterStage(board, Stage::BootloaderStart, BoardState::BootloaderUncertain);
+        ok = bootloaderAndTransfer(board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
+        if (!ok)
+            recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
     } while (!ok && passCounter <= 1);
+    if (!ok)
+        return false;
 
-    if (ok) {
-        SetCurrentAction(texts.done + u"\r\n"_s + texts.restore);
-        LogLine(u"Restoring data..."_s);
-        ok = restoreBoard(kind);
-    }
-    return ok;
+    enterStage(board, Stage::Restore, BoardState::FlashedNotRestored);
+    SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
+    LogLine(u"Restoring data..."_s);
+    if (!restoreBoard(board, backupFile))
+        return false;
+    m_result.updatedBoards.append(board);
+    enterStage(std::nullopt, Stage::None, BoardState::Untouched);
+    return true;
 }
 
-bool UpdateRun::restoreBoard(qint32 kind)
+bool UpdateRun::bootloaderAndTransfer(BoardKind board, const QString &imageFile)
 {
-    const QString file = pathInProgramDir(backupFileOrLast());
-    m_comm->Transceive("DHR;0");
-    m_comm->Transceive("KEY;0");
-    const bool ok = m_backup.RestoreData(kind, file);
-
-    if (ok && kind == cControler::eMain) {
-        // The Main Board runs its restored parameters only after a restart.
-        QByteArray answer;
-        do {
-            m_comm->Transceive("DHR;0");
-            m_operator.instruction(Operator::Instruction::MainBoardRestart,
-                                   InstructionText::mainBoardRestart());
-            m_comm->Transceive("DHR;0");
-            answer = m_comm->Transceive("KEY;0");
-        } while (answer != "KEY;0");
+    const BoardFacts &facts = boardFacts(board);
+    SetCurrentAction(text(facts.startText));
+    LogLine(text(facts.startText));
+    const bool started = StartBootloader(board);
+    m_operator.letEventsRun();
+    if (!started) {
+        m_result.message = u"Cannot start bootloader"_s;
+        SetCurrentAction(m_result.message, true);
+        return false;
     }
-    if (!ok) {
-        SetCurrentAction(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError(), true);
+    enterStage(board, Stage::Transfer, BoardState::InBootloader);
+    SetCurrentAction(text(facts.transferText));
+    LogLine(text(facts.transferText));
+    if (!m_settings.logParserTele) {
+        log(u"Flash binary file...."_s);
+        m_files.log->Setlogging(false);
+    }
+    if (FlashUpdate(imageFile, board))
+        return true;
+    m_result.message = u"Cannot send binary file to VARIMOsentry"_s;
+    SetCurrentAction(m_result.message, true);
+    return false;
+}
+
+void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, int *passCounter)
+{
+    const QString name = boardName(board);
+    // Say where the board was left, so a reader of the log knows what to expect.
+    LogLine(name +
+            (!bootloaderStarted       ? u" left as it was: bootloader not started"_s
+                 : m_transferComplete ? u" flashed, but not answering after its restart"_s
+                                      : u" left in its bootloader: transfer broken off"_s));
+    // The operator resets and restarts the instrument until the port opens again.
+    do {
+        m_comm.ClosePort();
+        if (board == BoardKind::Cpu)
+            ShowMessage(Eligibility::noConnectionText(), resetLine(), powerLine(), continueLine(),
+                        QString());
+        else
+            ShowMessage(Eligibility::noConnectionText(), resetLine(), powerLine(),
+                        waitDisplayLine(), continueLine());
+    } while (!m_comm.OpenPort());
+    cControler &found = m_current[board];
+    found.InitFromDevice(&m_comm, board);
+    LogLine(name +
+            (found.IsInBTLMode()            ? u" found in its bootloader"_s
+                 : found.Firmware().isEmpty() ? u" not answering"_s
+                                              : u" found running firmware "_s + found.Firmware()));
+    const bool runsNewFirmware = !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
+    m_result.boardState = found.IsInBTLMode() ? BoardState::InBootloader
+        : runsNewFirmware                     ? BoardState::FlashedNotRestored
+        : found.Firmware().isEmpty()          ? m_result.boardState
+                                              : BoardState::Untouched;
+    if (!runsNewFirmware)
+        *passCounter = -1;
+}
+
+bool UpdateRun::restoreBoard(BoardKind board, const QString &backupFile)
+{
+    const QString file = QDir(m_files.dataDir).filePath(backupFile);
+    m_comm.Transceive("DHR;0");
+    m_comm.Transceive("KEY;0");
+    if (!m_backup.RestoreData(board, file)) {
+        m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
+        SetCurrentAction(m_result.message, true);
         LogLine(u"ERROR during: Restoring data"_s);
         ShowMessage(m_backup.CurrAction(), m_backup.LastError(), checkConnectionLine(),
                     tryRestoreAgainLine(), QString());
+        return false;
     }
-    return ok;
+    if (board == BoardKind::Main)
+        confirmMainBoardRestart();
+    return true;
 }
 
-bool UpdateRun::StartBootloader(const QByteArray &selectTelegram,
-                                const QByteArray &bootloaderTelegram)
+void UpdateRun::confirmMainBoardRestart()
+{
+    // The Main Board runs its restored parameters only after a restart.
+    m_result.boardState = BoardState::RestoredUnconfirmed;
+    QByteArray answer;
+    do {
+        m_comm.Transceive("DHR;0");
+        m_operator.instruction(Operator::Instruction::MainBoardRestart,
+                               InstructionText::mainBoardRestart());
+        m_comm.Transceive("DHR;0");
+        answer = m_comm.Transceive("KEY;0");
+    } while (answer != "KEY;0");
+}
+
+bool UpdateRun::StartBootloader(BoardKind board)
 {
     // A bootloader that already asks for data needs no telegram at all.
-    if (m_comm->ReadT(kFirstBootloaderReadMs, "C").endsWith('C')) {
+    if (m_comm.ReadT(kFirstBootloaderReadMs, "C").endsWith('C')) {
         log(u"Bootloader already running"_s);
         return true;
     }
 
-    const bool cpu = selectTelegram == kCpuSelect;
+    const QByteArray selectTelegram = boardFacts(board).bootloaderSelect;
+    const QByteArray bootloaderTelegram = boardFacts(board).bootloaderTelegram;
+    const bool cpu = board == BoardKind::Cpu;
     bool result = false;
     for (int pass = 1; !result && pass <= kBootloaderPasses; ++pass) {
-        QByteArray answer = m_comm->Transceive(selectTelegram);
+        QByteArray answer = m_comm.Transceive(selectTelegram);
         WaitSeconds(kWaitAfterSelectS);
         if (cpu && answer.contains("E;1")) {
             // A CPU bootloader left waiting: "F" makes it ask again.
-            m_comm->WriteTelegram("F", kCrLf);
-            answer = m_comm->Transceive(selectTelegram);
+            m_comm.WriteTelegram("F", kCrLf);
+            answer = m_comm.Transceive(selectTelegram);
         }
         if (cpu && !answer.endsWith('C'))
             m_operator.instruction(Operator::Instruction::CpuUpdateMode,
                                    InstructionText::cpuUpdateMode());
         if (answer == selectTelegram) {
             if (cpu) {
-                const QByteArray second = m_comm->ReadT(kBootloaderReadMs, kCrLf);
+                const QByteArray second = m_comm.ReadT(kBootloaderReadMs, kCrLf);
                 if (second.contains(bootloaderTelegram)) {
-                    m_comm->WriteTelegram("F", kCrLf);
-                    if (m_comm->ReadT(kBootloaderReadMs, {}).contains('C'))
+                    m_comm.WriteTelegram("F", kCrLf);
+                    if (m_comm.ReadT(kBootloaderReadMs, {}).contains('C'))
                         result = true;
                 }
             } else {
-                m_comm->WriteTelegram("BOT;$", kCrLf);
+                m_comm.WriteTelegram("BOT;$", kCrLf);
                 WaitSeconds(kWaitAfterBotS);
-                QByteArray second = m_comm->ReadT(kBootloaderReadMs, bootloaderTelegram);
+                QByteArray second = m_comm.ReadT(kBootloaderReadMs, bootloaderTelegram);
                 if (second.contains('C') || second.contains(bootloaderTelegram)) {
                     WaitSeconds(kWaitBeforeRequestReadS);
-                    second = m_comm->ReadT(kBootloaderReadMs, "C");
+                    second = m_comm.ReadT(kBootloaderReadMs, "C");
                     if (second.contains('C')) {
                         result = true;
                         break;
@@ -367,10 +356,10 @@ bool UpdateRun::StartBootloader(const QByteArray &selectTelegram,
     return result;
 }
 
-bool UpdateRun::FlashUpdate(const QString &imageFile, qint16 boardIndex)
+bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
 {
     cParser parser;
-    parser.Init(m_log);
+    parser.Init(m_files.log);
     qint32 total = 0;
     try {
         total = parser.OpenFile(imageFile);
@@ -378,83 +367,95 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, qint16 boardIndex)
         log(e.message());
         return false;
     }
-
-    const QString label = textsFor(boardIndex == 0       ? cControler::eCPU
-                                       : boardIndex == 1 ? cControler::eMeas
-                                                         : cControler::eMain)
-                              .transfer;
-    const bool logPackets = m_ini->GetBoolValue(kSettings, u"LogParserTele"_s, true);
-    if (!logPackets) {
+    if (!m_settings.logParserTele) {
         log(u"......"_s);
-        m_log->Setlogging(false);
+        m_files.log->Setlogging(false);
     }
-
     m_transferComplete = false;
+    if (!sendPackets(parser, board, total)) {
+        parser.CloseFile();
+        return false;
+    }
+    m_transferComplete = true;
+    enterStage(board, Stage::RestartWait, BoardState::FlashedUnconfirmed);
+    // The board restarts into the new firmware and must identify itself again.
+    const bool result = confirmRestart();
+    parser.CloseFile();
+    return result;
+}
+
+bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
+{
     const qint32 startTick = m_clock.tickCount();
+    const qint32 waitMs = m_settings.xmodemWaitTimeMs;
+    const QString waitText = QString::number(waitMs);
     qint32 waitBeforeRead = kFirstPacketWaitMs;
     qint32 position = 1;
     quint8 packetNumber = 1;
     qint32 invalidAnswers = 0;
-    const QString waitText = QString::number(m_transferWaitMs);
     for (;;) {
         QByteArray packet;
         QByteArray answer;
         for (int attempt = 0; attempt < kPacketTries; ++attempt) {
-            m_clock.sleepMs(m_transferWaitMs);
+            m_clock.sleepMs(waitMs);
             packet = parser.GetTelegram(position, kPacketDataSize, packetNumber);
-            answer = m_comm->TransceiveX(packet, waitBeforeRead);
+            answer = m_comm.TransceiveX(packet, waitBeforeRead);
             waitBeforeRead = 0;
             if (answer == "ACK")
                 break;
             ++invalidAnswers;
         }
         if (answer.contains("E;13") || answer == QByteArray(1, kXmodemNak) || answer.isEmpty()) {
-            m_log->Setlogging(true);
-            parser.CloseFile();
+            m_files.log->Setlogging(true);
             log(u"Error during Flash binary file (XModemWaitTime = "_s + waitText +
                 u" ms): Number of invalid answers: "_s + QString::number(invalidAnswers));
             return false;
         }
         // Any other answer lets the transfer go on: the board decides with its next request.
-        SetCurrentAction(label + u"("_s + QString::number(position - 1) + u" of "_s +
-                         QString::number(total) + u" Bytes transferred)..."_s);
-
-        TransferProgress progress;
-        progress.board = boardIndex;
-        progress.bytesTotal = total;
-        progress.bytesSent = qMin<qint64>(qint64(position) - 1 + kPacketDataSize, total);
-        progress.packetsRetried = invalidAnswers;
-        progress.elapsedMs = qint64(quint32(m_clock.tickCount()) - quint32(startTick));
-        if (progress.bytesSent > 0)
-            progress.remainingMs =
-                progress.elapsedMs * (total - progress.bytesSent) / progress.bytesSent;
-        emit transferProgressChanged(progress);
-        m_operator.letEventsRun();
-
+        reportPacket(board, position, total, invalidAnswers, startTick);
         const bool endOfTransmission = packet.size() == 1 && packet.at(0) == kEndOfTransmission;
         packetNumber = packetNumber == 255 ? 0 : quint8(packetNumber + 1);
         position += kPacketDataSize;
         if (endOfTransmission)
             break;
     }
-    m_transferComplete = true;
-    m_log->Setlogging(true);
+    m_files.log->Setlogging(true);
     log(u"Flash binary file finished (XModemWaitTime = "_s + waitText +
         u" ms): Number of invalid answers: "_s + QString::number(invalidAnswers));
+    return true;
+}
 
-    // The board restarts into the new firmware and must identify itself again.
+void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total,
+                             qint32 invalidAnswers, qint32 startTick)
+{
+    TransferProgress progress;
+    progress.board = board;
+    progress.bytesTotal = total;
+    progress.bytesSent = qMin<qint64>(qint64(position) - 1 + kPacketDataSize, total);
+    progress.packetsRetried = invalidAnswers;
+    progress.elapsedMs = qint64(quint32(m_clock.tickCount()) - quint32(startTick));
+    if (progress.bytesSent > 0)
+        progress.remainingMs =
+            progress.elapsedMs * (total - progress.bytesSent) / progress.bytesSent;
+    progress.text = text(boardFacts(board).transferText) + u"("_s +
+        QString::number(position - 1) + u" of "_s + QString::number(total) +
+        u" Bytes transferred)..."_s;
+    m_result.bytesSent = progress.bytesSent;
+    m_result.bytesTotal = progress.bytesTotal;
+    emit transferProgressChanged(progress);
+    m_operator.letEventsRun();
+}
+
+bool UpdateRun::confirmRestart()
+{
     WaitSeconds(kRestartWaitS);
-    bool result = false;
     for (int check = 0; check < kIdentityChecks; ++check) {
-        const QByteArray answer = m_comm->Transceive("KVT");
+        const QByteArray answer = m_comm.Transceive("KVT");
         WaitSeconds(kIdentityCheckWaitS);
-        if (answer.contains("KVT;")) {
-            result = true;
-            break;
-        }
+        if (answer.contains("KVT;"))
+            return true;
     }
-    parser.CloseFile();
-    return result;
+    return false;
 }
 
 void UpdateRun::WaitSeconds(qint16 n)
@@ -482,9 +483,9 @@ void UpdateRun::SetCurrentAction(const QString &text, bool isError)
 
 void UpdateRun::LogLine(const QString &text)
 {
-    m_log->SetTabs(0);
-    m_log->UpdateLog(text);
-    m_log->SetTabs(1);
+    m_files.log->SetTabs(0);
+    m_files.log->UpdateLog(text);
+    m_files.log->SetTabs(1);
 }
 
 void UpdateRun::ShowMessage(const QString &l1, const QString &l2, const QString &l3,
@@ -493,20 +494,7 @@ void UpdateRun::ShowMessage(const QString &l1, const QString &l2, const QString 
     m_operator.instruction(Operator::Instruction::General, {l1, l2, l3, l4, l5});
 }
 
-QString UpdateRun::pathInProgramDir(const QString &name) const
-{
-    return QDir(m_programDir).filePath(name);
-}
-
-QString UpdateRun::backupFileOrLast()
-{
-    if (m_backupFileName.isEmpty())
-        m_backupFileName =
-            m_ini->GetValue(kSettings, u"LastBackupFileName"_s, u"VarimoSentry_Backup.xml"_s);
-    return m_backupFileName;
-}
-
 void UpdateRun::log(const QString &text)
 {
-    m_log->UpdateLog(text);
+    m_files.log->UpdateLog(text);
 }

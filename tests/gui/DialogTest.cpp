@@ -1,8 +1,8 @@
 #include "GuiSupport.h"
-#include "boards/userControler.h"
-#include "update/InstructionDialogs.h"
-#include "update/frmBackup.h"
-#include "update/frmUpdate.h"
+#include "gui/userControler.h"
+#include "gui/InstructionDialogs.h"
+#include "gui/frmBackup.h"
+#include "gui/frmUpdate.h"
 
 #include <QCheckBox>
 #include <QComboBox>

@@ -1,8 +1,8 @@
 #include "GuiSupport.h"
-#include "boards/userControler.h"
+#include "gui/userControler.h"
 #include "shell/AppInfo.h"
-#include "update/frmBackup.h"
-#include "update/frmTestPswd.h"
+#include "gui/frmBackup.h"
+#include "gui/frmTestPswd.h"
 
 #include <QCheckBox>
 #include <QComboBox>

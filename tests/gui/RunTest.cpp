@@ -1,9 +1,9 @@
 #include "FirmwareImage.h"
 #include "GuiSupport.h"
 #include "SimulatedInstrument.h"
-#include "boards/userControler.h"
-#include "update/InstructionDialogs.h"
-#include "update/frmUpdate.h"
+#include "gui/userControler.h"
+#include "gui/InstructionDialogs.h"
+#include "gui/frmUpdate.h"
 
 #include <QComboBox>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "shell/StartUp.h"
+#include "gui/StartUp.h"
 
 #include "GuiSupport.h"
 #include "shell/Workspace.h"

@@ -11,7 +11,7 @@
 #include "boards/FirmwareFiles.h"
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
-#include "shell/Connection.h"
+#include "update/Connection.h"
 #include "shell/Eligibility.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"

@@ -8,7 +8,7 @@
 #include "link/QtSerialLine.h"
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
-#include "shell/Connection.h"
+#include "update/Connection.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/SimProcess.h"

@@ -1,7 +1,7 @@
 #include "update/UpdateRun.h"
 
 #include "boards/FirmwareFiles.h"
-#include "shell/Connection.h"
+#include "update/Connection.h"
 #include "shell/Eligibility.h"
 #include "support/SimFixture.h"
 

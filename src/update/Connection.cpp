@@ -2,21 +2,21 @@
 
 #include "boards/cControler.h"
 #include "link/cComm.h"
+#include "shell/Settings.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
-#include "update/UpdateRun.h"
 
 #include <QDir>
 #include <QFile>
 
 using namespace Qt::StringLiterals;
 
-Connection::Connection(cComm &comm, cINI &ini, cLog &log, UpdateRun &run, const QString &programDir)
+Connection::Connection(cComm &comm, cINI &ini, cLog &log, BoardSet &current, const QString &dataDir)
     : m_comm(comm)
     , m_ini(ini)
     , m_log(log)
-    , m_run(run)
-    , m_programDir(programDir)
+    , m_current(current)
+    , m_dataDir(dataDir)
 {
 }
 
@@ -40,8 +40,8 @@ Connection::Result Connection::ConnectAndIdentify(const QString &portText)
     }
 
     bool read = true;
-    for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain}) {
-        cControler &board = m_run.current(kind);
+    for (const BoardKind kind : kReadOrder) {
+        cControler &board = m_current[kind];
         read = board.InitFromDevice(&m_comm, kind);
         if (!read) {
             if (board.IsInBTLMode())
@@ -60,11 +60,9 @@ Connection::Result Connection::ConnectAndIdentify(const QString &portText)
     if (!serialAnswer.isEmpty()) {
         QString error;
         if (SerialNumberFromAnswer(serialAnswer, &r.serialNumber, &error)) {
-            r.backupFileName = BackupFileNameFor(
-                m_ini.GetValue(u"Settings"_s, u"BackupFileName"_s, u"VarimoSentry_Backup.xml"_s),
-                r.serialNumber);
-            m_run.setBackupFileName(r.backupFileName);
-            r.backupExists = QFile::exists(QDir(m_programDir).filePath(r.backupFileName));
+            r.backupFileName =
+                BackupFileNameFor(Settings::read(m_ini).backupFileName, r.serialNumber);
+            r.backupExists = QFile::exists(QDir(m_dataDir).filePath(r.backupFileName));
         } else {
             r.error = error;
             m_log.UpdateLog(error);

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "update/UpdateRun.h"
+#include "update/Job.h"
 
 #include <QDialog>
 #include <functional>
+#include <optional>
 
 class QFrame;
 class QLabel;
@@ -29,13 +30,14 @@ public:
 
     explicit frmUpdate(QWidget *parent = nullptr);
 
-    // Prepares the window for a run of the given mode (UpdateRun::Mode). A mode that was never
-    // set closes the window at once when it is shown.
-    void SetMode(qint16 mode);
+    // Prepares the window for a run of the given job (Update, Restore or SingleBoard). Without a
+    // job the window closes at once when it is shown.
+    void SetMode(std::optional<Job::Kind> kind);
     bool Result() const { return m_result; }
     bool isRunning() const { return m_running; }
 
-    // The engine's reports.
+    // The engine's reports. During a transfer each packet's progress brings the current-action
+    // line and the progress bar; any other current action ends the bar.
     void setStatusText(const QString &text);
     void SetCurrentAction(const QString &text, bool isError);
     void showTransferProgress(const TransferProgress &progress);
@@ -66,9 +68,11 @@ protected:
     void reject() override;
 
 private:
+    void buildFrame(const QFont &bold);
+    void buildButtons(const QFont &bold);
     void setTransferVisible(bool visible);
 
-    qint16 m_mode = UpdateRun::eModeUnset;
+    std::optional<Job::Kind> m_kind;
     bool m_result = false;
     bool m_running = false;
     QString m_statusText;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "link/Operator.h"
-#include "update/ThreadHandover.h"
+#include "gui/ThreadHandover.h"
 
 #include <QObject>
 #include <QPointer>

@@ -4,11 +4,11 @@
 #include "Eligibility.h"
 #include "Pictures.h"
 #include "boards/FirmwareFiles.h"
-#include "boards/userControler.h"
-#include "update/InstructionDialogs.h"
-#include "update/frmBackup.h"
-#include "update/frmTestPswd.h"
-#include "update/frmUpdate.h"
+#include "gui/userControler.h"
+#include "gui/InstructionDialogs.h"
+#include "gui/frmBackup.h"
+#include "gui/frmTestPswd.h"
+#include "gui/frmUpdate.h"
 
 #include <QApplication>
 #include <QCloseEvent>

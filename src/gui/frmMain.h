@@ -4,8 +4,8 @@
 #include "shell/Workspace.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
-#include "update/Engine.h"
-#include "update/GuiOperator.h"
+#include "gui/Engine.h"
+#include "gui/GuiOperator.h"
 
 #include <QMainWindow>
 #include <functional>

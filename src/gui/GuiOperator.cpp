@@ -2,7 +2,7 @@
 
 #include "InstructionDialogs.h"
 #include "frmUpdate.h"
-#include "update/ThreadHandover.h"
+#include "gui/ThreadHandover.h"
 
 #include <QEventLoop>
 #include <QMessageBox>

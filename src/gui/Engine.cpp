@@ -1,0 +1,153 @@
+#include "Engine.h"
+
+#include "gui/ThreadHandover.h"
+#include "link/QtSerialLine.h"
+
+#include <QDir>
+#include <QThread>
+#include <functional>
+#include <future>
+
+using namespace Qt::StringLiterals;
+
+EngineLink productLink(Operator &)
+{
+    EngineLink link;
+    link.clock = std::make_unique<SystemClock>();
+    link.line = std::make_unique<QtSerialLine>();
+    return link;
+}
+
+// ---------------------------------------------------------------------------------------------
+// EngineWorker: engine thread
+
+EngineWorker::EngineWorker(EngineLinkFactory factory, Operator &windows, const SessionFiles &files)
+    : m_factory(std::move(factory))
+    , m_windows(windows)
+    , m_files(files)
+    , m_inbox(new handover::Inbox(this))
+{
+}
+
+EngineWorker::~EngineWorker() = default;
+
+void EngineWorker::setUp()
+{
+    m_link = m_factory(m_windows);
+    Operator &op = m_link.op ? *m_link.op : m_windows;
+    m_session = std::make_unique<Session>(*m_link.line, *m_link.clock, op, m_files);
+    connect(m_session.get(), &Session::jobEvent, this, &EngineWorker::jobEvent);
+    connect(m_session.get(), &Session::statusTextChanged, this, &EngineWorker::statusTextChanged);
+    connect(m_session.get(), &Session::currentActionChanged, this,
+            &EngineWorker::currentActionChanged);
+    connect(m_session.get(), &Session::transferProgressChanged, this,
+            &EngineWorker::transferProgressChanged);
+    connect(m_session.get(), &Session::succeeded, this, &EngineWorker::succeeded);
+}
+
+void EngineWorker::tearDown()
+{
+    // The port and the line belong to this thread: close and destroy them here.
+    if (m_session)
+        m_session->comm().ClosePort();
+    m_session.reset();
+    m_link = EngineLink();
+}
+
+void EngineWorker::run(const EngineJob &job)
+{
+    m_session->current() = job.current;
+    m_session->fresh() = job.fresh;
+    // The firmware files may live elsewhere than the backups.
+    for (cControler &fresh : m_session->fresh()) {
+        if (!fresh.BinFileName().isEmpty())
+            fresh.setBinFileName(QDir(m_files.firmwareDir).filePath(fresh.BinFileName()));
+    }
+
+    EngineOutcome outcome;
+    outcome.job = job.job;
+    outcome.result = m_session->run(job.job);
+    outcome.connection = m_session->connection();
+    outcome.current = m_session->current();
+    outcome.portValid = m_session->portValid();
+    outcome.comPort = m_session->comPort();
+    emit jobFinished(outcome);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Engine: GUI thread
+
+Engine::Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles &files,
+               QObject *parent)
+    : QObject(parent)
+    , m_thread(new QThread(this))
+    , m_worker(new EngineWorker(std::move(factory), windows, files))
+    , m_inbox(new handover::Inbox(this))
+{
+    m_thread->setObjectName(u"engine"_s);
+    m_worker->moveToThread(m_thread);
+
+    // Each report is copied on the engine thread and handed to this thread's inbox, which passes
+    // it on to the windows.
+    const auto relay = [this](auto signal, auto slot) {
+        connect(
+            m_worker, signal, m_worker,
+            [this, slot](auto... args) {
+                m_inbox->post([this, slot, args...] { std::invoke(slot, this, args...); });
+            },
+            Qt::DirectConnection);
+    };
+    relay(&EngineWorker::jobEvent, &Engine::jobEvent);
+    relay(&EngineWorker::statusTextChanged, &Engine::statusTextChanged);
+    relay(&EngineWorker::currentActionChanged, &Engine::currentActionChanged);
+    relay(&EngineWorker::transferProgressChanged, &Engine::transferProgressChanged);
+    relay(&EngineWorker::succeeded, &Engine::succeeded);
+    connect(
+        m_worker, &EngineWorker::jobFinished, m_worker,
+        [this](EngineOutcome outcome) {
+            m_inbox->post([this, outcome] {
+                --m_pending;
+                emit jobFinished(outcome);
+            });
+        },
+        Qt::DirectConnection);
+}
+
+Engine::~Engine()
+{
+    stop();
+    delete m_worker;
+}
+
+void Engine::start()
+{
+    if (m_thread->isRunning())
+        return;
+    m_thread->start();
+    EngineWorker *worker = m_worker;
+    m_worker->inbox()->post([worker] { worker->setUp(); });
+}
+
+void Engine::stop()
+{
+    if (!m_thread->isRunning())
+        return;
+    // Waits for the running job; the line is closed and destroyed on its own thread.
+    std::promise<void> tornDown;
+    EngineWorker *worker = m_worker;
+    m_worker->inbox()->post([worker, &tornDown] {
+        worker->tearDown();
+        tornDown.set_value();
+    });
+    tornDown.get_future().wait();
+    m_thread->quit();
+    m_thread->wait();
+    handover::received();
+}
+
+void Engine::run(const EngineJob &job)
+{
+    ++m_pending;
+    EngineWorker *worker = m_worker;
+    m_worker->inbox()->post([worker, job] { worker->run(job); });
+}

@@ -1,0 +1,128 @@
+#pragma once
+
+#include "boards/cControler.h"
+#include "gui/ThreadHandover.h"
+#include "link/Clock.h"
+#include "link/Operator.h"
+#include "link/SerialLine.h"
+#include "update/Connection.h"
+#include "update/Job.h"
+#include "update/Session.h"
+
+#include <QObject>
+#include <QString>
+#include <functional>
+#include <memory>
+
+class QThread;
+
+// What the engine talks through: the serial line and the clock, created on the engine thread.
+// The product uses a real port and the system clock; tests use a simulated instrument on a
+// virtual clock. op, when set, stands between the engine and the windows' operator (a test
+// presses the simulated instrument's keys there before the dialog is answered); keep holds what
+// the line needs alive, such as the instrument model. Everything here is destroyed on the engine
+// thread.
+struct EngineLink
+{
+    std::unique_ptr<Clock> clock;
+    std::unique_ptr<SerialLine> line;
+    std::unique_ptr<Operator> op;
+    std::shared_ptr<void> keep;
+};
+
+// Called once on the engine thread with the windows' operator.
+using EngineLinkFactory = std::function<EngineLink(Operator &windows)>;
+
+// QtSerialLine and SystemClock.
+EngineLink productLink(Operator &windows);
+
+// A job for the engine thread with copies of the windows' six descriptors, which the session
+// takes over before the job runs (the firmware file names are names in the firmware folder).
+struct EngineJob
+{
+    Job job;
+    BoardSet current;
+    BoardSet fresh;
+};
+
+// How a job ended, with copies of what the windows take over from the session afterwards.
+struct EngineOutcome
+{
+    Job job;
+    JobResult result;
+    Connection::Result connection; // the last Connect's
+    BoardSet current; // the boards as read by the last Connect
+    bool portValid = true;
+    QString comPort;
+};
+
+// The object that does the serial work. It lives on the engine thread: it creates the line and
+// the clock there (through the factory) and the session on them. One job runs at a time; jobs
+// queue in the order they were asked for. Outcomes and reports leave by signals carrying copies.
+class EngineWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    EngineWorker(EngineLinkFactory factory, Operator &windows, const SessionFiles &files);
+    ~EngineWorker() override;
+
+    // Where jobs for the engine thread are posted (lives on it).
+    handover::Inbox *inbox() const { return m_inbox; }
+
+    void setUp();
+    void tearDown();
+    void run(const EngineJob &job);
+
+signals:
+    void jobFinished(const EngineOutcome &outcome);
+    void jobEvent(const JobEvent &event);
+    void statusTextChanged(const QString &text);
+    void currentActionChanged(const QString &text, bool isError);
+    void transferProgressChanged(const TransferProgress &progress);
+    void succeeded();
+
+private:
+    EngineLinkFactory m_factory;
+    Operator &m_windows;
+    SessionFiles m_files;
+    EngineLink m_link;
+    std::unique_ptr<Session> m_session;
+    handover::Inbox *m_inbox;
+};
+
+// The windows' handle on the engine: owns the engine thread and its worker, hands jobs over and
+// passes outcomes and reports on. Lives on the GUI thread; its signals arrive there. The windows
+// never touch the worker's objects. Shutdown (stop, or the destructor) lets the running job end,
+// then quits the thread and waits for it.
+class Engine : public QObject
+{
+    Q_OBJECT
+
+public:
+    Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles &files,
+           QObject *parent = nullptr);
+    ~Engine() override;
+
+    void start();
+    void stop();
+    // Jobs asked for whose outcome has not arrived yet.
+    int pendingJobs() const { return m_pending; }
+
+    void run(const EngineJob &job);
+
+signals:
+    void jobFinished(const EngineOutcome &outcome);
+    void jobEvent(const JobEvent &event);
+    void statusTextChanged(const QString &text);
+    void currentActionChanged(const QString &text, bool isError);
+    void transferProgressChanged(const TransferProgress &progress);
+    void succeeded();
+
+private:
+    QThread *m_thread;
+    EngineWorker *m_worker;
+    int m_pending = 0;
+    // Where results from the engine thread arrive (lives on the GUI thread).
+    handover::Inbox *m_inbox = nullptr;
+};

@@ -1,0 +1,56 @@
+#include "Settings.h"
+
+#include "cINI.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const QString kSection = u"Settings"_s;
+const QString kComPort = u"COMPort"_s;
+const QString kBackupFileName = u"BackupFileName"_s;
+const QString kLastBackupFileName = u"LastBackupFileName"_s;
+const QString kLogParserTele = u"LogParserTele"_s;
+const QString kXModemWaitTime = u"XModemWaitTime"_s;
+const QString kRetryUpdates = u"RetryUpdates"_s;
+const QString kAllowDowngrade = u"AllowDowngrade"_s;
+const QString kFile = u"File"_s;
+const QString kFwMin = u"FWMin"_s;
+constexpr qint32 kDefaultRetryUpdates = 5;
+} // namespace
+
+QString Settings::defaultBackupFileName()
+{
+    return u"VarimoSentry_Backup.xml"_s;
+}
+
+Settings Settings::read(const cINI &ini)
+{
+    Settings s;
+    s.comPort = ini.GetValue(kSection, kComPort, u"COM1"_s);
+    s.backupFileName = ini.GetValue(kSection, kBackupFileName, defaultBackupFileName());
+    s.lastBackupFileName = ini.GetValue(kSection, kLastBackupFileName, defaultBackupFileName());
+    s.logParserTele = ini.GetBoolValue(kSection, kLogParserTele, true);
+    s.xmodemWaitTimeMs = ini.GetIntValue(kSection, kXModemWaitTime, 1);
+    const qint32 retries = ini.GetIntValue(kSection, kRetryUpdates, kDefaultRetryUpdates);
+    s.retryUpdates = retries >= -32768 && retries <= 32767 ? qint16(retries)
+                                                           : qint16(kDefaultRetryUpdates);
+    s.allowDowngrade = ini.GetBoolValue(kSection, kAllowDowngrade, false);
+    for (const BoardKind kind : kPanelOrder) {
+        const BoardFacts &facts = boardFacts(kind);
+        const QString section = QString::fromLatin1(facts.section);
+        s.patterns[kind] = ini.GetValue(section, kFile, QString::fromLatin1(facts.defaultPattern));
+        s.minimumVersions[kind] =
+            ini.GetValue(section, kFwMin, QString::fromLatin1(facts.minimumVersion));
+    }
+    return s;
+}
+
+void Settings::saveComPort(cINI &ini, const QString &port)
+{
+    ini.SetValue(kSection, kComPort, port);
+}
+
+void Settings::saveLastBackupFileName(cINI &ini, const QString &name)
+{
+    ini.SetValue(kSection, kLastBackupFileName, name);
+}

@@ -1,0 +1,53 @@
+#include "Job.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString boardLeft(const JobResult &r)
+{
+    const QString name = boardName(*r.board);
+    switch (r.boardState) {
+    case BoardState::BootloaderUncertain:
+        return u"The %1 was left where its bootloader start stopped: still running its old "
+               "firmware, or waiting in its bootloader."_s.arg(name);
+    case BoardState::InBootloader:
+        return u"The %1 was left in its bootloader: the firmware transfer stopped after %2 of %3 "
+               "bytes."_s.arg(name)
+            .arg(r.bytesSent)
+            .arg(r.bytesTotal);
+    case BoardState::FlashedUnconfirmed:
+        return u"The %1 was left after receiving its new firmware: its restart was not "
+               "confirmed."_s.arg(name);
+    case BoardState::FlashedNotRestored:
+        return u"The %1 was left running the new firmware %2 without its parameters: restore "
+               "them with 'restore'."_s.arg(name, r.firmware);
+    case BoardState::RestoredUnconfirmed:
+        return u"The %1 was left running the new firmware %2 with its parameters restored; its "
+               "restart was not confirmed."_s.arg(name, r.firmware);
+    case BoardState::Untouched:
+    case BoardState::Updated:
+        break;
+    }
+    return u"The %1 was left untouched."_s.arg(name);
+}
+
+} // namespace
+
+QString describeWhereLeft(const JobResult &result)
+{
+    QString text;
+    if (!result.board)
+        text = result.stage == Stage::Backup
+            ? u"No board was changed: the parameter backup did not finish."_s
+            : u"No board was changed."_s;
+    else
+        text = boardLeft(result);
+    if (!result.updatedBoards.isEmpty()) {
+        QStringList names;
+        for (const BoardKind board : result.updatedBoards)
+            names.append(boardName(board));
+        text += u" Updated before: %1."_s.arg(names.join(u", "_s));
+    }
+    return text;
+}

@@ -1,0 +1,162 @@
+#include "Session.h"
+
+#include "link/Operator.h"
+#include "link/UpdaterError.h"
+#include "shell/Eligibility.h"
+#include "shell/Settings.h"
+#include "shell/cINI.h"
+#include "shell/cLog.h"
+
+#include <QDir>
+
+using namespace Qt::StringLiterals;
+
+Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
+                 QObject *parent)
+    : QObject(parent)
+    , m_files(files)
+    , m_comm(line, clock, op)
+    , m_run(m_comm, clock, op, files, m_current, m_fresh)
+{
+    qRegisterMetaType<JobEvent>();
+    qRegisterMetaType<TransferProgress>();
+    qRegisterMetaType<JobResult>();
+    m_comm.Init(m_files.log);
+    for (const BoardKind kind : kReadOrder) {
+        m_current[kind].setControler(kind);
+        m_fresh[kind].setControler(kind);
+    }
+    connect(&m_run, &UpdateRun::jobEvent, this, &Session::jobEvent);
+    connect(&m_run, &UpdateRun::statusTextChanged, this, &Session::statusTextChanged);
+    connect(&m_run, &UpdateRun::currentActionChanged, this, &Session::currentActionChanged);
+    connect(&m_run, &UpdateRun::transferProgressChanged, this, &Session::transferProgressChanged);
+    connect(&m_run, &UpdateRun::succeeded, this, &Session::succeeded);
+}
+
+Session::~Session()
+{
+    m_comm.ClosePort();
+}
+
+bool Session::isOpen()
+{
+    return m_comm.IsOpen();
+}
+
+QString Session::comPort() const
+{
+    return m_comm.ComPort();
+}
+
+bool Session::portValid() const
+{
+    return m_comm.IsValidPort();
+}
+
+QString Session::defaultBackupFile(Job::Kind kind) const
+{
+    if (!m_connection.backupFileName.isEmpty())
+        return m_connection.backupFileName;
+    const Settings settings = Settings::read(*m_files.ini);
+    return kind == Job::Kind::Backup || kind == Job::Kind::Update ? settings.backupFileName
+                                                                   : settings.lastBackupFileName;
+}
+
+JobResult Session::run(const Job &job)
+{
+    switch (job.kind) {
+    case Job::Kind::Connect:
+        return connectJob(job.port);
+    case Job::Kind::Disconnect:
+        return disconnectJob();
+    default:
+        break;
+    }
+    JobResult result;
+    try {
+        result = runJob(job);
+    } catch (const UpdaterError &e) {
+        result = m_run.failWith(e.message());
+    } catch (const OperatorCancel &cancel) {
+        result = m_run.where();
+        result.status = JobResult::Status::Cancelled;
+        result.message = cancel.message();
+        m_files.log->Setlogging(true);
+        m_files.log->UpdateLog(u"ERROR: "_s + cancel.message());
+    }
+    m_files.log->SetTabs(0);
+    return result;
+}
+
+JobResult Session::runJob(const Job &job)
+{
+    const QString backupFile = job.file.isEmpty() ? defaultBackupFile(job.kind) : job.file;
+    switch (job.kind) {
+    case Job::Kind::Backup:
+        return m_run.runBackupOnly(QDir(m_files.dataDir).filePath(backupFile));
+    case Job::Kind::Restore:
+        return m_run.runRestoreOnly(backupFile);
+    case Job::Kind::Update:
+        return m_run.runFull(backupFile, job.allowDowngrade, job.checkBackup);
+    case Job::Kind::SingleBoard:
+        return m_run.runSingleBoard(job.board, defaultBackupFile(Job::Kind::Restore));
+    case Job::Kind::Flash:
+        return flashJob(job.board, job.file);
+    default:
+        return {};
+    }
+}
+
+JobResult Session::connectJob(const QString &port)
+{
+    Connection connection(m_comm, *m_files.ini, *m_files.log, m_current, m_files.dataDir);
+    try {
+        m_connection = connection.ConnectAndIdentify(port);
+    } catch (const UpdaterError &e) {
+        m_connection.connected = false;
+        m_connection.error = e.message();
+        m_files.log->UpdateLog(e.message());
+    }
+    JobResult result;
+    result.stage = Stage::Connect;
+    if (m_connection.connected || m_connection.bootloaderBoard) {
+        result.status = JobResult::Status::Succeeded;
+        result.board = m_connection.bootloaderBoard;
+    } else {
+        result.message = m_connection.error.isEmpty() ? Eligibility::noConnectionText()
+                                                      : m_connection.error;
+    }
+    return result;
+}
+
+JobResult Session::disconnectJob()
+{
+    JobResult result;
+    result.status = JobResult::Status::Succeeded;
+    if (!m_comm.IsOpen()) {
+        m_comm.ClosePort();
+        return result;
+    }
+    // Errors while releasing the instrument are of no interest: it may be gone.
+    try {
+        Connection(m_comm, *m_files.ini, *m_files.log, m_current, m_files.dataDir).Disconnect();
+    } catch (const UpdaterError &) {
+        m_comm.ClosePort();
+    }
+    return result;
+}
+
+JobResult Session::flashJob(BoardKind board, const QString &file)
+{
+    // The board may be waiting in its bootloader and answer nothing but "C": the port is opened
+    // without greeting the instrument.
+    if (!m_comm.OpenPort(cComm::Greeting::Silent)) {
+        JobResult result;
+        result.stage = Stage::Connect;
+        result.message = m_comm.lastError();
+        return result;
+    }
+    const JobResult result = m_run.runFlashOnly(board, file);
+    m_comm.ClosePort();
+    return result;
+}

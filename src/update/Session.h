@@ -1,0 +1,79 @@
+#pragma once
+
+#include "boards/Board.h"
+#include "boards/cControler.h"
+#include "link/cComm.h"
+#include "update/Connection.h"
+#include "update/Job.h"
+#include "update/UpdateRun.h"
+
+#include <QObject>
+#include <QString>
+
+class Clock;
+class Operator;
+class SerialLine;
+class cINI;
+class cLog;
+
+// One instrument on one serial line: the transceiver, the six board descriptors and every job
+// that the updater does with an instrument. Both front ends run their work as jobs here and
+// follow it through the typed signals and the JobResult; the display texts (statusTextChanged,
+// currentActionChanged) are for showing only.
+//
+// Holds all state of its runs; two sessions on two lines work side by side in one process.
+// Lives on the thread that runs its jobs (the engine thread for the windows); run() blocks until
+// the job has ended. The descriptors may be read and changed between jobs on that thread.
+class Session : public QObject
+{
+    Q_OBJECT
+
+public:
+    Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
+            QObject *parent = nullptr);
+    ~Session() override;
+
+    // Runs one job to its end. The operator's cancel ends it with Status::Cancelled; every other
+    // failure with Status::Failed, the board and stage where it happened and the operator's
+    // message.
+    JobResult run(const Job &job);
+
+    // What the last Connect found.
+    const Connection::Result &connection() const { return m_connection; }
+    bool isOpen();
+    QString comPort() const;
+    bool portValid() const;
+
+    BoardSet &current() { return m_current; }
+    BoardSet &fresh() { return m_fresh; }
+
+    // The backup file of a Backup or Restore job without a file of its own: this instrument's
+    // backup name (Backup) or the last backup made (Restore), in the data folder.
+    QString defaultBackupFile(Job::Kind kind) const;
+
+    cComm &comm() { return m_comm; }
+
+signals:
+    void jobEvent(const JobEvent &event);
+    // The update window's status line (animated by the window).
+    void statusTextChanged(const QString &text);
+    // The current-action line, black or red.
+    void currentActionChanged(const QString &text, bool isError);
+    void transferProgressChanged(const TransferProgress &progress);
+    // A run succeeded: the window shows "Update successfully completed" and its OK button.
+    void succeeded();
+
+private:
+    JobResult connectJob(const QString &port);
+    JobResult disconnectJob();
+    JobResult backupJob(const QString &file);
+    JobResult flashJob(BoardKind board, const QString &file);
+    JobResult runJob(const Job &job);
+
+    SessionFiles m_files;
+    cComm m_comm;
+    BoardSet m_current;
+    BoardSet m_fresh;
+    UpdateRun m_run;
+    Connection::Result m_connection;
+};

@@ -10,7 +10,7 @@
 class QuietOperator : public Operator
 {
 public:
-    void messageBox(const QString &, const QString &) override { }
+    void messageBox(const QString &) override { }
     void instruction(Instruction, const QStringList &) override { }
     void letEventsRun() override { }
 };

@@ -1,6 +1,7 @@
 #include "TerminalOperator.h"
 
 #include "Console.h"
+#include "shell/AppInfo.h"
 
 using namespace Qt::StringLiterals;
 
@@ -24,15 +25,15 @@ void TerminalOperator::fail(OperatorAbort::Reason reason, const QString &message
     throw *m_abort;
 }
 
-void TerminalOperator::messageBox(const QString &text, const QString &title)
+void TerminalOperator::messageBox(const QString &text)
 {
-    ask({u"[%1] %2"_s.arg(title, text)});
+    ask({u"[%1] %2"_s.arg(AppInfo::productTitle(), text)});
 }
 
-void TerminalOperator::instruction(Instruction kind, const QStringList &lines)
+void TerminalOperator::instruction(Instruction, const QStringList &lines)
 {
     if (m_observer)
-        m_observer(kind);
+        m_observer();
     QStringList shown;
     for (const QString &line : lines) {
         if (!line.isEmpty())
@@ -50,7 +51,7 @@ void TerminalOperator::ask(const QStringList &lines)
     const QString key = lines.join(u'\n');
     const int rounds = m_shown.value(key);
     if (m_answerYes && rounds >= kRounds) {
-        fail(OperatorAbort::eGaveUp,
+        fail(OperatorAbort::Reason::GaveUp,
              u"Gave up: this instruction came back %1 times without the instrument answering "
              "again: %2"_s.arg(rounds + 1)
                  .arg(lines.value(0)));
@@ -66,13 +67,13 @@ void TerminalOperator::ask(const QStringList &lines)
         return;
     }
     if (!m_console.inputIsTerminal()) {
-        fail(OperatorAbort::eNoTerminal,
+        fail(OperatorAbort::Reason::NoTerminal,
              u"The instrument needs the operator, but standard input is no terminal: run on a "
              "terminal, or answer every prompt with OK by --yes."_s);
     }
     m_console.print(u"---- Press Enter for OK."_s);
     if (!m_console.readLine())
-        fail(OperatorAbort::eEndOfInput, u"No answer: the input ended at a prompt."_s);
+        fail(OperatorAbort::Reason::EndOfInput, u"No answer: the input ended at a prompt."_s);
 }
 
 void TerminalOperator::letEventsRun()
@@ -82,5 +83,5 @@ void TerminalOperator::letEventsRun()
         return;
     m_sinceLineCheck.start();
     if (m_lineGone())
-        fail(OperatorAbort::eLineGone, u"The port %1 has gone away."_s.arg(m_portName));
+        fail(OperatorAbort::Reason::LineGone, u"The port %1 has gone away."_s.arg(m_portName));
 }

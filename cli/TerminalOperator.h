@@ -1,7 +1,6 @@
 #pragma once
 
 #include "link/Operator.h"
-#include "link/UpdaterError.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -10,19 +9,20 @@
 
 class Console;
 
-// Why the terminal front end ended a job that waited for the operator.
-class OperatorAbort : public UpdaterError
+// Why the terminal front end ended a job that waited for the operator. The session's run turns it
+// into a cancelled job.
+class OperatorAbort : public OperatorCancel
 {
 public:
-    enum Reason {
-        eNoTerminal, // a prompt, no terminal to answer it, and no --yes
-        eEndOfInput, // the terminal closed instead of answering
-        eGaveUp, // with --yes, the same prompt came back more than kRounds times
-        eLineGone, // the port went away while the job waited on it
+    enum class Reason {
+        NoTerminal, // a prompt, no terminal to answer it, and no --yes
+        EndOfInput, // the terminal closed instead of answering
+        GaveUp, // with --yes, the same prompt came back more than kRounds times
+        LineGone, // the port went away while the job waited on it
     };
 
     OperatorAbort(Reason reason, const QString &message)
-        : UpdaterError(message)
+        : OperatorCancel(message)
         , m_reason(reason)
     {
     }
@@ -39,8 +39,8 @@ private:
 // by OperatorAbort. Without a terminal on standard input and without --yes a prompt is an error,
 // never a wait.
 //
-// The engine's prompts and waits end up here; the job may catch and swallow the exception on its
-// way (a backup that fails keeps its text), so the first abort is also kept in abort().
+// The session's prompts and waits end up here; the first abort is kept in abort(), and every later
+// prompt (the clean-up of a job already ended) ends the same way without being shown.
 //
 // Used by the one thread of the terminal front end.
 class TerminalOperator final : public Operator
@@ -51,7 +51,8 @@ public:
 
     TerminalOperator(Console &console, bool answerYes);
 
-    void messageBox(const QString &text, const QString &title) override;
+    // Shown as "[VARIMOsentry Firmware Updater] text".
+    void messageBox(const QString &text) override;
     void instruction(Instruction kind, const QStringList &lines) override;
     // Where the engine waits, checks (at most every kLineCheckIntervalMs) whether the port is
     // still there, when a check is set.
@@ -61,12 +62,8 @@ public:
     void setLineCheck(std::function<bool()> gone, const QString &portName);
     // The job moved forward (a packet was taken, a board finished): prompts count afresh.
     void noteProgress() { m_shown.clear(); }
-    // Called with the kind of each instruction before it is printed (the front end follows the
-    // run's state with it).
-    void setInstructionObserver(std::function<void(Instruction)> observer)
-    {
-        m_observer = std::move(observer);
-    }
+    // Called before each instruction is printed (the front end ends its transfer display).
+    void setInstructionObserver(std::function<void()> observer) { m_observer = std::move(observer); }
 
     // The first abort, if the job was ended by one.
     const std::optional<OperatorAbort> &abort() const { return m_abort; }
@@ -82,7 +79,7 @@ private:
     std::function<bool()> m_lineGone;
     QString m_portName;
     QElapsedTimer m_sinceLineCheck;
-    std::function<void(Instruction)> m_observer;
+    std::function<void()> m_observer;
     std::optional<OperatorAbort> m_abort;
     int m_promptsShown = 0;
 };

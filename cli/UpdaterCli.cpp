@@ -2,58 +2,22 @@
 
 #include "Console.h"
 #include "backup/BackupDiff.h"
-#include "backup/cBackup.h"
 #include "backup/cXML.h"
-#include "boards/cControler.h"
-#include "link/Clock.h"
 #include "link/PortList.h"
 #include "link/SerialLine.h"
+#include "link/UpdaterError.h"
 #include "shell/AppInfo.h"
-#include "shell/Workspace.h"
+#include "update/Session.h"
 
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString kSettings = u"Settings"_s;
-const QString kNoUpdatesRequired = u"No updates required"_s;
-
-// The order in which the windows' panels show the boards.
-constexpr qint32 kPanelOrder[] = {cControler::eCPU, cControler::eMain, cControler::eMeas};
-
-QString boardKey(qint32 kind)
-{
-    switch (kind) {
-    case cControler::eCPU:
-        return u"cpu"_s;
-    case cControler::eMeas:
-        return u"meas"_s;
-    default:
-        return u"main"_s;
-    }
-}
-
-std::optional<qint32> boardFromKey(const QString &key)
-{
-    for (const qint32 kind : kPanelOrder) {
-        if (boardKey(kind) == key)
-            return kind;
-    }
-    return std::nullopt;
-}
-
-QString boardName(qint32 kind)
-{
-    return UpdateRun::textsFor(kind).name;
-}
 
 struct CommandForm
 {
@@ -69,21 +33,7 @@ const CommandForm kCommands[] = {
     {u"diff"_s, 2, 2, false},
 };
 
-QString timeText(qint64 ms)
-{
-    const qint64 s = (ms + 500) / 1000;
-    return u"%1:%2"_s.arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
-}
-
-// The text of each packet of a transfer: label + "(" + position + " of " + total + " Bytes
-// transferred)...".
-const QRegularExpression kPacketText(u"^(.*)\\((\\d+) of (\\d+) Bytes transferred\\)\\.\\.\\.$"_s);
-
-} // namespace
-
-QString HelpText()
-{
-    return uR"(Usage:
+const QString kHelpText = uR"(Usage:
   varimo-updater ports
   varimo-updater [--dir DIR] --port PORT identify [--json]
   varimo-updater [--dir DIR] --port PORT backup [FILE]
@@ -156,8 +106,55 @@ identify --json prints one object with these fields:
 Exit status: 0 success; 1 the operation failed (the failure text on standard error); 2 usage
 error, or a port or file that cannot be used; 3 nothing to do (no board needs an update).
 diff: 0 when both backups hold the same values, 1 when not.
-)"_s;
+)"_s;;
+
+QString timeText(qint64 ms)
+{
+    const qint64 s = (ms + 500) / 1000;
+    return u"%1:%2"_s.arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
 }
+
+QString absolutePath(const QString &path)
+{
+    return QFileInfo(path).absoluteFilePath();
+}
+
+} // namespace
+
+QString HelpText()
+{
+    return kHelpText;
+}
+
+namespace {
+
+// Why the command and its options do not fit together, if they do not.
+std::optional<QString> misfit(const CliOptions &options, bool dirSet)
+{
+    const CommandForm *form = nullptr;
+    for (const CommandForm &c : kCommands) {
+        if (c.name == options.command)
+            form = &c;
+    }
+    if (!form)
+        return u"unknown command '%1'"_s.arg(options.command);
+    const auto count = options.arguments.size();
+    if (count < form->minArguments || count > form->maxArguments)
+        return u"wrong number of arguments for '%1'"_s.arg(form->name);
+    if (form->needsPort && options.port.isEmpty())
+        return u"'%1' needs --port PORT"_s.arg(form->name);
+    if (options.json && options.command != u"identify")
+        return u"--json belongs to identify"_s;
+    if (options.allowDowngrade && options.command != u"update")
+        return u"--allow-downgrade belongs to update"_s;
+    if (options.command == u"flash" && !boardFromKey(options.arguments.front()))
+        return u"flash: the board is cpu, main or meas, not '%1'"_s.arg(options.arguments.front());
+    if (dirSet && options.dir.isEmpty())
+        return u"--dir needs a folder"_s;
+    return std::nullopt;
+}
+
+} // namespace
 
 std::optional<int> ParseCommandLine(const QStringList &arguments, Console &console,
                                     CliOptions *options)
@@ -177,18 +174,18 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     const auto usage = [&](const QString &text) {
         console.error(u"varimo-updater: "_s + text);
         console.error(u"Try 'varimo-updater --help'."_s);
-        return std::optional<int>(eExitUsage);
+        return std::optional<int>(Exit::Usage);
     };
 
     if (!parser.parse(arguments))
         return usage(parser.errorText());
     if (parser.isSet(help)) {
         console.print(HelpText());
-        return eExitSuccess;
+        return Exit::Success;
     }
     if (parser.isSet(version)) {
         console.print(u"varimo-updater "_s + AppInfo::versionText());
-        return eExitSuccess;
+        return Exit::Success;
     }
 
     const QStringList positional = parser.positionalArguments();
@@ -202,28 +199,8 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     options->verbose = parser.isSet(verbose);
     options->json = parser.isSet(json);
     options->allowDowngrade = parser.isSet(allowDowngrade);
-
-    const CommandForm *form = nullptr;
-    for (const CommandForm &c : kCommands) {
-        if (c.name == options->command)
-            form = &c;
-    }
-    if (!form)
-        return usage(u"unknown command '%1'"_s.arg(options->command));
-    const auto count = options->arguments.size();
-    if (count < form->minArguments || count > form->maxArguments)
-        return usage(u"wrong number of arguments for '%1'"_s.arg(form->name));
-    if (form->needsPort && options->port.isEmpty())
-        return usage(u"'%1' needs --port PORT"_s.arg(form->name));
-    if (options->json && options->command != u"identify")
-        return usage(u"--json belongs to identify"_s);
-    if (options->allowDowngrade && options->command != u"update")
-        return usage(u"--allow-downgrade belongs to update"_s);
-    if (options->command == u"flash" && !boardFromKey(options->arguments.front()))
-        return usage(
-            u"flash: the board is cpu, main or meas, not '%1'"_s.arg(options->arguments.front()));
-    if (parser.isSet(dir) && options->dir.isEmpty())
-        return usage(u"--dir needs a folder"_s);
+    if (const std::optional<QString> text = misfit(*options, parser.isSet(dir)))
+        return usage(*text);
     return std::nullopt;
 }
 
@@ -232,28 +209,12 @@ UpdaterCli::UpdaterCli(const CliOptions &options, Console &console, SerialLine &
     : m_options(options)
     , m_console(console)
     , m_line(line)
+    , m_clock(clock)
     , m_folders(folders)
     , m_operator(console, options.yes)
-    , m_comm(line, clock, m_operator)
-    , m_run(clock, m_operator)
 {
     m_console.setReportsToError(options.json);
-    connect(&m_run, &UpdateRun::currentActionChanged, this, &UpdaterCli::onCurrentAction);
-    connect(&m_run, &UpdateRun::transferProgressChanged, this, &UpdaterCli::onTransferProgress);
-    connect(&m_run, &UpdateRun::statusTextChanged, this,
-            [this](const QString &text) { m_console.print(text); });
-    connect(&m_run, &UpdateRun::succeeded, this, [this] {
-        endTransferDisplay();
-        if (m_state.board >= 0)
-            m_state.finishedBoards.append(boardName(m_state.board));
-        m_state = {-1, RunState::eIdle, 0, 0, m_state.finishedBoards};
-        m_console.print(u"Update successfully completed"_s);
-    });
-    m_operator.setInstructionObserver([this](Operator::Instruction kind) {
-        endTransferDisplay();
-        if (kind == Operator::Instruction::MainBoardRestart)
-            m_state.stage = RunState::eRestarted;
-    });
+    m_operator.setInstructionObserver([this] { endTransferDisplay(); });
 }
 
 UpdaterCli::~UpdaterCli() = default;
@@ -265,23 +226,19 @@ int UpdaterCli::run()
     if (m_options.command == u"diff")
         return diff();
 
-    if (const int status = startWorkspace(); status != eExitSuccess)
+    if (const int status = startWorkspace(); status != Exit::Success)
         return status;
-    int status = eExitFailed;
+    int status = Exit::Failed;
     try {
         status = runCommand();
-    } catch (const OperatorAbort &) {
-        status = exitForAbort();
     } catch (const UpdaterError &e) {
         m_console.error(e.message());
-        status = eExitFailed;
     }
-    try {
-        disconnectInstrument();
-    } catch (const UpdaterError &) {
-        // The instrument is gone or nobody can answer; the port is closed all the same.
-        m_line.close();
-    }
+    // Released at the end; what fails now has been reported already.
+    if (m_connected)
+        runJob(Job::Kind::Disconnect);
+    // Whatever a job left open is closed without a word in the log.
+    m_line.close();
     m_workspace->Stop();
     return status;
 }
@@ -307,7 +264,7 @@ int UpdaterCli::startWorkspace()
         const QFileInfo info(m_options.dir);
         if (!info.isDir()) {
             m_console.error(u"The folder %1 does not exist."_s.arg(m_options.dir));
-            return eExitUsage;
+            return Exit::Usage;
         }
         folders = {info.absoluteFilePath(), info.absoluteFilePath()};
     }
@@ -317,64 +274,139 @@ int UpdaterCli::startWorkspace()
         m_workspace->log().setEcho([this](const QByteArray &bytes) { m_console.echo(bytes); });
     if (m_options.allowDowngrade)
         m_workspace->setAllowDowngrade(true);
-    m_run.Init(&m_workspace->ini(), &m_workspace->log(), folders.data);
-    m_comm.Init(&m_workspace->log());
-    m_connection = std::make_unique<Connection>(m_comm, m_workspace->ini(), m_workspace->log(),
-                                                m_run, folders.data);
-    m_workspace->LoadFirmwareFiles(m_run);
-    m_filesVerdict = m_workspace->CheckUpdateFiles(m_run);
+    m_session = std::make_unique<Session>(
+        m_line, m_clock, m_operator,
+        SessionFiles {&m_workspace->ini(), &m_workspace->log(), folders.data, folders.program});
+    followSession();
+    m_workspace->LoadFirmwareFiles(m_session->fresh());
+    m_filesVerdict = m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
 
-    m_comm.setComPort(m_options.port);
-    if (m_comm.ComPort().isEmpty()) {
-        m_console.error(u"Invalid port - enter valid RS232-port"_s);
+    m_session->comm().setComPort(m_options.port);
+    if (m_session->comPort().isEmpty()) {
+        m_console.error(Eligibility::invalidPortText());
         m_workspace->Stop();
-        return eExitUsage;
+        return Exit::Usage;
     }
-    return eExitSuccess;
+    return Exit::Success;
 }
 
-std::optional<int> UpdaterCli::connectInstrument(Connection::Result *result, bool report)
+void UpdaterCli::followSession()
+{
+    connect(m_session.get(), &Session::jobEvent, this, &UpdaterCli::onJobEvent);
+    connect(m_session.get(), &Session::currentActionChanged, this, &UpdaterCli::onCurrentAction);
+    connect(m_session.get(), &Session::transferProgressChanged, this,
+            &UpdaterCli::onTransferProgress);
+    connect(m_session.get(), &Session::statusTextChanged, this,
+            [this](const QString &text) { m_console.print(text); });
+    connect(m_session.get(), &Session::succeeded, this, [this] {
+        endTransferDisplay();
+        if (m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard)
+            m_console.print(u"Update successfully completed"_s);
+    });
+}
+
+// ---- jobs -------------------------------------------------------------------------------------
+
+JobResult UpdaterCli::runJob(Job::Kind kind, const QString &file, BoardKind board)
+{
+    Job job;
+    job.kind = kind;
+    job.port = m_options.port;
+    job.file = file;
+    job.board = board;
+    job.allowDowngrade = m_workspace->AllowDowngrade();
+    m_job = kind;
+    m_errorsShown.clear();
+    JobResult result;
+    try {
+        result = m_session->run(job);
+    } catch (const OperatorCancel &cancel) {
+        // Ended by the operator where the session did not turn it into a result itself.
+        result.status = JobResult::Status::Cancelled;
+        result.message = cancel.message();
+    }
+    endTransferDisplay();
+    return result;
+}
+
+int UpdaterCli::ended(JobResult result)
+{
+    const std::optional<OperatorAbort> &abort = m_operator.abort();
+    const bool cancelled = abort || result.status == JobResult::Status::Cancelled;
+    if (cancelled)
+        m_console.error(abort ? abort->message() : result.message);
+    else if (!result.message.isEmpty() && !m_errorsShown.contains(result.message))
+        m_console.error(result.message);
+
+    // Where it left the instrument: after any update run, and after any cancelled job but a
+    // restore (which changes no firmware).
+    const bool updateRun = m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard;
+    if (result.stage == Stage::Connect) {
+        result.stage = Stage::None;
+        result.board.reset();
+    }
+    result.updatedBoards = m_updated + result.updatedBoards;
+    if ((updateRun || (cancelled && m_job != Job::Kind::Restore)) &&
+        (result.stage != Stage::None || !result.updatedBoards.isEmpty()))
+        m_console.error(describeWhereLeft(result));
+
+    if (!cancelled)
+        return Exit::Failed;
+    return abort && abort->reason() == OperatorAbort::Reason::NoTerminal ? Exit::Usage
+                                                                          : Exit::Failed;
+}
+
+std::optional<int> UpdaterCli::connectInstrument(bool report)
 {
     if (report)
         m_console.print(u"Connecting VARIMOsentry to "_s + m_options.port + u"..."_s);
-    *result = m_connection->ConnectAndIdentify(m_options.port);
-    m_portOpened = result->opened;
-    if (!result->opened) {
+    const JobResult result = runJob(Job::Kind::Connect);
+    if (m_operator.abort() || result.status == JobResult::Status::Cancelled)
+        return ended(result);
+    const Connection::Result &r = m_session->connection();
+    m_connected = r.opened;
+    if (!r.opened) {
         // The port itself failed (missing device, no permission) or the instrument was silent.
         const bool portFailed = !m_line.errorString().isEmpty();
-        m_console.error(result->error.isEmpty() ? u"ERROR: No connection to VARIMOsentry"_s
-                                                : result->error);
-        return portFailed ? eExitUsage : eExitFailed;
+        m_console.error(r.error.isEmpty() ? Eligibility::noConnectionText() : r.error);
+        return portFailed ? Exit::Usage : Exit::Failed;
     }
-    if (result->bootloaderBoard < 0 && !result->boardsRead) {
-        if (!result->error.isEmpty())
-            m_console.error(result->error);
-        m_console.error(u"ERROR: No connection to VARIMOsentry"_s);
-        return eExitFailed;
+    if (!r.bootloaderBoard && !r.boardsRead) {
+        if (!r.error.isEmpty())
+            m_console.error(r.error);
+        m_console.error(Eligibility::noConnectionText());
+        return Exit::Failed;
     }
     return std::nullopt;
 }
 
-void UpdaterCli::disconnectInstrument()
+std::optional<int> UpdaterCli::connectForParameters(const QString &refusal)
 {
-    if (!m_portOpened)
-        return;
-    m_portOpened = false;
-    // A run that ended with the port closed (the instrument gone) has nothing left to release.
-    if (m_comm.IsOpen())
-        m_connection->Disconnect();
+    if (const std::optional<int> failed = connectInstrument())
+        return failed;
+    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard) {
+        m_console.error(u"The %1 is waiting in its bootloader: %2'update' finishes it."_s.arg(
+            boardName(*board), refusal));
+        return Exit::Failed;
+    }
+    printBoards(m_session->current());
+    return std::nullopt;
 }
 
-int UpdaterCli::exitForAbort()
+std::optional<int> UpdaterCli::disconnectInstrument()
 {
-    endTransferDisplay();
-    const auto &abort = m_operator.abort();
-    if (!abort)
-        return eExitFailed;
-    m_console.error(abort->message());
-    if (m_state.stage != RunState::eIdle || !m_state.finishedBoards.isEmpty())
-        m_console.error(stateText());
-    return abort->reason() == OperatorAbort::eNoTerminal ? eExitUsage : eExitFailed;
+    if (!m_connected)
+        return std::nullopt;
+    m_connected = false;
+    const JobResult result = runJob(Job::Kind::Disconnect);
+    return result.succeeded() ? std::nullopt : std::optional<int>(ended(result));
+}
+
+Eligibility::Verdict UpdaterCli::setConnectionState(bool connected)
+{
+    return m_workspace->SetConnectionState(m_session->current(), m_session->fresh(), connected,
+                                           m_session->connection().portValid,
+                                           m_session->comPort());
 }
 
 // ---- commands ---------------------------------------------------------------------------------
@@ -384,48 +416,39 @@ int UpdaterCli::ports()
     const QStringList found = modHelper::EnumerateSerialPorts();
     if (found.isEmpty()) {
         m_console.error(u"ERROR: No COM port available"_s);
-        return eExitFailed;
+        return Exit::Failed;
     }
     for (const QString &port : found)
         m_console.print(port);
-    return eExitSuccess;
+    return Exit::Success;
 }
 
 int UpdaterCli::identify()
 {
-    Connection::Result r;
-    const std::optional<int> failed = connectInstrument(&r, !m_options.json);
-    const bool connected = r.connected && r.bootloaderBoard < 0;
+    const std::optional<int> failed = connectInstrument(!m_options.json);
+    if (m_operator.abort())
+        return *failed;
+    const Connection::Result &r = m_session->connection();
+    const bool connected = r.connected && !r.bootloaderBoard;
     // Disconnected, the windows forget the versions read; the report still shows them.
-    Boards boards = snapshot();
-    const Eligibility::Verdict verdict =
-        m_workspace->SetConnectionState(m_run, connected, r.portValid, m_comm.ComPort());
+    BoardSet current = m_session->current();
+    const Eligibility::Verdict verdict = setConnectionState(connected);
     if (connected)
-        boards = snapshot();
+        current = m_session->current();
     if (m_options.json) {
-        m_console.writeOut(identifyJson(r, boards, verdict));
+        m_console.writeOut(identifyJson(current, verdict));
     } else if (r.opened) {
-        printBoards(r, boards);
+        printBoards(current);
         printVerdict(verdict);
     }
     if (failed)
         return *failed;
-    if (r.bootloaderBoard >= 0) {
+    if (r.bootloaderBoard) {
         m_console.error(u"The %1 is waiting in its bootloader: 'update' finishes it."_s.arg(
-            boardName(r.bootloaderBoard)));
-        return eExitFailed;
+            boardName(*r.bootloaderBoard)));
+        return Exit::Failed;
     }
-    return eExitSuccess;
-}
-
-UpdaterCli::Boards UpdaterCli::snapshot()
-{
-    Boards boards;
-    for (const qint32 kind : kPanelOrder) {
-        boards.current[kind] = m_run.current(kind);
-        boards.fresh[kind] = m_run.fresh(kind);
-    }
-    return boards;
+    return Exit::Success;
 }
 
 int UpdaterCli::backup()
@@ -435,168 +458,135 @@ int UpdaterCli::backup()
         file = absolutePath(m_options.arguments.front());
         if (!QFileInfo(QFileInfo(file).absolutePath()).isDir()) {
             m_console.error(u"The folder of %1 does not exist."_s.arg(file));
-            return eExitUsage;
+            return Exit::Usage;
         }
     }
-    Connection::Result r;
-    if (const auto failed = connectInstrument(&r))
+    if (const std::optional<int> failed =
+            connectForParameters(u"its parameters cannot be read. "_s))
         return *failed;
-    if (r.bootloaderBoard >= 0) {
-        m_console.error(u"The %1 is waiting in its bootloader: its parameters cannot be read. "
-                        "'update' finishes it."_s.arg(boardName(r.bootloaderBoard)));
-        return eExitFailed;
-    }
-    printBoards(r, snapshot());
-    if (file.isEmpty()) {
-        const QString name = !r.backupFileName.isEmpty()
-            ? r.backupFileName
-            : m_workspace->ini().GetValue(kSettings, u"BackupFileName"_s,
-                                          u"VarimoSentry_Backup.xml"_s);
-        file = m_workspace->pathFor(name);
-    }
     // Connected as the windows are: the port is the one offered next time.
-    m_workspace->SetConnectionState(m_run, true, r.portValid, m_comm.ComPort());
+    setConnectionState(true);
+    // Without a file of its own the session picks this instrument's backup name.
+    const JobResult result = runJob(Job::Kind::Backup, file);
+    return result.succeeded() ? Exit::Success : ended(result);
+}
 
-    m_state.stage = RunState::eBackup;
-    m_console.print(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
-    cBackup backup;
-    backup.Init(&m_comm);
-    const bool ok = backup.SecureData(file);
-    if (m_operator.abort())
-        return exitForAbort();
-    m_state.stage = RunState::eIdle;
-    if (!ok) {
-        m_console.error(backup.CurrAction() + u"\r\n"_s + backup.LastError());
-        return eExitFailed;
+std::optional<int> UpdaterCli::checkBackupFile(const QString &file)
+{
+    if (!QFileInfo(file).isFile()) {
+        m_console.error(u"No backup file %1."_s.arg(file));
+        return Exit::Usage;
     }
-    m_console.print(u"Backup successful completed."_s);
-    return eExitSuccess;
+    cXML document;
+    if (!document.OpenXMLDocument(file)) {
+        m_console.error(u"%1 is no backup file: %2"_s.arg(file, document.errorString()));
+        return Exit::Usage;
+    }
+    return std::nullopt;
 }
 
 int UpdaterCli::restore()
 {
-    const auto checkFile = [this](const QString &file) -> std::optional<int> {
-        if (!QFileInfo(file).isFile()) {
-            m_console.error(u"No backup file %1."_s.arg(file));
-            return eExitUsage;
-        }
-        cXML document;
-        if (!document.OpenXMLDocument(file)) {
-            m_console.error(u"%1 is no backup file: %2"_s.arg(file, document.errorString()));
-            return eExitUsage;
-        }
-        return std::nullopt;
-    };
-
     QString file;
     if (!m_options.arguments.isEmpty()) {
         file = absolutePath(m_options.arguments.front());
-        if (const auto bad = checkFile(file))
+        if (const std::optional<int> bad = checkBackupFile(file))
             return *bad;
     }
-    Connection::Result r;
-    if (const auto failed = connectInstrument(&r))
+    if (const std::optional<int> failed = connectForParameters(QString()))
         return *failed;
-    if (r.bootloaderBoard >= 0) {
-        m_console.error(u"The %1 is waiting in its bootloader: 'update' finishes it."_s.arg(
-            boardName(r.bootloaderBoard)));
-        return eExitFailed;
-    }
-    printBoards(r, snapshot());
     if (file.isEmpty()) {
-        const QString name = !r.backupFileName.isEmpty()
-            ? r.backupFileName
-            : m_workspace->ini().GetValue(kSettings, u"LastBackupFileName"_s,
-                                          u"VarimoSentry_Backup.xml"_s);
-        file = m_workspace->pathFor(name);
-        if (const auto bad = checkFile(file))
+        file = m_workspace->pathFor(m_session->defaultBackupFile(Job::Kind::Restore));
+        if (const std::optional<int> bad = checkBackupFile(file))
             return *bad;
     }
-    m_workspace->SetConnectionState(m_run, true, r.portValid, m_comm.ComPort());
+    setConnectionState(true);
     m_console.print(u"Restoring parameters from "_s + file);
-    m_run.setBackupFileName(file);
-    if (!runEngine(UpdateRun::eModeRestore, -1))
-        return m_operator.abort() ? exitForAbort() : eExitFailed;
+    const JobResult result = runJob(Job::Kind::Restore, file);
+    if (!result.succeeded())
+        return ended(result);
     m_console.print(u"Parameters restored."_s);
-    return eExitSuccess;
+    return Exit::Success;
 }
 
 int UpdaterCli::update()
 {
     if (!m_filesVerdict.message.isEmpty()) {
         m_console.error(m_filesVerdict.message);
-        return eExitUsage;
+        return Exit::Usage;
     }
-    Connection::Result r;
-    if (const auto failed = connectInstrument(&r))
+    if (const std::optional<int> failed = connectInstrument())
         return *failed;
-
-    bool updatedOne = false;
-    if (r.bootloaderBoard >= 0) {
-        // As the windows do: the board waiting in its bootloader is updated on its own first,
-        // then the instrument is read again.
-        const qint32 board = r.bootloaderBoard;
-        printBoards(r, snapshot());
-        m_console.print(
-            u"The %1 is waiting in its bootloader: updating it first."_s.arg(boardName(board)));
-        if (!runEngine(UpdateRun::eModeSingleBoard, qint16(board)))
-            return m_operator.abort() ? exitForAbort() : eExitFailed;
-        updatedOne = true;
-        m_workspace->CheckUpdateFiles(m_run);
-        disconnectInstrument();
-        if (const auto failed = connectInstrument(&r))
+    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard) {
+        if (const std::optional<int> failed = updateWaitingBoard(*board))
             return *failed;
     }
 
-    const bool connected = r.connected && r.bootloaderBoard < 0;
-    const Eligibility::Verdict verdict =
-        m_workspace->SetConnectionState(m_run, connected, r.portValid, m_comm.ComPort());
-    printBoards(r, snapshot());
-    if (!connected) {
+    const Connection::Result &r = m_session->connection();
+    const bool connected = r.connected && !r.bootloaderBoard;
+    const Eligibility::Verdict verdict = setConnectionState(connected);
+    printBoards(m_session->current());
+    if (!connected || (!verdict.updateEnabled && verdict.kind == Eligibility::eError)) {
         m_console.error(verdict.message);
-        return eExitFailed;
-    }
-    if (!verdict.updateEnabled) {
-        if (verdict.message == kNoUpdatesRequired) {
-            printVerdict(verdict);
-            return updatedOne ? eExitSuccess : eExitNothingToDo;
-        }
-        m_console.error(verdict.message);
-        return eExitFailed;
+        return Exit::Failed;
     }
     printVerdict(verdict);
+    if (!verdict.updateEnabled) // no board needs an update
+        return m_updated.isEmpty() ? Exit::NothingToDo : Exit::Success;
 
-    const bool ok = runEngine(UpdateRun::eModeFull, 0);
-    if (!ok)
-        return m_operator.abort() ? exitForAbort() : eExitFailed;
+    const JobResult result = runJob(Job::Kind::Update);
+    if (!result.succeeded())
+        return ended(result);
+    m_updated += result.updatedBoards;
+    return readAgain();
+}
 
-    // As after the windows' update: the files and the instrument are read again.
+// As the windows do: the board waiting in its bootloader is updated on its own first, then the
+// instrument is read again.
+std::optional<int> UpdaterCli::updateWaitingBoard(BoardKind board)
+{
+    printBoards(m_session->current());
+    m_console.print(
+        u"The %1 is waiting in its bootloader: updating it first."_s.arg(boardName(board)));
+    const JobResult result = runJob(Job::Kind::SingleBoard, QString(), board);
+    if (!result.succeeded())
+        return ended(result);
+    m_updated = {board};
+    m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
+    if (const std::optional<int> failed = disconnectInstrument())
+        return failed;
+    return connectInstrument();
+}
+
+// As after the windows' update: the files and the instrument are read again.
+int UpdaterCli::readAgain()
+{
     m_console.print(u"Reading VARIMOsentry again..."_s);
-    disconnectInstrument();
-    m_workspace->LoadFirmwareFiles(m_run);
-    m_workspace->CheckUpdateFiles(m_run);
-    if (connectInstrument(&r, false)) {
+    if (const std::optional<int> failed = disconnectInstrument())
+        return *failed;
+    m_workspace->LoadFirmwareFiles(m_session->fresh());
+    m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
+    if (const std::optional<int> failed = connectInstrument(false)) {
+        if (m_operator.abort())
+            return *failed;
         m_console.error(u"The update run succeeded, but VARIMOsentry did not answer afterwards."_s);
-        return eExitFailed;
+        return Exit::Failed;
     }
-    printBoards(r, snapshot());
-    printVerdict(
-        m_workspace->SetConnectionState(m_run, r.connected, r.portValid, m_comm.ComPort()));
-    return eExitSuccess;
+    printBoards(m_session->current());
+    printVerdict(setConnectionState(m_session->connection().connected));
+    return Exit::Success;
 }
 
 int UpdaterCli::flash()
 {
-    const qint32 board = *boardFromKey(m_options.arguments.at(0));
+    const BoardKind board = *boardFromKey(m_options.arguments.at(0));
     const QString file = absolutePath(m_options.arguments.at(1));
     const QFileInfo info(file);
     if (!info.isFile() || !info.isReadable()) {
         m_console.error(u"Cannot read the firmware file %1."_s.arg(file));
-        return eExitUsage;
+        return Exit::Usage;
     }
-    cControler expected;
-    expected.setControler(board);
-    const qint64 imageSize = qint64(expected.MaxNumOfPackages()) * UpdateRun::kPacketDataSize;
+    const qint64 imageSize = qint64(boardFacts(board).packets) * UpdateRun::kPacketDataSize;
     if (info.size() != imageSize) {
         m_console.print(u"Note: %1 holds %2 bytes; a %3 image has %4."_s.arg(file)
                             .arg(info.size())
@@ -604,53 +594,14 @@ int UpdaterCli::flash()
                             .arg(imageSize));
     }
 
-    // The board may be waiting in its bootloader and answer nothing but "C": the port is opened
-    // without greeting the instrument.
-    if (!m_line.setSettings(QString::fromLatin1(CommText::kLineSettings)) || !m_line.open()) {
-        m_console.error(m_line.errorString());
-        return eExitUsage;
-    }
-    m_workspace->log().UpdateLog(m_comm.ComPort() +
-                                 u" opened: 57600 Baud, No parity, 8 data bits, 1 stop bit"_s);
-    // Nothing restarts behind a receiver that has gone away: a vanished port ends the job at
-    // once instead of after the restart wait.
-    m_operator.setLineCheck([this] { return lineGone(); }, m_options.port);
-    m_run.SetModeAndInitCom(&m_comm, UpdateRun::eModeSingleBoard, qint16(board));
-
-    const UpdateRun::BoardTexts texts = UpdateRun::textsFor(board);
-    int status = eExitSuccess;
-    try {
-        onCurrentAction(texts.start, false);
-        logLine(texts.start);
-        if (!m_run.StartBootloader(texts.select, texts.bootloader)) {
-            onCurrentAction(u"Cannot start bootloader"_s, true);
-            status = eExitFailed;
-        } else {
-            onCurrentAction(texts.transfer, false);
-            logLine(texts.transfer);
-            if (!m_workspace->ini().GetBoolValue(kSettings, u"LogParserTele"_s, true)) {
-                m_workspace->log().UpdateLog(u"Flash binary file...."_s);
-                m_workspace->log().Setlogging(false);
-            }
-            m_run.setTransferWaitMs(
-                m_workspace->ini().GetIntValue(kSettings, u"XModemWaitTime"_s, 1));
-            if (!m_run.FlashUpdate(file, qint16(board))) {
-                onCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
-                status = eExitFailed;
-            } else {
-                onCurrentAction(texts.done, false);
-            }
-        }
-    } catch (const OperatorAbort &) {
-        m_workspace->log().Setlogging(true);
-        status = exitForAbort();
-    }
-    endTransferDisplay();
-    m_workspace->log().SetTabs(0);
+    // The session opens the port without greeting: the board may answer nothing but "C".
+    const JobResult result = runJob(Job::Kind::Flash, file, board);
     m_operator.setLineCheck(nullptr, {});
-    m_comm.ClosePort();
-    m_line.close();
-    return status;
+    if (result.succeeded())
+        return Exit::Success;
+    const int status = ended(result);
+    // A port that did not open cannot be used.
+    return result.stage == Stage::Connect && !m_operator.abort() ? Exit::Usage : status;
 }
 
 int UpdaterCli::diff()
@@ -660,7 +611,7 @@ int UpdaterCli::diff()
         const QString file = absolutePath(m_options.arguments.at(i));
         if (!documents[i].OpenXMLDocument(file)) {
             m_console.error(u"%1 is no backup file: %2"_s.arg(file, documents[i].errorString()));
-            return eExitUsage;
+            return Exit::Usage;
         }
     }
     QList<BackupDiff::Difference> differences;
@@ -668,7 +619,7 @@ int UpdaterCli::diff()
         differences = BackupDiff::Compare(documents[0], documents[1]);
     } catch (const UpdaterError &e) {
         m_console.error(e.message());
-        return eExitUsage;
+        return Exit::Usage;
     }
     for (const BackupDiff::Difference &d : differences)
         m_console.print(BackupDiff::Describe(d));
@@ -677,75 +628,47 @@ int UpdaterCli::diff()
         for (const BackupDiff::Difference &d : differences)
             values += d.identity ? 0 : 1;
         m_console.print(u"%1 values differ."_s.arg(values));
-        return eExitFailed;
+        return Exit::Failed;
     }
     m_console.print(differences.isEmpty()
                         ? u"The backups are the same."_s
                         : u"Every value is the same; only the identity of the boards differs."_s);
-    return eExitSuccess;
+    return Exit::Success;
 }
 
-// ---- the engine and its reports -------------------------------------------------------------
+// ---- following a job ------------------------------------------------------------------------
 
-bool UpdaterCli::runEngine(qint16 mode, qint16 board)
+void UpdaterCli::onJobEvent(const JobEvent &event)
 {
-    m_workspace->UseFullFirmwarePaths(m_run);
-    m_run.SetModeAndInitCom(&m_comm, mode, board);
-    const bool ok = m_run.run();
-    endTransferDisplay();
-    if (!ok && !m_operator.abort() && m_state.stage != RunState::eIdle)
-        m_console.error(stateText());
-    return ok;
+    if (!event.board)
+        return;
+    // A board took its firmware: the run moved forward, prompts count afresh.
+    if (event.stage == Stage::Restore && m_job != Job::Kind::Restore)
+        m_operator.noteProgress();
+    // Nothing restarts behind a receiver that has gone away: once the port is open, a vanished
+    // port ends a flash at once instead of after the restart wait.
+    if (m_job == Job::Kind::Flash)
+        m_operator.setLineCheck([this] { return lineGone(); }, m_options.port);
 }
 
 void UpdaterCli::onCurrentAction(const QString &text, bool isError)
 {
-    const QRegularExpressionMatch packet = kPacketText.match(text);
-    if (packet.hasMatch() && !isError)
-        return; // shown by the progress display
     endTransferDisplay();
-
-    // Follow the run's state from its texts.
-    for (const qint32 kind : kPanelOrder) {
-        const UpdateRun::BoardTexts texts = UpdateRun::textsFor(kind);
-        if (text == texts.start) {
-            if (m_state.board >= 0 && m_state.board != kind && m_state.stage >= RunState::eRestore)
-                m_state.finishedBoards.append(boardName(m_state.board));
-            m_state.board = kind;
-            m_state.stage = RunState::eBootloader;
-        } else if (text.startsWith(texts.transfer)) {
-            m_state.board = kind;
-            m_state.stage = RunState::eTransfer;
-            m_state.bytesSent = 0;
-            m_state.bytesTotal = 0;
-        } else if (text.startsWith(texts.done)) {
-            m_state.board = kind;
-            m_state.stage = RunState::eRestore;
-            m_operator.noteProgress();
-        }
-    }
-    if (text.startsWith(u"Backup VARIMOsentry parameters in "_s))
-        m_state.stage = m_state.board < 0 ? RunState::eBackup : m_state.stage;
-    else if (text == u"Backup successful completed."_s && m_state.stage == RunState::eBackup)
-        m_state.stage = RunState::eIdle;
-
-    // The abort is reported once, at the end, with the state it left.
-    if (isError && m_operator.abort() && text == m_operator.abort()->message())
-        return;
-    if (isError)
-        m_console.error(text);
-    else
+    if (!isError) {
         m_console.print(text);
+        return;
+    }
+    // The abort is reported once, at the end, with where it left the instrument.
+    if (m_operator.abort() && text == m_operator.abort()->message())
+        return;
+    m_errorsShown.append(text);
+    m_console.error(text);
 }
 
 void UpdaterCli::onTransferProgress(const TransferProgress &p)
 {
     m_operator.noteProgress();
     m_transfer = p;
-    m_state.bytesSent = p.bytesSent;
-    m_state.bytesTotal = p.bytesTotal;
-    if (p.bytesSent >= p.bytesTotal)
-        m_state.stage = RunState::eRestart;
     if (!m_console.outputIsTerminal())
         return;
     // A terminal gets a bar, redrawn at most ten times a second.
@@ -784,7 +707,7 @@ bool UpdaterCli::lineGone()
 {
 #ifndef Q_OS_WIN
     // An unplugged adapter or a closed pseudo-terminal takes its device file with it.
-    const QString device = modHelper::devicePathForPort(m_comm.ComPort());
+    const QString device = modHelper::devicePathForPort(m_session->comPort());
     if (!device.isEmpty() && !QFileInfo::exists(device))
         return true;
 #endif
@@ -794,61 +717,11 @@ bool UpdaterCli::lineGone()
     return !m_line.isOpen();
 }
 
-void UpdaterCli::logLine(const QString &text)
-{
-    cLog &log = m_workspace->log();
-    log.SetTabs(0);
-    log.UpdateLog(text);
-    log.SetTabs(1);
-}
-
-QString UpdaterCli::stateText()
-{
-    QString text;
-    if (m_state.board < 0) {
-        text = m_state.stage == RunState::eBackup
-            ? u"No board was changed: the parameter backup did not finish."_s
-            : u"No board was changed."_s;
-    } else {
-        const QString name = boardName(m_state.board);
-        const QString fresh = m_run.fresh(m_state.board).Firmware();
-        switch (m_state.stage) {
-        case RunState::eBootloader:
-            text = u"The %1 was left where its bootloader start stopped: still running its old "
-                   "firmware, or waiting in its bootloader."_s.arg(name);
-            break;
-        case RunState::eTransfer:
-            text = u"The %1 was left in its bootloader: the firmware transfer stopped after %2 "
-                   "of %3 bytes."_s.arg(name)
-                       .arg(m_state.bytesSent)
-                       .arg(m_state.bytesTotal);
-            break;
-        case RunState::eRestart:
-            text = u"The %1 was left after receiving its new firmware: its restart was not "
-                   "confirmed."_s.arg(name);
-            break;
-        case RunState::eRestore:
-            text = u"The %1 was left running the new firmware %2 without its parameters: "
-                   "restore them with 'restore'."_s.arg(name, fresh);
-            break;
-        case RunState::eRestarted:
-            text = u"The %1 was left running the new firmware %2 with its parameters restored; "
-                   "its restart was not confirmed."_s.arg(name, fresh);
-            break;
-        default:
-            text = u"The %1 was left untouched."_s.arg(name);
-            break;
-        }
-    }
-    if (!m_state.finishedBoards.isEmpty())
-        text += u" Updated before: %1."_s.arg(m_state.finishedBoards.join(u", "_s));
-    return text;
-}
-
 // ---- printing -----------------------------------------------------------------------------------
 
-void UpdaterCli::printBoards(const Connection::Result &r, const Boards &boards)
+void UpdaterCli::printBoards(const BoardSet &current)
 {
+    const Connection::Result &r = m_session->connection();
     if (!r.serialNumber.isEmpty())
         m_console.print(u"VARIMOsentry SN "_s + r.serialNumber);
     const auto row = [](const QString &a, const QString &b, const QString &c, const QString &d,
@@ -864,9 +737,9 @@ void UpdaterCli::printBoards(const Connection::Result &r, const Boards &boards)
     };
     m_console.print(row(u"Board"_s, u"Name"_s, u"Firmware"_s, u"Build"_s, u"Bootloader"_s,
                         u"Firmware file"_s, u"File version"_s));
-    for (const qint32 kind : kPanelOrder) {
-        const cControler &cur = boards.current[kind];
-        const cControler &file = boards.fresh[kind];
+    for (const BoardKind kind : kPanelOrder) {
+        const cControler &cur = current[kind];
+        const cControler &file = m_session->fresh()[kind];
         const QString fileName = file.BinFileName();
         m_console.print(row(boardName(kind), cur.Name(), cur.Firmware(), cur.Build(),
                             cur.IsInBTLMode() ? u"waiting"_s : u"-"_s,
@@ -887,15 +760,18 @@ void UpdaterCli::printVerdict(const Eligibility::Verdict &verdict)
         m_console.print(verdict.message);
 }
 
-QByteArray UpdaterCli::identifyJson(const Connection::Result &r, const Boards &snapshot,
+QByteArray UpdaterCli::identifyJson(const BoardSet &current,
                                     const Eligibility::Verdict &verdict) const
 {
+    const Connection::Result &r = m_session->connection();
     QJsonArray boards;
-    for (const qint32 kind : kPanelOrder) {
-        const cControler &cur = snapshot.current[kind];
-        const cControler &file = snapshot.fresh[kind];
+    for (const BoardKind kind : kPanelOrder) {
+        const cControler &cur = current[kind];
+        const cControler &file = m_session->fresh()[kind];
+        const bool willUpdate = r.connected && !cur.Firmware().isEmpty() &&
+            Eligibility::JudgeBoard(cur, file, m_workspace->AllowDowngrade()).needsUpdate();
         boards.append(QJsonObject {
-            {u"board"_s, boardKey(kind)},
+            {u"board"_s, QString::fromLatin1(boardFacts(kind).key)},
             {u"title"_s, boardName(kind)},
             {u"name"_s, cur.Name()},
             {u"firmware"_s, cur.Firmware()},
@@ -904,13 +780,12 @@ QByteArray UpdaterCli::identifyJson(const Connection::Result &r, const Boards &s
             {u"file"_s, file.BinFileName()},
             {u"fileFirmware"_s, file.Firmware()},
             {u"fileValid"_s, file.ValidBinFile()},
-            {u"willUpdate"_s,
-             r.connected && !cur.Firmware().isEmpty() && UpdateRun::NeedsUpdate(cur, file)},
+            {u"willUpdate"_s, willUpdate},
         });
     }
     const QJsonObject object {
         {u"port"_s, m_options.port},
-        {u"connected"_s, r.connected && r.bootloaderBoard < 0},
+        {u"connected"_s, r.connected && !r.bootloaderBoard},
         {u"boards"_s, boards},
         {u"serialNumber"_s, r.serialNumber},
         {u"backupFile"_s,
@@ -922,9 +797,4 @@ QByteArray UpdaterCli::identifyJson(const Connection::Result &r, const Boards &s
         {u"error"_s, r.error},
     };
     return QJsonDocument(object).toJson(QJsonDocument::Indented);
-}
-
-QString UpdaterCli::absolutePath(const QString &path) const
-{
-    return QFileInfo(path).absoluteFilePath();
 }

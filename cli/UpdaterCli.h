@@ -1,12 +1,9 @@
 #pragma once
 
 #include "TerminalOperator.h"
-#include "boards/cControler.h"
-#include "link/cComm.h"
-#include "update/Connection.h"
 #include "shell/Eligibility.h"
 #include "shell/Workspace.h"
-#include "update/UpdateRun.h"
+#include "update/Job.h"
 
 #include <QObject>
 #include <QStringList>
@@ -16,6 +13,7 @@
 class Clock;
 class Console;
 class SerialLine;
+class Session;
 
 // What the command line asked for.
 struct CliOptions
@@ -31,12 +29,14 @@ struct CliOptions
 };
 
 // Exit statuses; scripts depend on them.
-enum CliExit : int {
-    eExitSuccess = 0,
-    eExitFailed = 1, // the operation failed
-    eExitUsage = 2, // usage error, or a port or file that cannot be used
-    eExitNothingToDo = 3, // no board needs an update
+namespace Exit {
+enum Status : int {
+    Success = 0,
+    Failed = 1, // the operation failed
+    Usage = 2, // usage error, or a port or file that cannot be used
+    NothingToDo = 3, // no board needs an update
 };
+} // namespace Exit
 
 // Reads the command line (the program name first). Returns the exit status when the program
 // ends here (--help, --version, a usage error, with its text printed), nothing when the command
@@ -45,9 +45,10 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
                                     CliOptions *options);
 QString HelpText();
 
-// The terminal front end's commands, each a thin driver of the engine the windows use: the
-// same workspace (log, settings, firmware files), the same connection, eligibility verdict,
-// backup, restore and update run, with a terminal operator in place of the dialogs.
+// The terminal front end's commands: each runs jobs on a Session, as the windows do, in the same
+// workspace (log, settings, firmware files) and with the same eligibility verdict, with a terminal
+// operator in place of the dialogs. It parses, prompts and prints; it follows a job through its
+// events and its result only.
 //
 // Lives on the program's one thread; blocks until the command has ended.
 class UpdaterCli : public QObject
@@ -63,17 +64,6 @@ public:
     int run();
 
 private:
-    // Where the run stands, so that a run that ends half-way can say what it left behind.
-    struct RunState
-    {
-        enum Stage { eIdle, eBackup, eBootloader, eTransfer, eRestart, eRestore, eRestarted };
-        qint32 board = -1;
-        Stage stage = eIdle;
-        qint64 bytesSent = 0;
-        qint64 bytesTotal = 0;
-        QStringList finishedBoards;
-    };
-
     int ports();
     int identify();
     int backup();
@@ -82,49 +72,49 @@ private:
     int flash();
     int diff();
 
-    // Copies of the six descriptors, indexed by board kind, for a report.
-    struct Boards
-    {
-        cControler current[3];
-        cControler fresh[3];
-    };
-
     int runCommand();
     int startWorkspace();
+    void followSession();
+    // Runs one job on this command's port, with this workspace's downgrade permission.
+    JobResult runJob(Job::Kind kind, const QString &file = {}, BoardKind board = BoardKind::Cpu);
+    // The exit status of the job just run, which did not succeed, after saying why and where it
+    // left the instrument.
+    int ended(JobResult result);
     // Connects and identifies; prints the connecting line. Returns the exit status of a port
     // that could not be used or an instrument that did not answer, nothing when connected.
-    std::optional<int> connectInstrument(Connection::Result *result, bool report = true);
-    void disconnectInstrument();
-    bool runEngine(qint16 mode, qint16 board);
-    int exitForAbort();
+    std::optional<int> connectInstrument(bool report = true);
+    // Connects for a backup or a restore, which a board in its bootloader refuses.
+    std::optional<int> connectForParameters(const QString &refusal);
+    std::optional<int> disconnectInstrument();
+    std::optional<int> updateWaitingBoard(BoardKind board);
+    int readAgain();
+    std::optional<int> checkBackupFile(const QString &file);
+    Eligibility::Verdict setConnectionState(bool connected);
     bool lineGone();
-    Boards snapshot();
 
-    void printBoards(const Connection::Result &result, const Boards &boards);
+    void printBoards(const BoardSet &current);
     void printVerdict(const Eligibility::Verdict &verdict);
-    QByteArray identifyJson(const Connection::Result &r, const Boards &snapshot,
-                            const Eligibility::Verdict &verdict) const;
-    QString stateText();
-    QString absolutePath(const QString &path) const;
+    QByteArray identifyJson(const BoardSet &current, const Eligibility::Verdict &verdict) const;
 
+    void onJobEvent(const JobEvent &event);
     void onCurrentAction(const QString &text, bool isError);
     void onTransferProgress(const TransferProgress &progress);
     void endTransferDisplay();
-    void logLine(const QString &text);
 
     CliOptions m_options;
     Console &m_console;
     SerialLine &m_line;
+    Clock &m_clock;
     Workspace::Folders m_folders;
     TerminalOperator m_operator;
-    cComm m_comm;
-    UpdateRun m_run;
     std::unique_ptr<Workspace> m_workspace;
-    std::unique_ptr<Connection> m_connection;
-    bool m_portOpened = false;
+    std::unique_ptr<Session> m_session;
+    bool m_connected = false; // a Connect job opened the port: Disconnect before the end
     Eligibility::Verdict m_filesVerdict;
 
-    RunState m_state;
+    Job::Kind m_job = Job::Kind::Connect; // the job running or run last
+    QStringList m_errorsShown; // the error texts that job has shown
+    QList<BoardKind> m_updated; // the boards the command's earlier jobs updated
     std::optional<TransferProgress> m_transfer; // the transfer being shown
     qint64 m_lastProgressDrawMs = -1;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "boards/Board.h"
+
 #include <QByteArray>
 #include <QtGlobal>
 #include <optional>
@@ -8,9 +10,8 @@
 //
 // Plain values; usable from any thread.
 
-// The board number is also the number in the select telegram "DHR;n".
-enum class BoardKind { Cpu = 0, Meas = 1, Main = 2 };
-
+// The boards are named by the updater's BoardKind (its number is the one in "DHR;n"); every fact
+// about them below is the model's own.
 constexpr BoardKind kAllBoards[] = {BoardKind::Cpu, BoardKind::Meas, BoardKind::Main};
 
 constexpr int boardIndex(BoardKind kind)

@@ -45,6 +45,7 @@ public:
     void InitFromBinFile(const QString &dir, const QString &file, const QString &pattern,
                          BoardKind kind);
     bool ValidBinFile() const { return m_validFile; }
+    void setValidBinFile(bool valid) { m_validFile = valid; }
 
     QString BinFileName() const { return m_binFileName; }
     void setBinFileName(const QString &s) { m_binFileName = s; }

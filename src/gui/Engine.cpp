@@ -3,7 +3,6 @@
 #include "gui/ThreadHandover.h"
 #include "link/QtSerialLine.h"
 
-#include <QDir>
 #include <QThread>
 #include <functional>
 #include <future>
@@ -47,9 +46,7 @@ void EngineWorker::setUp()
 
 void EngineWorker::tearDown()
 {
-    // The port and the line belong to this thread: close and destroy them here.
-    if (m_session)
-        m_session->comm().ClosePort();
+    // The port and the line belong to this thread: the session closes the port as it goes.
     m_session.reset();
     m_link = EngineLink();
 }
@@ -58,12 +55,6 @@ void EngineWorker::run(const EngineJob &job)
 {
     m_session->current() = job.current;
     m_session->fresh() = job.fresh;
-    // The firmware files may live elsewhere than the backups.
-    for (cControler &fresh : m_session->fresh()) {
-        if (!fresh.BinFileName().isEmpty())
-            fresh.setBinFileName(QDir(m_files.firmwareDir).filePath(fresh.BinFileName()));
-    }
-
     EngineOutcome outcome;
     outcome.job = job.job;
     outcome.result = m_session->run(job.job);

@@ -37,7 +37,7 @@ using EngineLinkFactory = std::function<EngineLink(Operator &windows)>;
 EngineLink productLink(Operator &windows);
 
 // A job for the engine thread with copies of the windows' six descriptors, which the session
-// takes over before the job runs (the firmware file names are names in the firmware folder).
+// takes over before the job runs.
 struct EngineJob
 {
     Job job;

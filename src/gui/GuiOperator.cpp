@@ -1,8 +1,9 @@
 #include "GuiOperator.h"
 
-#include "InstructionDialogs.h"
-#include "frmUpdate.h"
+#include "gui/InstructionDialogs.h"
 #include "gui/ThreadHandover.h"
+#include "gui/frmUpdate.h"
+#include "shell/AppInfo.h"
 
 #include <QEventLoop>
 #include <QMessageBox>
@@ -10,6 +11,15 @@
 #include <memory>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+[[noreturn]] void cancelClosing()
+{
+    throw OperatorCancel(u"The program is closing"_s);
+}
+
+} // namespace
 
 GuiOperator::GuiOperator(QObject *parent)
     : QObject(parent)
@@ -66,7 +76,7 @@ void GuiOperator::showAndWait(Show show)
     {
         const std::lock_guard lock(m_mutex);
         if (m_released)
-            return;
+            cancelClosing();
     }
     m_inbox->post([this, show, wait] {
         show([this, wait] {
@@ -78,13 +88,15 @@ void GuiOperator::showAndWait(Show show)
 
     std::unique_lock lock(m_mutex);
     m_answered.wait(lock, [&] { return wait->done || m_released; });
+    if (!wait->done)
+        cancelClosing();
 }
 
-void GuiOperator::messageBox(const QString &text, const QString &title)
+void GuiOperator::messageBox(const QString &text)
 {
-    showAndWait([this, text, title](Done done) {
-        auto *box = new QMessageBox(QMessageBox::Information, title, labelTextOf(text),
-                                    QMessageBox::Ok, dialogParent());
+    showAndWait([this, text](Done done) {
+        auto *box = new QMessageBox(QMessageBox::Information, AppInfo::productTitle(),
+                                    labelTextOf(text), QMessageBox::Ok, dialogParent());
         box->setObjectName(u"operatorMessageBox"_s);
         box->setAttribute(Qt::WA_DeleteOnClose);
         connect(box, &QDialog::finished, this, [done] { done(); });
@@ -98,17 +110,17 @@ void GuiOperator::instruction(Instruction kind, const QStringList &lines)
         QWidget *parent = dialogParent();
         InstructionDialog *dialog = nullptr;
         switch (kind) {
-        case Instruction::General:
+        case Instruction::General: {
             if (m_update && m_update->isVisible()) {
                 m_update->ShowMessage(lines, done);
                 return;
-            } else {
-                auto *general = new frmMsgGeneral(parent);
-                general->Init(lines.value(0), lines.value(1), lines.value(2), lines.value(3),
-                              lines.value(4));
-                dialog = general;
             }
+            auto *general = new frmMsgGeneral(parent);
+            general->Init(lines.value(0), lines.value(1), lines.value(2), lines.value(3),
+                          lines.value(4));
+            dialog = general;
             break;
+        }
         case Instruction::CpuUpdateMode:
             dialog = new frmMsgCPU(parent);
             break;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "link/Operator.h"
 #include "gui/ThreadHandover.h"
+#include "link/Operator.h"
 
 #include <QObject>
 #include <QPointer>
@@ -16,7 +16,8 @@ class frmUpdate;
 // on the GUI thread, and the engine thread waits until the operator has pressed OK. The general
 // instruction dialog goes through the update window (which pauses its animation meanwhile) when
 // that window is up; every dialog is modal over the update window, or over the main window when
-// no run is going on.
+// no run is going on. Once released (the program is closing), every call that would wait for
+// the operator ends the job instead: it throws OperatorCancel.
 //
 // Lives on the GUI thread; messageBox and instruction may be called from any thread.
 class GuiOperator : public QObject, public Operator
@@ -29,12 +30,12 @@ public:
 
     void setWindows(QWidget *mainWindow, frmUpdate *updateWindow);
 
-    void messageBox(const QString &text, const QString &title) override;
+    void messageBox(const QString &text) override;
     void instruction(Instruction kind, const QStringList &lines) override;
     // The engine has its own thread; the windows never wait for it.
     void letEventsRun() override { }
 
-    // Ends every wait at once and lets later calls return at once: the program is closing.
+    // Ends every wait at once, and every later call at once: the program is closing.
     void releaseAll();
 
 private:

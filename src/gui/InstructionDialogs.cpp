@@ -124,19 +124,19 @@ frmMsgGeneral::frmMsgGeneral(QWidget *parent)
     setLines({});
 }
 
-void frmMsgGeneral::Init(const QString &strLine1, const QString &strLine2, const QString &strLine3,
-                         const QString &strLine4, const QString &strLine5)
+void frmMsgGeneral::Init(const QString &line1, const QString &line2, const QString &line3,
+                         const QString &line4, const QString &line5)
 {
-    setLines({strLine1, strLine2, strLine3, strLine4, strLine5});
-    setError(strLine1.startsWith(u"ERROR"_s));
+    setLines({line1, line2, line3, line4, line5});
+    setError(line1.startsWith(u"ERROR"_s));
 
     // Lines 1 and 2 always keep their space; each empty line of 3 to 5 gives back its height.
     int h = 0;
-    if (strLine3.isEmpty())
+    if (line3.isEmpty())
         h = lineLabel(3)->height();
-    if (strLine4.isEmpty())
+    if (line4.isEmpty())
         h = h + lineLabel(4)->height();
-    if (strLine5.isEmpty())
+    if (line5.isEmpty())
         h = h + lineLabel(5)->height();
 
     cmdOk->move(cmdOk->x(), cmdOk->y() - h);

@@ -70,6 +70,6 @@ public:
     static constexpr int kLineHeight = 40;
 
     explicit frmMsgGeneral(QWidget *parent = nullptr);
-    void Init(const QString &strLine1, const QString &strLine2, const QString &strLine3,
-              const QString &strLine4, const QString &strLine5);
+    void Init(const QString &line1, const QString &line2, const QString &line3,
+              const QString &line4, const QString &line5);
 };

@@ -57,6 +57,48 @@ QIcon Pictures::reloadIcon()
     return icon;
 }
 
+namespace {
+
+// The display with a measured value.
+QRectF drawDisplay(QPainter &p, const QRectF &body)
+{
+    const QRectF display(body.left() + body.width() * 0.08, body.top() + body.height() * 0.14,
+                         body.width() * 0.56, body.height() * 0.42);
+    QLinearGradient glass(display.topLeft(), display.bottomLeft());
+    glass.setColorAt(0, QColor(24, 52, 40));
+    glass.setColorAt(1, QColor(12, 32, 24));
+    p.setPen(QPen(QColor(60, 70, 80), 1));
+    p.setBrush(glass);
+    p.drawRoundedRect(display, 3, 3);
+    QFont digits(u"DejaVu Sans Mono"_s);
+    digits.setStyleHint(QFont::Monospace);
+    digits.setBold(true);
+    digits.setPixelSize(qMax(6, int(display.height() * 0.55)));
+    p.setFont(digits);
+    p.setPen(QColor(120, 255, 170));
+    p.drawText(display, Qt::AlignCenter, u"0.000"_s);
+    return display;
+}
+
+// Keys: RESET, ZERO, RANGE, SETUP and the red POWER key.
+void drawKeys(QPainter &p, const QRectF &body, const QRectF &display)
+{
+    const qreal keyW = body.width() * 0.10;
+    const qreal keyH = body.height() * 0.14;
+    const qreal keysTop = body.top() + body.height() * 0.70;
+    for (int i = 0; i < 4; ++i) {
+        const QRectF key(display.left() + i * (keyW * 1.45), keysTop, keyW, keyH);
+        p.setPen(QPen(QColor(90, 98, 110), 1));
+        p.setBrush(QColor(108, 118, 132));
+        p.drawRoundedRect(key, 2, 2);
+    }
+    const QRectF power(body.left() + body.width() * 0.76, keysTop, keyW * 1.2, keyH);
+    p.setBrush(QColor(200, 40, 40));
+    p.drawRoundedRect(power, 2, 2);
+}
+
+} // namespace
+
 QPixmap Pictures::instrumentPicture(const QSize &size, qreal devicePixelRatio)
 {
     QPixmap pixmap(size * devicePixelRatio);
@@ -86,36 +128,8 @@ QPixmap Pictures::instrumentPicture(const QSize &size, qreal devicePixelRatio)
     p.setBrush(housing);
     p.drawRoundedRect(body, h * 0.08, h * 0.08);
 
-    // Display with a measured value.
-    const QRectF display(body.left() + body.width() * 0.08, body.top() + body.height() * 0.14,
-                         body.width() * 0.56, body.height() * 0.42);
-    QLinearGradient glass(display.topLeft(), display.bottomLeft());
-    glass.setColorAt(0, QColor(24, 52, 40));
-    glass.setColorAt(1, QColor(12, 32, 24));
-    p.setPen(QPen(QColor(60, 70, 80), 1));
-    p.setBrush(glass);
-    p.drawRoundedRect(display, 3, 3);
-    QFont digits(u"DejaVu Sans Mono"_s);
-    digits.setStyleHint(QFont::Monospace);
-    digits.setBold(true);
-    digits.setPixelSize(qMax(6, int(display.height() * 0.55)));
-    p.setFont(digits);
-    p.setPen(QColor(120, 255, 170));
-    p.drawText(display, Qt::AlignCenter, u"0.000"_s);
-
-    // Keys: RESET, ZERO, RANGE, SETUP and the red POWER key.
-    const qreal keyW = body.width() * 0.10;
-    const qreal keyH = body.height() * 0.14;
-    const qreal keysTop = body.top() + body.height() * 0.70;
-    for (int i = 0; i < 4; ++i) {
-        const QRectF key(display.left() + i * (keyW * 1.45), keysTop, keyW, keyH);
-        p.setPen(QPen(QColor(90, 98, 110), 1));
-        p.setBrush(QColor(108, 118, 132));
-        p.drawRoundedRect(key, 2, 2);
-    }
-    const QRectF power(body.left() + body.width() * 0.76, keysTop, keyW * 1.2, keyH);
-    p.setBrush(QColor(200, 40, 40));
-    p.drawRoundedRect(power, 2, 2);
+    const QRectF display = drawDisplay(p, body);
+    drawKeys(p, body, display);
 
     // Status LED and the connector.
     p.setPen(Qt::NoPen);

@@ -1,8 +1,8 @@
 #include "StartUp.h"
 
-#include "AppInfo.h"
-#include "Workspace.h"
-#include "frmMain.h"
+#include "gui/frmMain.h"
+#include "shell/AppInfo.h"
+#include "shell/Workspace.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -43,7 +43,7 @@ QString InstanceKey(const QString &programDir)
     const QByteArray id =
         (user + u'\n' + QDir::cleanPath(QDir(programDir).absolutePath())).toUtf8();
     const QByteArray hash = QCryptographicHash::hash(id, QCryptographicHash::Sha1).toHex().left(16);
-    return u"VarimoSentry_Updater-"_s + QString::fromLatin1(hash);
+    return QString::fromLatin1(Workspace::kApplicationName) + u'-' + QString::fromLatin1(hash);
 }
 
 SingleInstance::SingleInstance(const QString &key, QObject *parent)
@@ -86,7 +86,7 @@ bool SingleInstance::claim()
 int run(int argc, char *argv[])
 {
     QApplication app(argc, argv);
-    QApplication::setApplicationName(u"VarimoSentry_Updater"_s);
+    QApplication::setApplicationName(QString::fromLatin1(Workspace::kApplicationName));
     QApplication::setApplicationDisplayName(AppInfo::productTitle());
     QApplication::setApplicationVersion(AppInfo::versionText());
 

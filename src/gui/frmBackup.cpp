@@ -1,6 +1,7 @@
 #include "frmBackup.h"
 
 #include "boards/FirmwareFiles.h"
+#include "gui/userControler.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -34,24 +35,20 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
     auto *grid = new QGridLayout(frame);
     grid->setHorizontalSpacing(12);
     grid->setVerticalSpacing(8);
-    const struct
-    {
-        const char16_t *label;
-        const char16_t *labelName;
-        const char16_t *listName;
-        QComboBox *list;
-    } rows[] = {{u"CPU Board:", u"lblCPU", u"cmbCPU", cmbCPU},
-                {u"Main Board:", u"lblMain", u"cmbMain", cmbMain},
-                {u"Meas. Module:", u"lblMeas", u"cmbMeas", cmbMeas}};
+    m_lists[BoardKind::Cpu] = cmbCPU;
+    m_lists[BoardKind::Main] = cmbMain;
+    m_lists[BoardKind::Meas] = cmbMeas;
     int row = 0;
-    for (const auto &r : rows) {
-        auto *label = new QLabel(QString::fromUtf16(r.label), frame);
-        label->setObjectName(QString::fromUtf16(r.labelName));
-        r.list->setObjectName(QString::fromUtf16(r.listName));
-        r.list->setMinimumWidth(300);
-        r.list->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    for (const BoardKind kind : kPanelOrder) {
+        const BoardControls &controls = boardControls(kind);
+        const QString suffix = QString::fromUtf16(controls.suffix);
+        auto *label = new QLabel(QString::fromUtf16(controls.label), frame);
+        label->setObjectName(u"lbl"_s + suffix);
+        m_lists[kind]->setObjectName(u"cmb"_s + suffix);
+        m_lists[kind]->setMinimumWidth(300);
+        m_lists[kind]->setSizeAdjustPolicy(QComboBox::AdjustToContents);
         grid->addWidget(label, row, 0);
-        grid->addWidget(r.list, row, 1);
+        grid->addWidget(m_lists[kind], row, 1);
         ++row;
     }
     chkXML->setObjectName(u"chkXML"_s);
@@ -75,11 +72,11 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
     connect(CmdBack, &QPushButton::clicked, this, &QDialog::reject);
 }
 
-void frmBackup::Init(const QString &sCPUBin, const QString &sMainBin, const QString &sMeasBin)
+void frmBackup::Init(const QString &cpuBin, const QString &mainBin, const QString &measBin)
 {
-    fillList(cmbCPU, u"CPU"_s, sCPUBin);
-    fillList(cmbMain, u"Main"_s, sMainBin);
-    fillList(cmbMeas, u"Mess"_s, sMeasBin);
+    fillList(cmbCPU, u"CPU"_s, cpuBin);
+    fillList(cmbMain, u"Main"_s, mainBin);
+    fillList(cmbMeas, u"Mess"_s, measBin);
 }
 
 void frmBackup::fillList(QComboBox *list, const QString &prefix, const QString &preselected)
@@ -98,10 +95,9 @@ void frmBackup::fillList(QComboBox *list, const QString &prefix, const QString &
 
 void frmBackup::cmdOk_Click()
 {
-    sTestCPUBin = cmbCPU->currentText();
-    sTestMainBin = cmbMain->currentText();
-    sTestMeasBin = cmbMeas->currentText();
-    bCheckBackup = chkXML->isChecked();
+    for (const BoardKind kind : kPanelOrder)
+        m_testFiles[kind] = m_lists[kind]->currentText();
+    m_checkBackup = chkXML->isChecked();
     m_accepted = true;
     accept();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "boards/Board.h"
+
 #include <QDialog>
 
 class QCheckBox;
@@ -20,13 +22,13 @@ public:
     explicit frmBackup(const QString &folder, QWidget *parent = nullptr);
 
     // Fills the three lists and preselects the given file names.
-    void Init(const QString &sCPUBin, const QString &sMainBin, const QString &sMeasBin);
+    void Init(const QString &cpuBin, const QString &mainBin, const QString &measBin);
 
-    QString sTestCPUBin;
-    QString sTestMainBin;
-    QString sTestMeasBin;
-    bool bCheckBackup = false;
     bool Accepted() const { return m_accepted; }
+    // After OK: the file chosen for the board (empty: leave it as it is), and the choice to check
+    // the backup.
+    QString testFile(BoardKind kind) const { return m_testFiles[kind]; }
+    bool checkBackup() const { return m_checkBackup; }
 
     QComboBox *cmbCPU;
     QComboBox *cmbMain;
@@ -40,5 +42,8 @@ private:
     void cmdOk_Click();
 
     QString m_folder;
+    PerBoard<QComboBox *> m_lists;
+    PerBoard<QString> m_testFiles;
+    bool m_checkBackup = false;
     bool m_accepted = false;
 };

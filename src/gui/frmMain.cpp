@@ -1,25 +1,21 @@
 #include "frmMain.h"
 
-#include "AppInfo.h"
-#include "Eligibility.h"
-#include "Pictures.h"
-#include "boards/FirmwareFiles.h"
-#include "gui/userControler.h"
 #include "gui/InstructionDialogs.h"
+#include "gui/Pictures.h"
 #include "gui/frmBackup.h"
 #include "gui/frmTestPswd.h"
 #include "gui/frmUpdate.h"
+#include "gui/userControler.h"
+#include "shell/AppInfo.h"
+#include "shell/Eligibility.h"
 
 #include <QApplication>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QDir>
-#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
-#include <QLineEdit>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -27,8 +23,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString kSettings = u"Settings"_s;
 
 QFont segoe(qreal points = 9.75, bool bold = false)
 {
@@ -38,9 +32,18 @@ QFont segoe(qreal points = 9.75, bool bold = false)
     return font;
 }
 
-Eligibility::Boards boardsOf(BoardSet &set)
+Job jobOf(Job::Kind kind)
 {
-    return {&set[cControler::eCPU], &set[cControler::eMain], &set[cControler::eMeas]};
+    Job job;
+    job.kind = kind;
+    return job;
+}
+
+Job connectJob(const QString &port)
+{
+    Job job = jobOf(Job::Kind::Connect);
+    job.port = port;
+    return job;
 }
 
 } // namespace
@@ -51,9 +54,9 @@ frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
     , m_workspace({setup.programDir, setup.dataDir})
 {
     setObjectName(u"frmMain"_s);
-    for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain}) {
+    for (const BoardKind kind : kReadOrder) {
         m_current[kind].setControler(kind);
-        m_new[kind].setControler(kind);
+        m_fresh[kind].setControler(kind);
     }
     buildControls();
     Form_Load();
@@ -68,9 +71,11 @@ frmMain::~frmMain()
     QApplication::instance()->removeEventFilter(this);
 }
 
+// --- Controls ------------------------------------------------------------------------------
+// The builders make the controls and their layout; SetTexts gives them their texts.
+
 void frmMain::buildControls()
 {
-    setWindowTitle(AppInfo::productTitle());
     setFont(segoe());
     auto *central = new QWidget(this);
     setCentralWidget(central);
@@ -79,11 +84,38 @@ void frmMain::buildControls()
     Image1->setObjectName(u"Image1"_s);
     Image1->setPixmap(Pictures::instrumentPicture(QSize(132, 84), devicePixelRatioF()));
     Image1->setFixedSize(132, 84);
+    CurrentControler = new userControler(central);
+    CurrentControler->setObjectName(u"CurrentControler"_s);
+    NewControler = new userControler(central);
+    NewControler->setObjectName(u"NewControler"_s);
 
-    fraConnect = new QGroupBox(u"Connection"_s, central);
+    auto *top = new QHBoxLayout;
+    top->setSpacing(14);
+    top->addWidget(Image1, 0, Qt::AlignVCenter);
+    top->addWidget(buildConnectionFrame(central), 1);
+
+    auto *panels = new QHBoxLayout;
+    panels->setSpacing(14);
+    panels->addWidget(CurrentControler, 1);
+    panels->addWidget(NewControler, 1);
+
+    auto *layout = new QVBoxLayout(central);
+    layout->setContentsMargins(16, 14, 16, 14);
+    layout->setSpacing(12);
+    layout->addLayout(top);
+    layout->addWidget(buildStatusFrame(central), 1);
+    layout->addLayout(panels);
+    layout->addLayout(buildButtons(central));
+    resize(640, 450);
+    connectControls();
+}
+
+QWidget *frmMain::buildConnectionFrame(QWidget *parent)
+{
+    fraConnect = new QGroupBox(parent);
     fraConnect->setObjectName(u"fraConnect"_s);
     fraConnect->setFont(segoe(9.75, true));
-    lblComPort = new QLabel(u"COM-Port:"_s, fraConnect);
+    lblComPort = new QLabel(fraConnect);
     lblComPort->setObjectName(u"lblComPort"_s);
     cmbPorts = new QComboBox(fraConnect);
     cmbPorts->setObjectName(u"cmbPorts"_s);
@@ -91,12 +123,11 @@ void frmMain::buildControls()
     cmbPorts->setInsertPolicy(QComboBox::NoInsert);
     cmbPorts->setEditText(u"Combo1"_s);
     cmbPorts->setMinimumWidth(170);
-    cmdConnect = new QPushButton(u"Connect"_s, fraConnect);
+    cmdConnect = new QPushButton(fraConnect);
     cmdConnect->setObjectName(u"cmdConnect"_s);
     cmdConnect->setMinimumWidth(110);
     cmdRetry = new QToolButton(fraConnect);
     cmdRetry->setObjectName(u"cmdRetry"_s);
-    cmdRetry->setText(u"Reload all"_s);
     cmdRetry->setIcon(Pictures::reloadIcon());
     cmdRetry->setIconSize(QSize(22, 22));
     cmdRetry->setToolButtonStyle(Qt::ToolButtonIconOnly);
@@ -104,57 +135,51 @@ void frmMain::buildControls()
     cmdRetry->setFixedSize(34, 30);
     for (QWidget *w : std::initializer_list<QWidget *> {lblComPort, cmbPorts, cmdConnect, cmdRetry})
         w->setFont(segoe());
-    auto *connectRow = new QHBoxLayout(fraConnect);
-    connectRow->setContentsMargins(12, 10, 12, 12);
-    connectRow->setSpacing(8);
-    connectRow->addWidget(lblComPort);
-    connectRow->addWidget(cmbPorts, 1);
-    connectRow->addWidget(cmdConnect);
-    connectRow->addWidget(cmdRetry);
 
-    fraStatus = new QGroupBox(u"Status / Instruction"_s, central);
+    auto *row = new QHBoxLayout(fraConnect);
+    row->setContentsMargins(12, 10, 12, 12);
+    row->setSpacing(8);
+    row->addWidget(lblComPort);
+    row->addWidget(cmbPorts, 1);
+    row->addWidget(cmdConnect);
+    row->addWidget(cmdRetry);
+    return fraConnect;
+}
+
+QWidget *frmMain::buildStatusFrame(QWidget *parent)
+{
+    fraStatus = new QGroupBox(parent);
     fraStatus->setObjectName(u"fraStatus"_s);
     fraStatus->setFont(segoe(9.75, true));
-    lblStatus = new QLabel(u"VARIMOsentry firmware update! DO NOT DISTURB!"_s, fraStatus);
+    lblStatus = new QLabel(fraStatus);
     lblStatus->setObjectName(u"lblStatus"_s);
     lblStatus->setFont(segoe(9.75, true));
     lblStatus->setTextFormat(Qt::PlainText);
     lblStatus->setWordWrap(true);
     lblStatus->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     lblStatus->setMinimumHeight(64);
-    auto *statusBox = new QVBoxLayout(fraStatus);
-    statusBox->setContentsMargins(12, 10, 12, 12);
-    statusBox->addWidget(lblStatus);
+    auto *box = new QVBoxLayout(fraStatus);
+    box->setContentsMargins(12, 10, 12, 12);
+    box->addWidget(lblStatus);
+    return fraStatus;
+}
 
-    CurrentControler = new userControler(central);
-    CurrentControler->setObjectName(u"CurrentControler"_s);
-    NewControler = new userControler(central);
-    NewControler->setObjectName(u"NewControler"_s);
-
-    cmdUpdate = new QPushButton(u"Update"_s, central);
+QLayout *frmMain::buildButtons(QWidget *parent)
+{
+    cmdUpdate = new QPushButton(parent);
     cmdUpdate->setObjectName(u"cmdUpdate"_s);
-    cmdUpdate->setToolTip(u"Update to new version"_s);
-    cmdRestore = new QPushButton(u"Restore"_s, central);
+    cmdRestore = new QPushButton(parent);
     cmdRestore->setObjectName(u"cmdRestore"_s);
-    cmdRestore->setToolTip(u"Restore parameters"_s);
-    cmdTests = new QPushButton(u"Update to version..."_s, central);
+    cmdTests = new QPushButton(parent);
     cmdTests->setObjectName(u"cmdTests"_s);
-    cmdTests->setToolTip(u"Test: Update to any version..."_s);
-    cmdQuit = new QPushButton(u"Quit"_s, central);
+    cmdQuit = new QPushButton(parent);
     cmdQuit->setObjectName(u"cmdQuit"_s);
-    cmdQuit->setToolTip(u"Disconnect and exit program"_s);
     for (QPushButton *b : {cmdUpdate, cmdRestore, cmdTests, cmdQuit})
         b->setMinimumSize(112, 30);
-
-    auto *top = new QHBoxLayout;
-    top->setSpacing(14);
-    top->addWidget(Image1, 0, Qt::AlignVCenter);
-    top->addWidget(fraConnect, 1);
-
-    auto *panels = new QHBoxLayout;
-    panels->setSpacing(14);
-    panels->addWidget(CurrentControler, 1);
-    panels->addWidget(NewControler, 1);
+    // Nothing to update or restore before a connection; the test mode shows its button.
+    cmdUpdate->setEnabled(false);
+    cmdRestore->setEnabled(false);
+    cmdTests->hide();
 
     auto *buttons = new QHBoxLayout;
     buttons->setSpacing(8);
@@ -163,16 +188,11 @@ void frmMain::buildControls()
     buttons->addWidget(cmdUpdate);
     buttons->addWidget(cmdRestore);
     buttons->addWidget(cmdQuit);
+    return buttons;
+}
 
-    auto *layout = new QVBoxLayout(central);
-    layout->setContentsMargins(16, 14, 16, 14);
-    layout->setSpacing(12);
-    layout->addLayout(top);
-    layout->addWidget(fraStatus, 1);
-    layout->addLayout(panels);
-    layout->addLayout(buttons);
-    resize(640, 450);
-
+void frmMain::connectControls()
+{
     connect(cmdConnect, &QPushButton::clicked, this, &frmMain::cmdConnect_Click);
     connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);
     connect(cmdUpdate, &QPushButton::clicked, this, &frmMain::cmdUpdate_Click);
@@ -181,6 +201,38 @@ void frmMain::buildControls()
     connect(cmdTests, &QPushButton::clicked, this, &frmMain::cmdTests_Click);
 }
 
+void frmMain::SetTexts()
+{
+    setWindowTitle(AppInfo::mainWindowTitle());
+    fraConnect->setTitle(u"Connection"_s);
+    lblComPort->setText(u"COM-Port:"_s);
+    showConnectCommand(false);
+    cmdRetry->setText(u"Reload all"_s);
+    cmdRetry->setToolTip(cmdRetry->text());
+    fraStatus->setTitle(u"Status / Instruction"_s);
+    cmdUpdate->setText(u"Update"_s);
+    cmdUpdate->setToolTip(u"Update to new version"_s);
+    cmdRestore->setText(u"Restore Data"_s);
+    cmdRestore->setToolTip(u"Restore parameters to VARIMOsentry"_s);
+    cmdTests->setText(u"Update to version..."_s);
+    cmdTests->setToolTip(u"Test: Update to any version..."_s);
+    cmdQuit->setText(u"Quit"_s);
+    cmdQuit->setToolTip(u"Disconnect and exit program"_s);
+}
+
+void frmMain::showConnectCommand(bool connected)
+{
+    if (connected) {
+        cmdConnect->setText(u"Disconnect"_s);
+        cmdConnect->setToolTip(u"Disconnect VARIMOsentry from COM port"_s);
+    } else {
+        cmdConnect->setText(u"Connect"_s);
+        cmdConnect->setToolTip(u"Connect VARIMOsentry to COM port"_s);
+    }
+}
+
+// --- Start and state -----------------------------------------------------------------------
+
 void frmMain::Form_Load()
 {
     // The window's key handler sees every key before the control that has the focus.
@@ -188,84 +240,60 @@ void frmMain::Form_Load()
 
     InitSettingsAndLog();
     SetTexts();
-
-    const QStringList ports = m_setup.listPorts();
-    for (const QString &port : ports)
-        cmbPorts->addItem(port);
-    cmdTests->hide();
-    const QString lastPort = m_workspace.ini().GetValue(kSettings, u"COMPort"_s, u"COM1"_s);
-    m_portsAvailable = !ports.isEmpty();
-    if (!m_portsAvailable) {
-        cmbPorts->setEnabled(false);
-        ShowStatus(u"ERROR: No COM port available"_s, Eligibility::eError);
-    } else {
-        cmbPorts->setCurrentIndex(0);
-        if (!lastPort.isEmpty())
-            cmbPorts->setEditText(lastPort);
-    }
-    cmdConnect->setEnabled(cmbPorts->isEnabled());
-    cmdRetry->setEnabled(cmbPorts->isEnabled());
-    cmdRestore->setEnabled(false);
-    if (cmbPorts->isEnabled())
-        ShowStatus(Eligibility::instructionLines(), Eligibility::eNormal);
-
-    // The engine gets the settings and the log, as the update window did.
-    m_update = new frmUpdate(this);
-    m_operator.setWindows(this, m_update);
-    m_engine = std::make_unique<Engine>(
-        m_setup.link, m_operator,
-        EngineFiles {&m_workspace.ini(), &m_workspace.log(), m_setup.dataDir, m_setup.programDir});
-    connect(m_engine.get(), &Engine::connectFinished, this, &frmMain::onConnectFinished);
-    connect(m_engine.get(), &Engine::disconnectFinished, this, &frmMain::onDisconnectFinished);
-    connect(m_engine.get(), &Engine::statusTextChanged, m_update, &frmUpdate::setStatusText);
-    connect(m_engine.get(), &Engine::currentActionChanged, m_update, &frmUpdate::SetCurrentAction);
-    connect(m_engine.get(), &Engine::transferProgressChanged, m_update,
-            &frmUpdate::showTransferProgress);
-    connect(m_engine.get(), &Engine::runSucceeded, m_update, &frmUpdate::showSuccess);
-    connect(m_engine.get(), &Engine::runFinished, m_update, &frmUpdate::runFinished);
-    connect(m_update, &QDialog::finished, this, [this] {
-        auto then = std::move(m_afterRun);
-        m_afterRun = nullptr;
-        if (then)
-            then(m_update->Result());
-    });
-    m_engine->start();
-
-    LoadFirmwareFiles();
+    fillPorts();
+    startEngine();
+    m_workspace.LoadFirmwareFiles(m_fresh);
     CheckUpdateFiles();
-    m_strFileCPU = m_new[cControler::eCPU].BinFileName();
-    m_strFileMain = m_new[cControler::eMain].BinFileName();
-    m_strFileMeas = m_new[cControler::eMeas].BinFileName();
-    CurrentControler->UpdateHeader(u"VARIMOsentry"_s);
 }
 
 void frmMain::InitSettingsAndLog()
 {
+    // The log, the settings and what is read from them at start.
     m_workspace.Start();
-    m_nRetryUpdates = m_workspace.RetryUpdates();
-    m_bAllowDowngrade = m_workspace.AllowDowngrade();
-
-    m_bConnected = false;
-    cmdUpdate->setEnabled(false);
-    m_bCheckBackup = false;
 }
 
-void frmMain::SetTexts()
+void frmMain::fillPorts()
 {
-    setWindowTitle(AppInfo::mainWindowTitle());
-    cmdUpdate->setText(u"Update"_s);
-    cmdUpdate->setToolTip(u"Update to new version"_s);
-    cmdConnect->setText(u"Connect"_s);
-    cmdConnect->setToolTip(u"Connect VARIMOsentry to COM port"_s);
-    cmdRestore->setText(u"Restore Data"_s);
-    cmdRestore->setToolTip(u"Restore parameters to VARIMOsentry"_s);
-    cmdQuit->setText(u"Quit"_s);
-    cmdQuit->setToolTip(u"Disconnect and exit program"_s);
-    cmdRetry->setToolTip(u"Reload all"_s);
-    fraConnect->setTitle(u"Connection"_s);
-    fraStatus->setTitle(u"Status / Instruction"_s);
-    lblComPort->setText(u"COM-Port:"_s);
-    CurrentControler->UpdateHeader(u"VARIMOsentry"_s);
+    const QStringList ports = m_setup.listPorts();
+    cmbPorts->addItems(ports);
+    m_portsAvailable = !ports.isEmpty();
+    cmbPorts->setEnabled(m_portsAvailable);
+    cmdConnect->setEnabled(m_portsAvailable);
+    cmdRetry->setEnabled(m_portsAvailable);
+    if (!m_portsAvailable) {
+        ShowStatus(u"ERROR: No COM port available"_s, Eligibility::eError);
+        return;
+    }
+    cmbPorts->setCurrentIndex(0);
+    const QString lastPort = m_workspace.settings().comPort;
+    if (!lastPort.isEmpty())
+        cmbPorts->setEditText(lastPort);
+    ShowStatus(Eligibility::instructionLines(), Eligibility::eNormal);
+}
+
+void frmMain::startEngine()
+{
+    // The engine shares the settings and the log with the window.
+    m_update = new frmUpdate(this);
+    m_operator.setWindows(this, m_update);
+    m_engine =
+        std::make_unique<Engine>(m_setup.link, m_operator,
+                                 SessionFiles {&m_workspace.ini(), &m_workspace.log(),
+                                               m_workspace.dataDir(), m_workspace.programDir()});
+    connect(m_engine.get(), &Engine::jobFinished, this, &frmMain::onJobFinished);
+    connect(m_engine.get(), &Engine::statusTextChanged, m_update, &frmUpdate::setStatusText);
+    connect(m_engine.get(), &Engine::currentActionChanged, m_update, &frmUpdate::SetCurrentAction);
+    connect(m_engine.get(), &Engine::transferProgressChanged, m_update,
+            &frmUpdate::showTransferProgress);
+    connect(m_engine.get(), &Engine::succeeded, m_update, &frmUpdate::showSuccess);
+    connect(m_update, &QDialog::finished, this, [this] {
+        auto then = std::move(m_afterRun);
+        m_afterRun = nullptr;
+        // Closing: no command follows the run.
+        if (then && !m_closing)
+            then(m_update->Result());
+    });
+    m_engine->start();
 }
 
 void frmMain::ShowStatus(const QString &text, int statusKind)
@@ -285,57 +313,36 @@ void frmMain::ShowStatus(const QString &text, int statusKind)
     lblStatus->repaint();
 }
 
-qint16 frmMain::CompareVersions(const QString &sCurrent, const QString &sCompareTo) const
+void frmMain::showBoards()
 {
-    return Eligibility::CompareVersions(sCurrent, sCompareTo);
-}
-
-void frmMain::LoadFirmwareFiles()
-{
-    for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas})
-        m_workspace.LoadFirmwareFile(kind, m_new[kind]);
+    CurrentControler->Init(m_current, true);
+    NewControler->Init(m_fresh, false);
 }
 
 void frmMain::CheckUpdateFiles()
 {
-    const Eligibility::Verdict files =
-        Eligibility::CheckUpdateFiles(boardsOf(m_current), boardsOf(m_new), m_bAllowDowngrade);
-    CurrentControler->Init(m_current[cControler::eCPU], m_current[cControler::eMain],
-                           m_current[cControler::eMeas], true);
-    NewControler->Init(m_new[cControler::eCPU], m_new[cControler::eMain], m_new[cControler::eMeas],
-                       false);
-    if (NewControler->IsOneInvalid()) {
+    const Eligibility::Verdict files = m_workspace.CheckUpdateFiles(m_current, m_fresh);
+    showBoards();
+    if (Eligibility::IsOneInvalid(m_fresh)) {
         cmdUpdate->setEnabled(false);
-        ShowStatus(files.message, Eligibility::eError);
+        ShowStatus(files.message, files.kind);
     }
 }
 
-void frmMain::SetConnectionState(bool bConnected)
+void frmMain::SetConnectionState(bool connected)
 {
-    m_bConnected = bConnected;
-    if (!bConnected) {
-        cmdConnect->setText(u"Connect"_s);
-        cmdConnect->setToolTip(u"Connect VARIMOsentry to COM port"_s);
-        cmdUpdate->setEnabled(false);
+    m_connected = connected;
+    const Eligibility::Verdict verdict =
+        m_workspace.SetConnectionState(m_current, m_fresh, connected, m_portValid, m_comPort);
+    showConnectCommand(connected);
+    if (!connected) {
         // Without an instrument there is nothing to restore to.
         cmdRestore->setEnabled(false);
-        for (const qint32 kind : {cControler::eCPU, cControler::eMain, cControler::eMeas})
-            m_current[kind].setFirmware(QString());
         cmdConnect->setEnabled(cmbPorts->isEnabled());
-        if (m_portValid)
-            ShowStatus(Eligibility::instructionLines(), Eligibility::eNormal);
-        else
-            ShowStatus(u"Invalid port - enter valid RS232-port"_s, Eligibility::eNormal);
-    } else {
-        const Eligibility::Verdict verdict = Eligibility::CheckConnected(
-            boardsOf(m_current), boardsOf(m_new), m_workspace.ini(), m_bAllowDowngrade);
-        cmdUpdate->setEnabled(verdict.updateEnabled);
-        ShowStatus(verdict.message, verdict.kind);
-        cmdConnect->setText(u"Disconnect"_s);
-        cmdConnect->setToolTip(u"Disconnect VARIMOsentry from COM port"_s);
-        m_workspace.ini().SetValue(kSettings, u"COMPort"_s, m_comPort);
     }
-    CheckUpdateFiles();
+    cmdUpdate->setEnabled(verdict.updateEnabled);
+    ShowStatus(verdict.message, verdict.kind);
+    showBoards();
 }
 
 void frmMain::setBusy(bool busy)
@@ -349,13 +356,47 @@ void frmMain::settle()
     emit idle();
 }
 
+void frmMain::disableCommands()
+{
+    for (QWidget *w : std::initializer_list<QWidget *> {cmdQuit, cmdConnect, cmbPorts, cmdRetry,
+                                                        cmdUpdate, cmdRestore})
+        w->setEnabled(false);
+}
+
+void frmMain::runJob(const Job &job)
+{
+    m_engine->run({job, m_current, m_fresh});
+}
+
+void frmMain::onJobFinished(const EngineOutcome &outcome)
+{
+    switch (outcome.job.kind) {
+    case Job::Kind::Connect:
+        if (!m_closing)
+            onConnectFinished(outcome);
+        break;
+    case Job::Kind::Disconnect:
+        // Reload all: the connect queued behind this disconnect decides what the window shows.
+        if (!m_closing && m_engine->pendingJobs() == 0)
+            onDisconnectFinished(outcome);
+        break;
+    default:
+        m_update->runFinished(outcome.result.succeeded());
+        break;
+    }
+    // Closing: the window goes once the instrument is released, after every job asked for.
+    if (m_closing && m_engine->pendingJobs() == 0) {
+        writeClosingLines();
+        m_closed = true;
+        close();
+    }
+}
+
 // --- Connect and Disconnect ----------------------------------------------------------------
 
 void frmMain::cmdConnect_Click()
 {
-    // Kept as it always was: the result is not used.
-    (void)CompareVersions(u"2.00"_s, u"2.05"_s);
-    if (!m_bConnected)
+    if (!m_connected)
         ConnectAndIdentify();
     else
         Disconnect();
@@ -365,52 +406,40 @@ void frmMain::beginConnecting()
 {
     setBusy(true);
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    for (QWidget *w : std::initializer_list<QWidget *> {cmdQuit, cmdConnect, cmbPorts, cmdRetry,
-                                                        cmdUpdate, cmdRestore})
-        w->setEnabled(false);
+    disableCommands();
     ShowStatus(u"Connecting VARIMOsentry to "_s + cmbPorts->currentText() + u"..."_s);
-    m_bConnected = false;
+    m_connected = false;
 }
 
 void frmMain::ConnectAndIdentify()
 {
     beginConnecting();
-    m_engine->connectTo(cmbPorts->currentText());
+    runJob(connectJob(cmbPorts->currentText()));
 }
 
-void frmMain::onConnectFinished(const ConnectOutcome &outcome)
+void frmMain::onConnectFinished(const EngineOutcome &outcome)
 {
-    if (m_closing)
-        return;
-    const Connection::Result &r = outcome.result;
-    for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain})
-        m_current[kind] = outcome.current[kind];
+    const Connection::Result &result = outcome.connection;
+    m_current = outcome.current;
     m_portValid = outcome.portValid;
     m_comPort = outcome.comPort;
-    m_bConnected = r.opened;
-    cmdRestore->setEnabled(false);
+    m_connected = result.boardsRead;
 
-    if (r.bootloaderBoard >= 0) {
+    if (result.bootloaderBoard) {
         // A board waits in its bootloader: update it at once. The connect ends disconnected either
         // way, so the operator connects afresh to the board running its firmware.
-        startRun(UpdateRun::eModeSingleBoard, qint16(r.bootloaderBoard), [this](bool result) {
-            if (!result)
-                LoadFirmwareFiles();
-            CheckUpdateFiles();
-            m_bConnected = false;
+        Job job = jobOf(Job::Kind::SingleBoard);
+        job.board = *result.bootloaderBoard;
+        startRun(job, [this](bool succeeded) {
+            if (!succeeded)
+                m_workspace.LoadFirmwareFiles(m_fresh);
             finishConnecting();
         });
         return;
     }
-
-    m_bConnected = r.boardsRead;
-    if (r.boardsRead && !r.serialNumber.isEmpty()) {
-        m_strSerialNumber = r.serialNumber;
-        CurrentControler->UpdateHeader(u"VARIMOsentry SN "_s + r.serialNumber);
-        m_strBackupFileName = r.backupFileName;
-        m_bConnected = true;
-        if (r.backupExists)
-            cmdRestore->setEnabled(true);
+    if (result.boardsRead && !result.serialNumber.isEmpty()) {
+        m_backupFileName = result.backupFileName;
+        cmdRestore->setEnabled(result.backupExists);
     }
     finishConnecting();
 }
@@ -418,34 +447,24 @@ void frmMain::onConnectFinished(const ConnectOutcome &outcome)
 void frmMain::finishConnecting()
 {
     QApplication::restoreOverrideCursor();
-    for (QWidget *w :
-         std::initializer_list<QWidget *> {cmdQuit, cmdConnect, cmbPorts, cmdRetry, cmdUpdate})
-        w->setEnabled(true);
+    cmdQuit->setEnabled(true);
+    cmdConnect->setEnabled(true);
     cmbPorts->setEnabled(m_portsAvailable);
     cmdRetry->setEnabled(m_portsAvailable);
-    SetConnectionState(m_bConnected);
+    SetConnectionState(m_connected);
     settle();
 }
 
 void frmMain::Disconnect()
 {
     setBusy(true);
-    for (QWidget *w : std::initializer_list<QWidget *> {cmdQuit, cmdConnect, cmbPorts, cmdRetry,
-                                                        cmdUpdate, cmdRestore})
-        w->setEnabled(false);
-    m_engine->disconnectFrom();
+    disableCommands();
+    runJob(jobOf(Job::Kind::Disconnect));
 }
 
-void frmMain::onDisconnectFinished(bool portValid)
+void frmMain::onDisconnectFinished(const EngineOutcome &outcome)
 {
-    m_bConnected = false;
-    m_portValid = portValid;
-    if (m_closing) {
-        writeClosingLines();
-        m_closed = true;
-        close();
-        return;
-    }
+    m_portValid = outcome.portValid;
     cmdQuit->setEnabled(true);
     cmbPorts->setEnabled(m_portsAvailable);
     cmdRetry->setEnabled(m_portsAvailable);
@@ -455,43 +474,38 @@ void frmMain::onDisconnectFinished(bool portValid)
 
 // --- Update, Restore Data, Reload all, Quit ------------------------------------------------
 
-void frmMain::startRun(qint16 mode, qint16 board, std::function<void(bool)> then)
+void frmMain::startRun(const Job &job, std::function<void(bool)> then)
 {
     setBusy(true);
-    UpdateJob job;
-    job.mode = mode;
-    job.board = board;
-    job.current = m_current;
-    job.fresh = m_new;
-    job.backupFileName = m_strBackupFileName;
-    job.checkBackup = m_bCheckBackup;
     m_afterRun = std::move(then);
-    m_update->SetMode(mode);
+    m_update->SetMode(job.kind);
     m_update->open();
-    m_engine->runUpdate(job);
+    runJob(job);
 }
 
 void frmMain::cmdUpdate_Click()
 {
-    startRun(UpdateRun::eModeFull, 0, [this](bool result) {
-        if (result)
-            CheckUpdateFiles();
-        cmdRetry_Click();
-    });
+    Job job = jobOf(Job::Kind::Update);
+    job.checkBackup = m_checkBackup;
+    job.allowDowngrade = m_workspace.AllowDowngrade();
+    startRun(job, [this](bool) { cmdRetry_Click(); });
 }
 
 void frmMain::cmdRestore_Click()
 {
-    startRun(UpdateRun::eModeRestore, -1, [this](bool) { cmdRetry_Click(); });
+    Job job = jobOf(Job::Kind::Restore);
+    job.file = m_backupFileName;
+    startRun(job, [this](bool) { cmdRetry_Click(); });
 }
 
 void frmMain::cmdRetry_Click()
 {
-    LoadFirmwareFiles();
+    m_workspace.LoadFirmwareFiles(m_fresh);
     CheckUpdateFiles();
-    if (m_bConnected) {
+    if (m_connected) {
         beginConnecting();
-        m_engine->reconnect(cmbPorts->currentText());
+        runJob(jobOf(Job::Kind::Disconnect));
+        runJob(connectJob(cmbPorts->currentText()));
         return;
     }
     settle();
@@ -514,7 +528,7 @@ void frmMain::closeEvent(QCloseEvent *event)
         return;
     m_closing = true;
     setEnabled(false);
-    m_engine->disconnectFrom();
+    runJob(jobOf(Job::Kind::Disconnect));
 }
 
 void frmMain::writeClosingLines()
@@ -548,7 +562,7 @@ void frmMain::Form_KeyUp()
         return;
     if (!cmdTests->isHidden()) {
         cmdTests->hide();
-        m_bAllowDowngrade = m_workspace.ini().GetBoolValue(kSettings, u"AllowDowngrade"_s, false);
+        m_workspace.resetAllowDowngrade();
         CheckUpdateFiles();
         return;
     }
@@ -556,15 +570,14 @@ void frmMain::Form_KeyUp()
     auto *password = new frmTestPswd(this);
     password->setAttribute(Qt::WA_DeleteOnClose);
     connect(password, &QDialog::finished, this, [this, password] {
-        if (password->Accepted()) {
-            cmdTests->show();
-            m_bAllowDowngrade = true;
-            CheckUpdateFiles();
-            cmdTests_Click();
-        } else {
-            CheckUpdateFiles();
+        if (!password->Accepted()) {
             settle();
+            return;
         }
+        cmdTests->show();
+        m_workspace.setAllowDowngrade(true);
+        CheckUpdateFiles();
+        cmdTests_Click();
     });
     password->open();
 }
@@ -572,26 +585,27 @@ void frmMain::Form_KeyUp()
 void frmMain::cmdTests_Click()
 {
     setBusy(true);
-    auto *choice = new frmBackup(m_setup.programDir, this);
+    auto *choice = new frmBackup(m_workspace.programDir(), this);
     choice->setAttribute(Qt::WA_DeleteOnClose);
-    choice->Init(m_new[cControler::eCPU].BinFileName(), m_new[cControler::eMain].BinFileName(),
-                 m_new[cControler::eMeas].BinFileName());
+    choice->Init(m_fresh[BoardKind::Cpu].BinFileName(), m_fresh[BoardKind::Main].BinFileName(),
+                 m_fresh[BoardKind::Meas].BinFileName());
     connect(choice, &QDialog::finished, this, [this, choice] {
-        if (choice->Accepted()) {
-            const std::pair<qint32, QString> chosen[] = {{cControler::eCPU, choice->sTestCPUBin},
-                                                         {cControler::eMain, choice->sTestMainBin},
-                                                         {cControler::eMeas, choice->sTestMeasBin}};
-            for (const auto &[kind, file] : chosen) {
-                if (!file.isEmpty())
-                    m_new[kind].InitFromBinFile(m_setup.programDir, file, m_workspace.Pattern(kind),
-                                                kind);
-            }
-            m_bCheckBackup = choice->bCheckBackup;
-            CheckUpdateFiles();
-            if (m_bConnected)
-                SetConnectionState(true);
-        }
+        if (choice->Accepted())
+            takeTestFiles(*choice);
         settle();
     });
     choice->open();
+}
+
+void frmMain::takeTestFiles(const frmBackup &choice)
+{
+    for (const BoardKind kind : kPanelOrder) {
+        const QString file = choice.testFile(kind);
+        if (!file.isEmpty())
+            m_workspace.LoadFirmwareFile(kind, file, m_fresh[kind]);
+    }
+    m_checkBackup = choice.checkBackup();
+    CheckUpdateFiles();
+    if (m_connected)
+        SetConnectionState(true);
 }

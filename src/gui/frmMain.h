@@ -1,11 +1,9 @@
 #pragma once
 
-#include "link/PortList.h"
-#include "shell/Workspace.h"
-#include "shell/cINI.h"
-#include "shell/cLog.h"
 #include "gui/Engine.h"
 #include "gui/GuiOperator.h"
+#include "link/PortList.h"
+#include "shell/Workspace.h"
 
 #include <QMainWindow>
 #include <functional>
@@ -16,6 +14,7 @@ class QGroupBox;
 class QLabel;
 class QPushButton;
 class QToolButton;
+class frmBackup;
 class frmUpdate;
 class userControler;
 
@@ -34,8 +33,9 @@ struct frmMainSetup
 // and carries Connect, Update, Restore Data, Reload all, Quit and the test mode (Ctrl+T).
 //
 // Lives on the GUI thread. Every exchange with the instrument is a job of the engine thread; the
-// window keeps copies of the six board descriptors, hands them to the engine with each run and
-// takes the boards as read back from each connect. While a job runs, the buttons that could start
+// window keeps copies of the six board descriptors, hands them to the engine with each job and
+// takes the boards as read back from each connect. What it shows for a state and whether the
+// update is offered is the workspace's verdict. While a job runs, the buttons that could start
 // another are disabled.
 class frmMain : public QMainWindow
 {
@@ -45,22 +45,19 @@ public:
     explicit frmMain(const frmMainSetup &setup, QWidget *parent = nullptr);
     ~frmMain() override;
 
-    qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo) const;
-    void SetConnectionState(bool bConnected);
+    void SetConnectionState(bool connected);
 
     // For the tests and the start-up's test hook.
-    bool isConnected() const { return m_bConnected; }
+    bool isConnected() const { return m_connected; }
     // No command is under way: no job, no run, no test-mode dialog.
     bool isIdle() const { return !m_busy; }
-    bool allowDowngrade() const { return m_bAllowDowngrade; }
-    bool checkBackup() const { return m_bCheckBackup; }
+    bool allowDowngrade() const { return m_workspace.AllowDowngrade(); }
+    bool checkBackup() const { return m_checkBackup; }
     QString statusText() const { return m_statusText; }
     int statusKind() const { return m_statusKind; }
-    QString backupFileName() const { return m_strBackupFileName; }
+    QString backupFileName() const { return m_backupFileName; }
     const BoardSet &currentBoards() const { return m_current; }
-    const BoardSet &newBoards() const { return m_new; }
     frmUpdate *updateWindow() const { return m_update; }
-    cLog &log() { return m_workspace.log(); }
 
     QGroupBox *fraConnect;
     QLabel *lblComPort;
@@ -87,53 +84,58 @@ protected:
 
 private:
     void buildControls();
+    QWidget *buildConnectionFrame(QWidget *parent);
+    QWidget *buildStatusFrame(QWidget *parent);
+    QLayout *buildButtons(QWidget *parent);
+    void connectControls();
     void Form_Load();
     void InitSettingsAndLog();
     void SetTexts();
+    void fillPorts();
+    void startEngine();
     void ShowStatus(const QString &text, int statusKind = 0);
+    void showBoards();
+    void showConnectCommand(bool connected);
+    void disableCommands();
 
     void cmdConnect_Click();
     void ConnectAndIdentify();
     void beginConnecting();
-    void onConnectFinished(const ConnectOutcome &outcome);
+    void onJobFinished(const EngineOutcome &outcome);
+    void onConnectFinished(const EngineOutcome &outcome);
     void finishConnecting();
     void Disconnect();
-    void onDisconnectFinished(bool portValid);
+    void onDisconnectFinished(const EngineOutcome &outcome);
 
     void cmdUpdate_Click();
     void cmdRestore_Click();
     void cmdRetry_Click();
     void cmdQuit_Click();
     void cmdTests_Click();
+    void takeTestFiles(const frmBackup &choice);
     void Form_KeyUp();
-    void startRun(qint16 mode, qint16 board, std::function<void(bool)> then);
+    void runJob(const Job &job);
+    void startRun(const Job &job, std::function<void(bool)> then);
 
-    void LoadFirmwareFiles();
     void CheckUpdateFiles();
     void setBusy(bool busy);
     void settle();
     void writeClosingLines();
 
     frmMainSetup m_setup;
-    Workspace m_workspace; // the settings file, the log, the firmware file-name patterns
+    Workspace m_workspace; // the settings file, the log, the firmware files and the verdicts
     GuiOperator m_operator;
     std::unique_ptr<Engine> m_engine;
     frmUpdate *m_update = nullptr;
 
     BoardSet m_current;
-    BoardSet m_new;
-    QString m_strFileCPU;
-    QString m_strFileMeas;
-    QString m_strFileMain;
-    qint16 m_nRetryUpdates = 5;
-    bool m_bAllowDowngrade = false;
-    bool m_bConnected = false;
-    bool m_bCheckBackup = false;
+    BoardSet m_fresh;
+    bool m_connected = false;
+    bool m_checkBackup = false;
     bool m_portValid = true;
     bool m_portsAvailable = false;
     QString m_comPort;
-    QString m_strSerialNumber;
-    QString m_strBackupFileName;
+    QString m_backupFileName;
     QString m_statusText;
     int m_statusKind = 0;
 

@@ -53,7 +53,21 @@ frmUpdate::frmUpdate(QWidget *parent)
     setFont(font);
     QFont bold = font;
     bold.setBold(true);
+    buildFrame(bold);
+    buildButtons(bold);
+    setFixedSize(580, 270);
+    m_successFont = bold;
+    m_successFont.setPointSizeF(12);
 
+    Timer1->setObjectName(u"Timer1"_s);
+    Timer1->setInterval(kTimerIntervalMs);
+    connect(Timer1, &QTimer::timeout, this, &frmUpdate::Timer1_Timer);
+    connect(cmdOk, &QPushButton::clicked, this, [this] { done(QDialog::Accepted); });
+    SetMode(std::nullopt);
+}
+
+void frmUpdate::buildFrame(const QFont &bold)
+{
     Frame1->setObjectName(u"Frame1"_s);
     Frame1->setFrameShape(QFrame::StyledPanel);
     Frame1->setFrameShadow(QFrame::Sunken);
@@ -80,7 +94,10 @@ frmUpdate::frmUpdate(QWidget *parent)
     frameLayout->addWidget(progressBar);
     frameLayout->addWidget(lblProgress);
     frameLayout->addStretch(1);
+}
 
+void frmUpdate::buildButtons(const QFont &bold)
+{
     lblStatus2->setObjectName(u"lblStatus2"_s);
     lblStatus2->setFont(bold);
     lblStatus2->setTextFormat(Qt::PlainText);
@@ -100,23 +117,13 @@ frmUpdate::frmUpdate(QWidget *parent)
     layout->addWidget(Frame1, 1);
     layout->addWidget(lblStatus2, 0, Qt::AlignHCenter);
     layout->addLayout(buttons);
-    setFixedSize(580, 270);
-    QFont big = bold;
-    big.setPointSizeF(12);
-    m_successFont = big;
-
-    Timer1->setObjectName(u"Timer1"_s);
-    Timer1->setInterval(kTimerIntervalMs);
-    connect(Timer1, &QTimer::timeout, this, &frmUpdate::Timer1_Timer);
-    connect(cmdOk, &QPushButton::clicked, this, [this] { done(QDialog::Accepted); });
-    SetMode(UpdateRun::eModeUnset);
 }
 
-void frmUpdate::SetMode(qint16 mode)
+void frmUpdate::SetMode(std::optional<Job::Kind> kind)
 {
-    m_mode = mode;
+    m_kind = kind;
     m_result = false;
-    m_running = mode != UpdateRun::eModeUnset;
+    m_running = kind.has_value();
     m_statusText.clear();
     lblStatus->clear();
     lblCurrentAction->clear();
@@ -132,7 +139,7 @@ void frmUpdate::SetMode(qint16 mode)
 void frmUpdate::showEvent(QShowEvent *event)
 {
     QDialog::showEvent(event);
-    if (m_mode == UpdateRun::eModeUnset) {
+    if (!m_kind) {
         // Nobody said what to do: the window goes away at once.
         QTimer::singleShot(0, this, [this] { done(QDialog::Rejected); });
         return;
@@ -177,12 +184,8 @@ void frmUpdate::SetCurrentAction(const QString &text, bool isError)
 {
     lblCurrentAction->setText(text);
     setTextColor(lblCurrentAction, isError ? Qt::red : Qt::black);
-    // The bar belongs to the lines of a running transfer.
-    bool transfer = false;
-    for (const qint32 kind : {cControler::eCPU, cControler::eMeas, cControler::eMain})
-        transfer = transfer || text.startsWith(UpdateRun::textsFor(kind).transfer);
-    if (!transfer || isError)
-        setTransferVisible(false);
+    // The bar belongs to the packets of a running transfer, which come as progress.
+    setTransferVisible(false);
     lblCurrentAction->repaint();
 }
 
@@ -198,6 +201,8 @@ QString frmUpdate::progressText(const TransferProgress &progress)
 
 void frmUpdate::showTransferProgress(const TransferProgress &progress)
 {
+    lblCurrentAction->setText(progress.text);
+    setTextColor(lblCurrentAction, Qt::black);
     progressBar->setRange(0, 1000);
     progressBar->setValue(
         progress.bytesTotal > 0 ? int(progress.bytesSent * 1000 / progress.bytesTotal) : 0);
@@ -232,7 +237,7 @@ void frmUpdate::runFinished(bool result)
     Timer1->stop();
     QApplication::restoreOverrideCursor();
     // A failed run and a restore close the window; a successful update waits for cmdOk.
-    if (!result || m_mode == UpdateRun::eModeRestore)
+    if (!result || m_kind == Job::Kind::Restore)
         done(result ? QDialog::Accepted : QDialog::Rejected);
 }
 

@@ -34,7 +34,6 @@ public:
     // job the window closes at once when it is shown.
     void SetMode(std::optional<Job::Kind> kind);
     bool Result() const { return m_result; }
-    bool isRunning() const { return m_running; }
 
     // The engine's reports. During a transfer each packet's progress brings the current-action
     // line and the progress bar; any other current action ends the bar.

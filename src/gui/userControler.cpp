@@ -1,7 +1,5 @@
 #include "userControler.h"
 
-#include "cControler.h"
-
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QLabel>
@@ -11,6 +9,12 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+const BoardControls kControls[] = {
+    {BoardKind::Cpu, u"CPU Board:", u"CPU"},
+    {BoardKind::Main, u"Main Board:", u"Main"},
+    {BoardKind::Meas, u"Meas. Module:", u"Meas"},
+};
 
 QFont panelFont(bool bold)
 {
@@ -22,15 +26,18 @@ QFont panelFont(bool bold)
 
 } // namespace
 
+const BoardControls &boardControls(BoardKind kind)
+{
+    for (const BoardControls &controls : kControls) {
+        if (controls.kind == kind)
+            return controls;
+    }
+    return kControls[0];
+}
+
 userControler::userControler(QWidget *parent)
     : QWidget(parent)
-    , frmFrame(new QGroupBox(u"New Firmware"_s, this))
-    , lblCPU(new QLabel(u"CPU-Board:"_s, frmFrame))
-    , lblMain(new QLabel(u"Main Board:"_s, frmFrame))
-    , lblMeas(new QLabel(u"Meas. Module:"_s, frmFrame))
-    , txtCPU(new QLineEdit(frmFrame))
-    , txtMain(new QLineEdit(frmFrame))
-    , txtMeas(new QLineEdit(frmFrame))
+    , frmFrame(new QGroupBox(this))
 {
     QFont tahoma(u"Tahoma"_s);
     tahoma.setPointSizeF(8.25);
@@ -44,14 +51,13 @@ userControler::userControler(QWidget *parent)
     form->setVerticalSpacing(8);
     form->setContentsMargins(12, 12, 12, 12);
 
-    const std::pair<QLabel *, QLineEdit *> rows[] = {
-        {lblCPU, txtCPU}, {lblMain, txtMain}, {lblMeas, txtMeas}};
-    const QString names[][2] = {
-        {u"lblCPU"_s, u"txtCPU"_s}, {u"lblMain"_s, u"txtMain"_s}, {u"lblMeas"_s, u"txtMeas"_s}};
-    for (int i = 0; i < 3; ++i) {
-        auto [label, text] = rows[i];
-        label->setObjectName(names[i][0]);
-        text->setObjectName(names[i][1]);
+    for (const BoardKind kind : kPanelOrder) {
+        const BoardControls &controls = boardControls(kind);
+        const QString suffix = QString::fromUtf16(controls.suffix);
+        auto *label = new QLabel(QString::fromUtf16(controls.label), frmFrame);
+        auto *text = new QLineEdit(frmFrame);
+        label->setObjectName(u"lbl"_s + suffix);
+        text->setObjectName(u"txt"_s + suffix);
         label->setFont(panelFont(false));
         text->setFont(panelFont(false));
         text->setReadOnly(true);
@@ -59,6 +65,7 @@ userControler::userControler(QWidget *parent)
         text->setAlignment(Qt::AlignCenter);
         text->setMinimumWidth(110);
         form->addRow(label, text);
+        m_fields[kind] = text;
     }
 
     auto *outer = new QVBoxLayout(this);
@@ -71,34 +78,25 @@ QColor userControler::colorFromBgr(qint32 bgr)
     return QColor(bgr & 0xFF, (bgr >> 8) & 0xFF, (bgr >> 16) & 0xFF);
 }
 
-qint32 userControler::bgrFromColor(const QColor &color)
+void userControler::Init(const BoardSet &boards, bool isCurrent)
 {
-    return color.red() | (color.green() << 8) | (color.blue() << 16);
-}
-
-void userControler::Init(const cControler &cpu, const cControler &main, const cControler &meas,
-                         bool bIsCurrent)
-{
-    lblCPU->setText(u"CPU Board:"_s);
-    lblMain->setText(u"Main Board:"_s);
-    lblMeas->setText(u"Meas. Module:"_s);
-    SetTextAppearance(eTxtCPU, cpu);
-    SetTextAppearance(eTxtMain, main);
-    SetTextAppearance(eTxtMeas, meas);
+    for (const BoardKind kind : kPanelOrder)
+        SetTextAppearance(kind, boards[kind]);
 
     // The serial number shown for the whole instrument is the CPU Board's.
+    const cControler &cpu = boards[BoardKind::Cpu];
     QString header;
     if (!cpu.SerialNumber().isEmpty())
         header = cpu.Firmware().isEmpty() ? u"VARIMOsentry"_s
                                           : u"VARIMOsentry SN "_s + cpu.SerialNumber();
     else
-        header = bIsCurrent ? u"VARIMOsentry"_s : u"New firmware"_s;
+        header = isCurrent ? u"VARIMOsentry"_s : u"New firmware"_s;
     UpdateHeader(header);
 }
 
-void userControler::UpdateHeader(const QString &sHeader)
+void userControler::UpdateHeader(const QString &header)
 {
-    frmFrame->setTitle(sHeader);
+    frmFrame->setTitle(header);
     frmFrame->repaint();
 }
 
@@ -107,22 +105,9 @@ QString userControler::header() const
     return frmFrame->title();
 }
 
-QLineEdit *userControler::field(TextBox box) const
+void userControler::SetTextAppearance(BoardKind kind, const cControler &board)
 {
-    switch (box) {
-    case eTxtCPU:
-        return txtCPU;
-    case eTxtMain:
-        return txtMain;
-    case eTxtMeas:
-        break;
-    }
-    return txtMeas;
-}
-
-void userControler::SetTextAppearance(TextBox eTextBox, const cControler &board)
-{
-    QLineEdit *text = field(eTextBox);
+    QLineEdit *text = m_fields[kind];
     text->setText(board.Firmware());
     QPalette palette = text->palette();
     const QColor color = colorFromBgr(board.Color());
@@ -131,15 +116,4 @@ void userControler::SetTextAppearance(TextBox eTextBox, const cControler &board)
     text->setPalette(palette);
     text->setEnabled(board.Enabled());
     text->setToolTip(board.ToolTipText());
-}
-
-bool userControler::IsOneInvalid() const
-{
-    bool invalid = false;
-    for (const QLineEdit *text : {txtCPU, txtMain, txtMeas}) {
-        const QColor color = text->palette().color(QPalette::Active, QPalette::Text);
-        if (text->text().isEmpty() || bgrFromColor(color) == cControler::kRed)
-            invalid = true;
-    }
-    return invalid;
 }

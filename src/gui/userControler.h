@@ -1,12 +1,23 @@
 #pragma once
 
+#include "boards/cControler.h"
+
 #include <QColor>
 #include <QWidget>
 
 class QGroupBox;
 class QLabel;
 class QLineEdit;
-class cControler;
+
+// How the windows label a board and name its controls: "CPU Board:" beside "lblCPU", "txtCPU",
+// "cmbCPU".
+struct BoardControls
+{
+    BoardKind kind;
+    const char16_t *label;
+    const char16_t *suffix;
+};
+const BoardControls &boardControls(BoardKind kind);
 
 // The panel that shows one set of three boards: the firmware version of the CPU Board, the Main
 // Board and the Measuring Module, each in a read-only field whose colour, enabled state and tool
@@ -19,36 +30,20 @@ class userControler : public QWidget
     Q_OBJECT
 
 public:
-    // Which text field SetTextAppearance sets.
-    enum TextBox { eTxtCPU, eTxtMain, eTxtMeas };
-
     explicit userControler(QWidget *parent = nullptr);
 
     // Fills the three fields from the descriptors and chooses the header: the instrument's serial
     // number when the CPU Board has one and a version, "New firmware" for the files' panel.
-    void Init(const cControler &cpu, const cControler &main, const cControler &meas,
-              bool bIsCurrent);
-    void UpdateHeader(const QString &sHeader);
-    void SetTextAppearance(TextBox eTextBox, const cControler &board);
-
-    // True when any field is empty or shown in pure red (the colour value 255 exactly). Reads the
-    // fields, not descriptors; all three are looked at.
-    bool IsOneInvalid() const;
+    void Init(const BoardSet &boards, bool isCurrent);
+    void UpdateHeader(const QString &header);
+    void SetTextAppearance(BoardKind kind, const cControler &board);
 
     QString header() const;
 
     // Colours are 0x00BBGGRR values: 255 is red, 0xFF0000 blue.
     static QColor colorFromBgr(qint32 bgr);
-    static qint32 bgrFromColor(const QColor &color);
 
 private:
-    QLineEdit *field(TextBox box) const;
-
     QGroupBox *frmFrame;
-    QLabel *lblCPU;
-    QLabel *lblMain;
-    QLabel *lblMeas;
-    QLineEdit *txtCPU;
-    QLineEdit *txtMain;
-    QLineEdit *txtMeas;
+    PerBoard<QLineEdit *> m_fields;
 };

@@ -8,25 +8,25 @@ QString boardLeft(const JobResult &r)
 {
     const QString name = boardName(*r.board);
     switch (r.boardState) {
-    case BoardState::BootloaderUncertain:
+    case BoardCondition::BootloaderUncertain:
         return u"The %1 was left where its bootloader start stopped: still running its old "
                "firmware, or waiting in its bootloader."_s.arg(name);
-    case BoardState::InBootloader:
+    case BoardCondition::InBootloader:
         return u"The %1 was left in its bootloader: the firmware transfer stopped after %2 of %3 "
                "bytes."_s.arg(name)
             .arg(r.bytesSent)
             .arg(r.bytesTotal);
-    case BoardState::FlashedUnconfirmed:
+    case BoardCondition::FlashedUnconfirmed:
         return u"The %1 was left after receiving its new firmware: its restart was not "
                "confirmed."_s.arg(name);
-    case BoardState::FlashedNotRestored:
+    case BoardCondition::FlashedNotRestored:
         return u"The %1 was left running the new firmware %2 without its parameters: restore "
                "them with 'restore'."_s.arg(name, r.firmware);
-    case BoardState::RestoredUnconfirmed:
+    case BoardCondition::RestoredUnconfirmed:
         return u"The %1 was left running the new firmware %2 with its parameters restored; its "
                "restart was not confirmed."_s.arg(name, r.firmware);
-    case BoardState::Untouched:
-    case BoardState::Updated:
+    case BoardCondition::Untouched:
+    case BoardCondition::Updated:
         break;
     }
     return u"The %1 was left untouched."_s.arg(name);

@@ -17,7 +17,7 @@
 enum class Stage { None, Connect, Backup, BootloaderStart, Transfer, RestartWait, Restore };
 
 // Where a board was left when a job ended.
-enum class BoardState {
+enum class BoardCondition {
     Untouched, // nothing was done to it
     BootloaderUncertain, // its bootloader start stopped: old firmware, or waiting in its bootloader
     InBootloader, // the transfer broke off: waiting in its bootloader
@@ -77,7 +77,7 @@ struct JobResult
     // Where it failed (or was cancelled): the board (empty before any board) and the stage.
     std::optional<BoardKind> board;
     Stage stage = Stage::None;
-    BoardState boardState = BoardState::Untouched;
+    BoardCondition boardState = BoardCondition::Untouched;
     // The boards a run finished before it ended.
     QList<BoardKind> updatedBoards;
     // The firmware the failed board was to get, and how far its transfer came.

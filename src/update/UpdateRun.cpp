@@ -87,7 +87,7 @@ JobResult UpdateRun::failWith(const QString &message)
     return finish(false);
 }
 
-void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardState state)
+void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardCondition state)
 {
     if (board != m_result.board && board)
         m_result.firmware = m_fresh[*board].Firmware();
@@ -170,11 +170,11 @@ JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile)
 
 bool UpdateRun::backupInto(const QString &file, bool showFailure)
 {
-    enterStage(std::nullopt, Stage::Backup, BoardState::Untouched);
+    enterStage(std::nullopt, Stage::Backup, BoardCondition::Untouched);
     SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
     if (m_backup.SecureData(QDir(m_files.dataDir).filePath(file))) {
         SetCurrentAction(u"Backup successful completed."_s);
-        enterStage(std::nullopt, Stage::None, BoardState::Untouched);
+        enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
     }
     m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
@@ -191,7 +191,7 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
     bool ok = false;
     int passCounter = 1;
     do {
-        enterStage(board, Stage::BootloaderStart, BoardState::BootloaderUncertain);
+        enterStage(board, Stage::BootloaderStart, BoardCondition::BootloaderUncertain);
         ok = bootloaderAndTransfer(board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
         if (!ok)
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
@@ -200,13 +200,13 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
     if (!ok)
         return false;
 
-    enterStage(board, Stage::Restore, BoardState::FlashedNotRestored);
+    enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
     SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
     LogLine(u"Restoring data..."_s);
     if (!restoreBoard(board, backupFile))
         return false;
     m_result.updatedBoards.append(board);
-    enterStage(std::nullopt, Stage::None, BoardState::Untouched);
+    enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
     return true;
 }
 
@@ -222,7 +222,7 @@ bool UpdateRun::bootloaderAndTransfer(BoardKind board, const QString &imageFile)
         SetCurrentAction(m_result.message, true);
         return false;
     }
-    enterStage(board, Stage::Transfer, BoardState::InBootloader);
+    enterStage(board, Stage::Transfer, BoardCondition::InBootloader);
     SetCurrentAction(text(facts.transferText));
     LogLine(text(facts.transferText));
     if (!m_settings.logParserTele) {
@@ -261,10 +261,10 @@ void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, 
                  : found.Firmware().isEmpty() ? u" not answering"_s
                                               : u" found running firmware "_s + found.Firmware()));
     const bool runsNewFirmware = !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
-    m_result.boardState = found.IsInBTLMode() ? BoardState::InBootloader
-        : runsNewFirmware                     ? BoardState::FlashedNotRestored
+    m_result.boardState = found.IsInBTLMode() ? BoardCondition::InBootloader
+        : runsNewFirmware                     ? BoardCondition::FlashedNotRestored
         : found.Firmware().isEmpty()          ? m_result.boardState
-                                              : BoardState::Untouched;
+                                              : BoardCondition::Untouched;
     if (!runsNewFirmware)
         *passCounter = -1;
 }
@@ -290,7 +290,7 @@ bool UpdateRun::restoreBoard(BoardKind board, const QString &backupFile)
 void UpdateRun::confirmMainBoardRestart()
 {
     // The Main Board runs its restored parameters only after a restart.
-    m_result.boardState = BoardState::RestoredUnconfirmed;
+    m_result.boardState = BoardCondition::RestoredUnconfirmed;
     QByteArray answer;
     do {
         m_comm.Transceive("DHR;0");
@@ -377,7 +377,7 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
         return false;
     }
     m_transferComplete = true;
-    enterStage(board, Stage::RestartWait, BoardState::FlashedUnconfirmed);
+    enterStage(board, Stage::RestartWait, BoardCondition::FlashedUnconfirmed);
     // The board restarts into the new firmware and must identify itself again.
     const bool result = confirmRestart();
     parser.CloseFile();

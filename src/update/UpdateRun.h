@@ -89,7 +89,7 @@ signals:
 private:
     JobResult finish(bool ok);
     void begin();
-    void enterStage(std::optional<BoardKind> board, Stage stage, BoardState state);
+    void enterStage(std::optional<BoardKind> board, Stage stage, BoardCondition state);
     bool backupInto(const QString &file, bool showFailure);
     bool boardSequence(BoardKind board, const QString &backupFile);
     bool bootloaderAndTransfer(BoardKind board, const QString &imageFile);

@@ -152,7 +152,7 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
         InstrumentState::resetToFactory(kind, instrument().board(kind));
     ASSERT_NE(parameters(), before);
 
-    for (qint32 board : {cBackup::eMain, cBackup::eMeas, cBackup::eCPU})
+    for (BoardKind board : {BoardKind::Main, BoardKind::Meas, BoardKind::Cpu})
         ASSERT_TRUE(backup.RestoreData(board, file))
             << backup.CurrAction().toStdString() << ": " << backup.LastError().toStdString();
     EXPECT_EQ(parameters(), before);
@@ -162,7 +162,7 @@ TEST_F(BackupRestoreTest, WriteEnableBeforeEveryTelegramUntilCalibrationClosed)
 {
     ASSERT_TRUE(backup.SecureData(file));
     markTrace();
-    ASSERT_TRUE(backup.RestoreData(cBackup::eMain, file));
+    ASSERT_TRUE(backup.RestoreData(BoardKind::Main, file));
     const QByteArrayList sent = receivedSinceMark();
     ASSERT_EQ(sent.first(), QByteArray("DHR;2"));
     // CEW;1, telegram, CEW;1, telegram ... up to CEO;0, and nothing of the kind after it.
@@ -194,7 +194,7 @@ TEST_F(BackupRestoreTest, ValueGarbledOnItsWayIsWrittenOnceMore)
     instrument().addFault(
         FaultRule::dropBytes(FaultRule::Direction::In, stream.size() + 3 + value.size()));
     markTrace();
-    ASSERT_TRUE(backup.RestoreData(cBackup::eMain, file)) << backup.LastError().toStdString();
+    ASSERT_TRUE(backup.RestoreData(BoardKind::Main, file)) << backup.LastError().toStdString();
     EXPECT_EQ(instrument().parameter(BoardKind::Main, "CH"), value);
     const QByteArrayList sent = receivedSinceMark();
     EXPECT_EQ(std::count_if(sent.begin(), sent.end(),
@@ -208,7 +208,7 @@ TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
     ASSERT_TRUE(backup.SecureData(file));
     instrument().addFault(FaultRule::ignoreTelegram("XUC", FaultRule::kForever));
     markTrace();
-    EXPECT_FALSE(backup.RestoreData(cBackup::eCPU, file));
+    EXPECT_FALSE(backup.RestoreData(BoardKind::Cpu, file));
     EXPECT_EQ(backup.CurrAction(), u"ERROR: Backup CPU Board failed"_s);
     const QByteArrayList sent = receivedSinceMark();
     EXPECT_EQ(sent.count("XUC"), 4 * 3);
@@ -221,7 +221,7 @@ TEST_F(BackupRestoreTest, WrongEchoIsSentOnceMore)
     ASSERT_TRUE(backup.SecureData(file));
     instrument().addFault(FaultRule::answerInstead(
         "CH;" + instrument().board(BoardKind::Main).values.value("CH"), "XY;5", 2));
-    EXPECT_FALSE(backup.RestoreData(cBackup::eMain, file));
+    EXPECT_FALSE(backup.RestoreData(BoardKind::Main, file));
     EXPECT_EQ(backup.LastError(), u"No or Invalid Answer: XY;5"_s);
 }
 
@@ -234,7 +234,7 @@ TEST_F(BackupRestoreTest, MissingOrBrokenBackupFileIsAClearFailureWithNothingSen
     f.close();
     for (const QString &source : {path(u"missing.xml"_s), broken}) {
         markTrace();
-        EXPECT_FALSE(backup.RestoreData(cBackup::eMain, source));
+        EXPECT_FALSE(backup.RestoreData(BoardKind::Main, source));
         EXPECT_TRUE(backup.LastError().contains(source)) << backup.LastError().toStdString();
         EXPECT_TRUE(receivedSinceMark().isEmpty());
     }

@@ -11,27 +11,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-TEST(Controler, KindsAndTheirConstants)
-{
-    const struct
-    {
-        qint32 kind;
-        const char *identity;
-        const char *probe;
-        qint32 packages;
-    } cases[] = {{cControler::eCPU, "VARIMO", "F", 8064},
-                 {cControler::eMeas, "Vm2MM", "DHR;3", 992},
-                 {cControler::eMain, "Vm2PS", "DHR;4", 112},
-                 {7, "", "", 0}};
-    for (const auto &c : cases) {
-        cControler board;
-        board.setControler(c.kind);
-        EXPECT_EQ(board.IdentityText(), QByteArray(c.identity));
-        EXPECT_EQ(board.ProbeTelegram(), QByteArray(c.probe));
-        EXPECT_EQ(board.MaxNumOfPackages(), c.packages);
-    }
-}
-
 TEST(Controler, FillFromIdentityAnswer)
 {
     const struct
@@ -114,7 +93,7 @@ protected:
 TEST_F(InitFromDevice, CpuBoardWithSerialNumber)
 {
     answers = {{"DHR;0", "DHR;0"}, {"KVT", "KVT;VARIMOsentry;2.00;15"}, {"SER", "SER;42"}};
-    EXPECT_TRUE(board.InitFromDevice(&comm, cControler::eCPU));
+    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Cpu));
     EXPECT_EQ(board.Name(), u"VARIMOsentry"_s);
     EXPECT_EQ(board.Firmware(), u"2.00"_s);
     EXPECT_EQ(board.Build(), u"15"_s);
@@ -126,14 +105,14 @@ TEST_F(InitFromDevice, CpuBoardWithSerialNumber)
 TEST_F(InitFromDevice, BadSerialNumberFailsTheReadWithAReason)
 {
     answers = {{"DHR;0", "DHR;0"}, {"KVT", "KVT;VARIMOsentry;2.00;15"}, {"SER", "SER;40000"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eCPU));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Cpu));
     EXPECT_TRUE(board.LastError().contains(u"SER;40000"_s));
 }
 
 TEST_F(InitFromDevice, OtherBoardsSendNoSerialQuery)
 {
     answers = {{"DHR;1", "DHR;1"}, {"KVT", "KVT;Vm2MM-Measure;1.20;3"}};
-    EXPECT_TRUE(board.InitFromDevice(&comm, cControler::eMeas));
+    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Meas));
     EXPECT_EQ(board.SerialNumber(), QString());
     EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;1", "KVT"}));
 }
@@ -141,7 +120,7 @@ TEST_F(InitFromDevice, OtherBoardsSendNoSerialQuery)
 TEST_F(InitFromDevice, MainBoardAnsweringWithTheMeasuringModuleIdentity)
 {
     answers = {{"DHR;2", "DHR;2"}, {"KVT", "KVT;Vm2MM-Measure;1.20;3"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eMain));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
     EXPECT_EQ(board.Name(), QString());
     EXPECT_EQ(board.Firmware(), QString());
     EXPECT_FALSE(board.IsInBTLMode());
@@ -150,7 +129,7 @@ TEST_F(InitFromDevice, MainBoardAnsweringWithTheMeasuringModuleIdentity)
 TEST_F(InitFromDevice, AnswerEndingInCIsABootloaderEvenWithAnIdentity)
 {
     answers = {{"DHR;2", "DHR;2"}, {"KVT", "KVT;Vm2PS;1.02;7C"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eMain));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
     EXPECT_TRUE(board.IsInBTLMode());
     EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;2", "KVT"}));
 }
@@ -166,7 +145,7 @@ TEST_F(InitFromDevice, CpuBootloaderAnnouncementIsAnsweredWithF)
             return {"C"};
         return {w.startsWith("DHR") ? w : QByteArray("KVT;BLCPU;1\r\n")};
     });
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eCPU));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Cpu));
     EXPECT_TRUE(board.IsInBTLMode());
     EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;0", "KVT", "F", "DHR;0", "KVT"}));
 }
@@ -180,14 +159,14 @@ TEST_F(InitFromDevice, ErrorOneAsksOnceMore)
                                 : QByteArray("KVT;VARIMOsentry;2.00;15\r\n")};
         return {w == "SER\r\n" ? QByteArray("SER;42\r\n") : w};
     });
-    EXPECT_TRUE(board.InitFromDevice(&comm, cControler::eCPU));
+    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Cpu));
     EXPECT_EQ(kvts, 2);
 }
 
 TEST_F(InitFromDevice, SilentBoardIsProbedThreeTimesForItsBootloader)
 {
     const qint64 start = clock.elapsedMs();
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eMeas));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Meas));
     EXPECT_FALSE(board.IsInBTLMode());
     const QList<QByteArray> w = line.writes;
     ASSERT_EQ(w.size(), 3 + 3 + 3);
@@ -203,7 +182,7 @@ TEST_F(InitFromDevice, WaitingBootloaderFoundByTheProbe)
             return {"C", 1000};
         return {};
     });
-    EXPECT_FALSE(board.InitFromDevice(&comm, cControler::eMain));
+    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
     EXPECT_TRUE(board.IsInBTLMode());
     EXPECT_EQ(line.writes.count("DHR;4\r\n"), 1);
 }
@@ -213,7 +192,7 @@ struct BinFileCase
     const char *what;
     const char *file; // created with size bytes unless null
     qint64 size;
-    qint32 kind;
+    BoardKind kind;
     const char *firmware;
     qint32 color;
     bool valid;
@@ -246,18 +225,18 @@ TEST_P(InitFromBinFile, ChecksTheImageSize)
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, InitFromBinFile,
-    ::testing::Values(BinFileCase {"no file", nullptr, 0, cControler::eMain, "<not found>", 255,
+    ::testing::Values(BinFileCase {"no file", nullptr, 0, BoardKind::Main, "<not found>", 255,
                                    false},
-                      BinFileCase {"valid", "FW_MAINBOARD_103_CRC1.bin", 14336, cControler::eMain,
+                      BinFileCase {"valid", "FW_MAINBOARD_103_CRC1.bin", 14336, BoardKind::Main,
                                    "1.03", 0, true},
-                      BinFileCase {"empty", "FW_MAINBOARD_103_CRC1.bin", 0, cControler::eMain,
+                      BinFileCase {"empty", "FW_MAINBOARD_103_CRC1.bin", 0, BoardKind::Main,
                                    "<empty>", 255, false},
                       BinFileCase {"one byte too long", "FW_MAINBOARD_103_CRC1.bin", 14337,
-                                   cControler::eMain, "<invalid size>", 255, false},
+                                   BoardKind::Main, "<invalid size>", 255, false},
                       BinFileCase {"size of another board", "FW_MAINBOARD_103_CRC1.bin", 126976,
-                                   cControler::eMain, "<invalid size>", 255, false},
+                                   BoardKind::Main, "<invalid size>", 255, false},
                       BinFileCase {"short version part, valid size", "FW_MAINBOARD_1", 14336,
-                                   cControler::eMain, "", 0, true}),
+                                   BoardKind::Main, "", 0, true}),
     [](const auto &info) { return "case" + std::to_string(info.index); });
 
 } // namespace

@@ -46,12 +46,12 @@ TEST(TerminalOperator, YesGivesUpOnTheFourthRoundUnlessTheRunMovedOn)
                 if (script[i] == 'i')
                     op.instruction(Instruction::General, kNoConnection);
                 else if (script[i] == 'm')
-                    op.messageBox(u"Leave VARIMOsentry setup menu and press OK"_s, u"t"_s);
+                    op.messageBox(u"Leave VARIMOsentry setup menu and press OK"_s);
                 else
                     op.noteProgress();
             });
             if (reason) {
-                EXPECT_EQ(*reason, OperatorAbort::eGaveUp) << tc.script;
+                EXPECT_EQ(*reason, OperatorAbort::Reason::GaveUp) << tc.script;
                 aborted = i;
             }
         }
@@ -66,9 +66,9 @@ TEST(TerminalOperator, WithoutTerminalOrYesAPromptIsAnErrorAndStaysOne)
     Console console(file, file, file);
     TerminalOperator op(console, false);
     EXPECT_EQ(reasonOf([&] { op.instruction(Instruction::General, kNoConnection); }),
-              OperatorAbort::eNoTerminal);
+              OperatorAbort::Reason::NoTerminal);
     // The prompts of the clean-up end the same way, without being shown.
-    EXPECT_EQ(reasonOf([&] { op.messageBox(u"again"_s, u"t"_s); }), OperatorAbort::eNoTerminal);
+    EXPECT_EQ(reasonOf([&] { op.messageBox(u"again"_s); }), OperatorAbort::Reason::NoTerminal);
     EXPECT_EQ(op.promptsShown(), 1);
     std::fclose(file);
 }
@@ -89,7 +89,7 @@ TEST(TerminalOperator, OnATerminalEnterAnswersAndTheEndOfInputAborts)
                   std::nullopt);
         pty.closeMaster(); // the terminal went away: the end of the input
         EXPECT_EQ(reasonOf([&] { op.instruction(Instruction::MainBoardRestart, {u"x"_s}); }),
-                  OperatorAbort::eEndOfInput);
+                  OperatorAbort::Reason::EndOfInput);
     }
     std::fclose(in);
     std::fclose(out);

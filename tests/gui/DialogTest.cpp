@@ -1,8 +1,8 @@
 #include "GuiSupport.h"
-#include "gui/userControler.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/frmBackup.h"
 #include "gui/frmUpdate.h"
+#include "gui/userControler.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -18,14 +18,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-cControler board(const QString &firmware, qint32 color = cControler::kBlack,
-                 const QString &serial = {})
+// Three boards, the CPU Board's given, the others with versions.
+BoardSet boards(const QString &cpuFirmware, const QString &serial = {})
 {
-    cControler c;
-    c.setFirmware(firmware);
-    c.setColor(color);
-    c.setSerialNumber(serial);
-    return c;
+    BoardSet set;
+    set[BoardKind::Cpu].setFirmware(cpuFirmware);
+    set[BoardKind::Cpu].setSerialNumber(serial);
+    set[BoardKind::Main].setFirmware(u"1.02"_s);
+    set[BoardKind::Meas].setFirmware(u"1.20"_s);
+    return set;
 }
 
 struct HeaderCase
@@ -48,40 +49,41 @@ TEST(BoardPanel, ChoosesTheHeaderFromTheCpuBoard)
     };
     userControler panel;
     for (const HeaderCase &c : cases) {
-        const cControler cpu =
-            board(QString::fromLatin1(c.firmware), 0, QString::fromLatin1(c.serial));
-        panel.Init(cpu, board(u"1.02"_s), board(u"1.20"_s), c.isCurrent);
+        panel.Init(boards(QString::fromLatin1(c.firmware), QString::fromLatin1(c.serial)),
+                   c.isCurrent);
         EXPECT_EQ(panel.header(), QString::fromLatin1(c.header)) << c.serial << c.firmware;
     }
     EXPECT_EQ(panel.findChild<QLabel *>(u"lblCPU"_s)->text(), u"CPU Board:"_s);
 }
 
-TEST(BoardPanel, OneInvalidMeansEmptyOrExactlyRed)
+TEST(BoardPanel, ShowsEachBoardAsItsDescriptorSays)
 {
     gui::app();
     struct
     {
-        QString firmware;
-        qint32 color;
-        bool invalid;
+        qint32 color; // 0x00BBGGRR
+        QColor shown;
+        bool enabled;
     } const cases[] = {
-        {u"2.00"_s, cControler::kBlack, false},
-        {u"2.00"_s, cControler::kBlue, false},
-        {u"2.00"_s, cControler::kRed, true},
-        {u"<not found>"_s, 255, true},
-        {u"2.00"_s, 254, false},
-        {u"2.00"_s, 0x0000FF | 0x000100, false},
-        {QString(), cControler::kBlack, true},
+        {cControler::kBlack, QColor(0, 0, 0), true},
+        {cControler::kBlue, QColor(0, 0, 255), true},
+        {cControler::kRed, QColor(255, 0, 0), false},
+        {0x00FF00 | 0x000001, QColor(1, 255, 0), true},
     };
     userControler panel;
     for (const auto &c : cases) {
-        // The odd board is the last one: every field is looked at.
-        panel.Init(board(u"2.00"_s), board(u"1.02"_s), board(c.firmware, c.color), false);
-        EXPECT_EQ(panel.IsOneInvalid(), c.invalid) << c.firmware.toStdString() << " " << c.color;
-        const QColor shown =
-            panel.findChild<QLineEdit *>(u"txtMeas"_s)->palette().color(QPalette::Text);
-        EXPECT_EQ(userControler::bgrFromColor(shown), c.color);
+        BoardSet set = boards(u"2.00"_s);
+        set[BoardKind::Meas].setColor(c.color);
+        set[BoardKind::Meas].setEnabled(c.enabled);
+        set[BoardKind::Meas].setToolTipText(u"FW_MESSMODUL_120-1_CRC9.bin"_s);
+        panel.Init(set, false);
+        const auto *field = panel.findChild<QLineEdit *>(u"txtMeas"_s);
+        EXPECT_EQ(field->text(), u"1.20"_s);
+        EXPECT_EQ(field->palette().color(QPalette::Active, QPalette::Text), c.shown) << c.color;
+        EXPECT_EQ(field->isEnabled(), c.enabled);
+        EXPECT_EQ(field->toolTip(), u"FW_MESSMODUL_120-1_CRC9.bin"_s);
     }
+    EXPECT_EQ(panel.findChild<QLineEdit *>(u"txtMain"_s)->text(), u"1.02"_s);
     gui::screenshot(&panel, u"panel"_s);
 }
 
@@ -127,9 +129,9 @@ TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
 TEST(TestMode, ListsFirmwareFilesByPrefixWithAnEmptyEntryFirst)
 {
     gui::ProgramFolder folder;
-    const QString cpu = folder.writeFirmware(cControler::eCPU, u"2.01"_s);
-    folder.writeFirmware(cControler::eCPU, u"1.90"_s);
-    const QString main = folder.writeFirmware(cControler::eMain, u"1.03"_s);
+    const QString cpu = folder.writeFirmware(BoardKind::Cpu, u"2.01"_s);
+    folder.writeFirmware(BoardKind::Cpu, u"1.90"_s);
+    const QString main = folder.writeFirmware(BoardKind::Main, u"1.03"_s);
     folder.writeFile(u"Messmodul_old_120.bin"_s, 10);
     folder.writeFile(u"CPU_test.BIN"_s, 10);
     folder.writeFile(u"Mainboard_notes.txt"_s, 10);
@@ -156,17 +158,17 @@ TEST(TestMode, ListsFirmwareFilesByPrefixWithAnEmptyEntryFirst)
     dialog.chkXML->setChecked(true);
     dialog.cmdOk->click();
     EXPECT_TRUE(dialog.Accepted());
-    EXPECT_EQ(dialog.sTestCPUBin, u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s);
-    EXPECT_EQ(dialog.sTestMainBin, main);
-    EXPECT_TRUE(dialog.sTestMeasBin.isEmpty());
-    EXPECT_TRUE(dialog.bCheckBackup);
+    EXPECT_EQ(dialog.testFile(BoardKind::Cpu), u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s);
+    EXPECT_EQ(dialog.testFile(BoardKind::Main), main);
+    EXPECT_TRUE(dialog.testFile(BoardKind::Meas).isEmpty());
+    EXPECT_TRUE(dialog.checkBackup());
 }
 
 TEST(UpdateWindow, StatusLineGrowsAndFallsBackPastSixtyFiveCharacters)
 {
     gui::app();
     frmUpdate window;
-    window.SetMode(UpdateRun::eModeFull);
+    window.SetMode(Job::Kind::Update);
     const QString status = u"VARIMOsentry firmware update in progress"_s; // 40 characters
     window.setStatusText(status);
     QStringList seen;
@@ -189,19 +191,20 @@ TEST(UpdateWindow, ShowsTransferProgressAndTheSuccessDisplay)
     owner.resize(700, 500);
     owner.show();
     frmUpdate window(&owner);
-    window.SetMode(UpdateRun::eModeFull);
+    window.SetMode(Job::Kind::Update);
     window.open();
     ASSERT_TRUE(window.Timer1->isActive());
     window.setStatusText(u"VARIMOsentry firmware update in progress"_s);
-    window.SetCurrentAction(UpdateRun::textsFor(cControler::eMain).transfer +
-                                u"(7168 of 14336 Bytes transferred)..."_s,
-                            false);
     TransferProgress progress;
+    progress.board = BoardKind::Main;
     progress.bytesSent = 7168;
     progress.bytesTotal = 14336;
     progress.elapsedMs = 3000;
     progress.remainingMs = 3000;
+    progress.text = u"Sending Main Board binary file (7168 of 14336 Bytes transferred)..."_s;
+    window.SetCurrentAction(u"Sending Main Board binary file "_s, false);
     window.showTransferProgress(progress);
+    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
     EXPECT_TRUE(window.progressBar->isVisible());
     EXPECT_EQ(window.progressBar->value(), 500);
     EXPECT_EQ(window.lblProgress->text(), u"7,168 of 14,336 bytes  \u2013  0:03 remaining"_s);

@@ -55,27 +55,16 @@ ProgramFolder::ProgramFolder()
     app();
 }
 
-QString ProgramFolder::writeFirmware(qint32 kind, const QString &version)
+QString ProgramFolder::writeFirmware(BoardKind kind, const QString &version)
 {
+    // By select number: CPU Board, Measuring Module, Main Board.
+    static const char16_t *const names[] = {u"FW_CPU-BOARD_V%1-017_CRC1234.bin",
+                                            u"FW_MESSMODUL_%1-1_CRC9.bin",
+                                            u"FW_MAINBOARD_%1_CRC5678.bin"};
     QString digits = version;
     digits.remove(u'.');
-    QString name;
-    qint64 size = 0;
-    switch (kind) {
-    case cControler::eCPU:
-        name = u"FW_CPU-BOARD_V%1-017_CRC1234.bin"_s.arg(digits);
-        size = 8064 * 128;
-        break;
-    case cControler::eMeas:
-        name = u"FW_MESSMODUL_%1-1_CRC9.bin"_s.arg(digits);
-        size = 992 * 128;
-        break;
-    default:
-        name = u"FW_MAINBOARD_%1_CRC5678.bin"_s.arg(digits);
-        size = 112 * 128;
-        break;
-    }
-    writeFile(name, size);
+    const QString name = QString::fromUtf16(names[qint32(kind)]).arg(digits);
+    writeFile(name, qint64(boardFacts(kind).packets) * 128);
     return name;
 }
 

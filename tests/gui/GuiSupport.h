@@ -37,7 +37,7 @@ public:
     // A firmware file of the board's exact image size, named after the default pattern with the
     // version ("2.01"): FW_CPU-BOARD_V201-017_CRC1234.bin, FW_MAINBOARD_103_CRC5678.bin,
     // FW_MESSMODUL_121-1_CRC9.bin.
-    QString writeFirmware(qint32 kind, const QString &version);
+    QString writeFirmware(BoardKind kind, const QString &version);
     void writeFile(const QString &name, qint64 size);
     void writeSettings(const QString &text);
     QString readText(const QString &name) const;

@@ -1,8 +1,8 @@
 #include "GuiSupport.h"
-#include "gui/userControler.h"
-#include "shell/AppInfo.h"
 #include "gui/frmBackup.h"
 #include "gui/frmTestPswd.h"
+#include "gui/userControler.h"
+#include "shell/AppInfo.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -35,9 +35,9 @@ class MainWindow : public ::testing::Test
 protected:
     void SetUp() override
     {
-        folder.writeFirmware(cControler::eCPU, u"2.01"_s);
-        folder.writeFirmware(cControler::eMain, u"1.03"_s);
-        folder.writeFirmware(cControler::eMeas, u"1.21"_s);
+        folder.writeFirmware(BoardKind::Cpu, u"2.01"_s);
+        folder.writeFirmware(BoardKind::Main, u"1.03"_s);
+        folder.writeFirmware(BoardKind::Meas, u"1.21"_s);
     }
 
     gui::ProgramFolder folder;
@@ -114,7 +114,7 @@ TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
     EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
     EXPECT_EQ(w->backupFileName(), u"VarimoSentry_Backup_00042.xml"_s);
     // Boards that will be upgraded are shown blue.
-    EXPECT_EQ(w->currentBoards()[cControler::eMain].Color(), cControler::kBlue);
+    EXPECT_EQ(w->currentBoards()[BoardKind::Main].Color(), cControler::kBlue);
     EXPECT_TRUE(folder.readText(u"VarimoSentry_Updater.ini"_s).contains(u"COMPort=COM1"_s));
     gui::screenshot(w.window.get(), u"main-connected"_s);
 
@@ -208,7 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
 {
-    folder.writeFirmware(cControler::eCPU, u"1.90"_s);
+    folder.writeFirmware(BoardKind::Cpu, u"1.90"_s);
     gui::WindowUnderTest w(folder, gui::scriptedLink(instrument));
     ASSERT_TRUE(w.connect());
 
@@ -249,7 +249,7 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     EXPECT_EQ(fieldText(w->NewControler, "txtCPU"), u"1.90"_s);
     EXPECT_TRUE(w->checkBackup());
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
-    EXPECT_EQ(w->currentBoards()[cControler::eCPU].Color(), cControler::kRed);
+    EXPECT_EQ(w->currentBoards()[BoardKind::Cpu].Color(), cControler::kRed);
     gui::screenshot(w.window.get(), u"main-testmode"_s);
 
     QTest::keyClick(w->cmbPorts, Qt::Key_T, Qt::ControlModifier);

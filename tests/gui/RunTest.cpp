@@ -1,9 +1,9 @@
 #include "FirmwareImage.h"
 #include "GuiSupport.h"
 #include "SimulatedInstrument.h"
-#include "gui/userControler.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/frmUpdate.h"
+#include "gui/userControler.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -57,10 +57,10 @@ public:
         , m_instrument(instrument)
     {
     }
-    void messageBox(const QString &text, const QString &title) override
+    void messageBox(const QString &text) override
     {
         m_instrument.press(PanelKey::MenuClose);
-        m_windows.messageBox(text, title);
+        m_windows.messageBox(text);
     }
     void instruction(Instruction kind, const QStringList &lines) override
     {

@@ -35,9 +35,9 @@ TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
     ASSERT_TRUE(comm.OpenPort()) << comm.lastError().toStdString();
 
     cControler cpu, meas, main;
-    ASSERT_TRUE(cpu.InitFromDevice(&comm, cControler::eCPU));
-    ASSERT_TRUE(meas.InitFromDevice(&comm, cControler::eMeas));
-    ASSERT_TRUE(main.InitFromDevice(&comm, cControler::eMain));
+    ASSERT_TRUE(cpu.InitFromDevice(&comm, BoardKind::Cpu));
+    ASSERT_TRUE(meas.InitFromDevice(&comm, BoardKind::Meas));
+    ASSERT_TRUE(main.InitFromDevice(&comm, BoardKind::Main));
     EXPECT_EQ(cpu.Firmware(), u"2.00"_s);
     EXPECT_EQ(cpu.SerialNumber(), u"00042"_s);
     EXPECT_EQ(meas.Firmware(), u"1.20"_s);

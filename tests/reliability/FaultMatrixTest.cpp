@@ -185,9 +185,9 @@ struct Bench
         if (!connect().connected)
             return false;
         const std::pair<qint32, QString> patterns[] = {
-            {cControler::eCPU, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
-            {cControler::eMain, u"FW_MAINBOARD_XXX_CRC"_s},
-            {cControler::eMeas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
+            {BoardKind::Cpu, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
+            {BoardKind::Main, u"FW_MAINBOARD_XXX_CRC"_s},
+            {BoardKind::Meas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
         for (const auto &[kind, pattern] : patterns)
             run.fresh(kind).InitFromBinFile(
                 dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
@@ -270,7 +270,7 @@ struct Reference
 qint32 boardOfBackupTelegram(int index)
 {
     // Main Board: select, identity, 8 queries, "DHR;0"; Measuring Module: select, identity, 43.
-    return index < 11 ? cControler::eMain : index < 56 ? cControler::eMeas : cControler::eCPU;
+    return index < 11 ? BoardKind::Main : index < 56 ? BoardKind::Meas : BoardKind::Cpu;
 }
 
 QString boardName(qint32 kind)
@@ -302,7 +302,7 @@ std::vector<Step> stepsOf(Phase phase)
         telegrams(ref.backup.mid(0, 143), boardOfBackupTelegram);
         break;
     case Phase::Restore: {
-        qint32 board = cControler::eMain;
+        qint32 board = BoardKind::Main;
         for (int i = 0; i < ref.restore.size(); ++i) {
             if (ref.restore[i].startsWith("DHR;"))
                 board = ref.restore[i].mid(4).toInt();
@@ -313,7 +313,7 @@ std::vector<Step> stepsOf(Phase phase)
         break;
     }
     default:
-        for (qint32 kind : {cControler::eMain, cControler::eMeas, cControler::eCPU}) {
+        for (qint32 kind : {BoardKind::Main, BoardKind::Meas, BoardKind::Cpu}) {
             const int n = packetsOf(kind);
             if (phase == Phase::Bootloader)
                 steps.push_back({boardName(kind), kind, -1, {}, 0});
@@ -401,7 +401,7 @@ std::array<QByteArray, 3> versionsFor(Phase phase, qint32 board)
 {
     std::array<QByteArray, 3> v {"2.00", "1.20", "1.02"};
     const std::array<QByteArray, 3> newer {"2.01", "1.21", "1.03"};
-    const qint32 target = phase == Phase::Backup ? cControler::eMain : board;
+    const qint32 target = phase == Phase::Backup ? BoardKind::Main : board;
     if (target >= 0)
         v[size_t(target)] = newer[size_t(target)];
     return v;
@@ -497,7 +497,7 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
         } else {
             o.silentLoss = backupLists(b.path(kBackupName)) != ref.lists;
             if (result) {
-                const qint32 target = phase == Phase::Backup ? cControler::eMain : step.board;
+                const qint32 target = phase == Phase::Backup ? BoardKind::Main : step.board;
                 o.check(b.inst().board(BoardKind(target)).firmware ==
                             versionsFor(phase, step.board)[size_t(target)],
                         u"success without the new firmware"_s);

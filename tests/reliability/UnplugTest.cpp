@@ -35,7 +35,7 @@ public:
         : m_sim(sim)
     {
     }
-    void messageBox(const QString &, const QString &) override { }
+    void messageBox(const QString &) override { }
     void instruction(Instruction, const QStringList &lines) override
     {
         if (!reportedAfterMs)
@@ -91,14 +91,14 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
 
     UpdateRun run(clock, op);
     run.Init(&ini, &log, dir.path());
-    run.fresh(cControler::eMain)
-        .InitFromBinFile(dir.path(), files[1], u"FW_MAINBOARD_XXX_CRC"_s, cControler::eMain);
+    run.fresh(BoardKind::Main)
+        .InitFromBinFile(dir.path(), files[1], u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
     int packets = 0;
     QObject::connect(&run, &UpdateRun::transferProgressChanged, [&](const TransferProgress &) {
         ++packets;
         op.sinceLastBlock.start(); // the last block acknowledged before the adapter went
     });
-    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, cControler::eMain);
+    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
     EXPECT_FALSE(run.run());
     // The ACK of the last block may be lost with the line.
     EXPECT_GE(packets, kUnplugAfterPacket - 1);
@@ -116,7 +116,7 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     Connection connection(comm, ini, log, run, dir.path());
     const Connection::Result r = connection.ConnectAndIdentify(link);
     EXPECT_TRUE(r.opened) << r.error.toStdString();
-    EXPECT_EQ(r.bootloaderBoard, cControler::eMain);
+    EXPECT_EQ(r.bootloaderBoard, BoardKind::Main);
 
     // The figure for docs/reliability.md (a wall-clock time: recorded, not asserted).
     QDir(QStringLiteral(VARIMO_TEST_BINARY_DIR)).mkpath(u"reliability"_s);

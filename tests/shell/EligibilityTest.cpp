@@ -1,6 +1,7 @@
 #include "shell/Eligibility.h"
 
 #include "boards/cControler.h"
+#include "shell/Settings.h"
 #include "shell/cINI.h"
 
 #include <QFile>
@@ -45,17 +46,16 @@ struct EligibilityCase
 class Check : public ::testing::TestWithParam<EligibilityCase>
 {
 protected:
-    static void fill(cControler (&boards)[3], const Side &side, bool isFile)
+    static void fill(BoardSet &boards, const Side &side)
     {
         const char *versions[] = {side.cpu, side.main, side.meas};
         for (int i = 0; i < 3; ++i) {
-            boards[i].setName(u"board"_s);
-            boards[i].setFirmware(QString::fromLatin1(versions[i]));
-            if (isFile && QByteArray(versions[i]).startsWith('<'))
-                boards[i].setColor(cControler::kRed);
+            cControler &board = boards[kPanelOrder[i]];
+            board.setName(u"board"_s);
+            board.setFirmware(QString::fromLatin1(versions[i]));
+            board.setValidBinFile(!QByteArray(versions[i]).startsWith('<'));
         }
     }
-    static Boards boardsOf(cControler (&b)[3]) { return {&b[0], &b[1], &b[2]}; }
 };
 
 TEST_P(Check, GivesTheVerdictOfTheConnectedWindow)
@@ -69,12 +69,11 @@ TEST_P(Check, GivesTheVerdictOfTheConnectedWindow)
     f.write(c.settings);
     f.close();
 
-    cControler current[3], files[3];
-    fill(current, c.current, false);
-    fill(files, c.files, true);
-    Verdict v = CheckConnected(boardsOf(current), boardsOf(files), ini, c.allowDowngrade);
-    const Verdict fileVerdict =
-        CheckUpdateFiles(boardsOf(current), boardsOf(files), c.allowDowngrade);
+    BoardSet current, files;
+    fill(current, c.current);
+    fill(files, c.files);
+    Verdict v = CheckConnected(current, files, Settings::read(ini), c.allowDowngrade);
+    const Verdict fileVerdict = CheckUpdateFiles(current, files, c.allowDowngrade);
     if (!fileVerdict.message.isEmpty())
         v = fileVerdict;
     EXPECT_EQ(v.updateEnabled, c.enabled) << c.what;
@@ -177,46 +176,49 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(CheckUpdateFiles, ColoursTheBoardsThatWillChange)
 {
-    cControler current[3], files[3];
+    BoardSet current, files;
     const char *cur[] = {"2.00", "1.05", "1.30"};
     const char *fil[] = {"2.01", "1.05", "1.25"};
     for (int i = 0; i < 3; ++i) {
-        current[i].setName(u"b"_s);
-        current[i].setFirmware(QString::fromLatin1(cur[i]));
-        current[i].setColor(12345);
-        files[i].setName(u"f"_s);
-        files[i].setFirmware(QString::fromLatin1(fil[i]));
+        const BoardKind kind = kPanelOrder[i];
+        current[kind].setName(u"b"_s);
+        current[kind].setFirmware(QString::fromLatin1(cur[i]));
+        current[kind].setColor(12345);
+        files[kind].setName(u"f"_s);
+        files[kind].setFirmware(QString::fromLatin1(fil[i]));
+        files[kind].setValidBinFile(true);
     }
-    const Boards c {&current[0], &current[1], &current[2]};
-    const Boards f {&files[0], &files[1], &files[2]};
-    CheckUpdateFiles(c, f, false);
-    EXPECT_EQ(current[0].Color(), cControler::kBlue);
-    EXPECT_EQ(current[1].Color(), cControler::kBlack);
-    EXPECT_EQ(current[2].Color(), cControler::kBlack);
-    CheckUpdateFiles(c, f, true);
-    EXPECT_EQ(current[2].Color(), cControler::kRed);
+    CheckUpdateFiles(current, files, false);
+    EXPECT_EQ(current[BoardKind::Cpu].Color(), cControler::kBlue);
+    EXPECT_EQ(current[BoardKind::Main].Color(), cControler::kBlack);
+    EXPECT_EQ(current[BoardKind::Meas].Color(), cControler::kBlack);
+    EXPECT_FALSE(JudgeBoard(current[BoardKind::Meas], files[BoardKind::Meas], false).needsUpdate());
+    CheckUpdateFiles(current, files, true);
+    EXPECT_EQ(current[BoardKind::Meas].Color(), cControler::kRed);
+    EXPECT_TRUE(JudgeBoard(current[BoardKind::Meas], files[BoardKind::Meas], true).needsUpdate());
 
-    // A board not read keeps its colour.
-    current[1].setFirmware(QString());
-    current[1].setColor(777);
-    CheckUpdateFiles(c, f, true);
-    EXPECT_EQ(current[1].Color(), 777);
+    // A board not read keeps its colour; a board without a usable file is not updated.
+    current[BoardKind::Main].setFirmware(QString());
+    current[BoardKind::Main].setColor(777);
+    CheckUpdateFiles(current, files, true);
+    EXPECT_EQ(current[BoardKind::Main].Color(), 777);
+    files[BoardKind::Cpu].setValidBinFile(false);
+    EXPECT_FALSE(JudgeBoard(current[BoardKind::Cpu], files[BoardKind::Cpu], false).needsUpdate());
 }
 
-TEST(IsOneInvalid, EmptyTextOrExactlyRed)
+TEST(IsOneInvalid, EmptyVersionOrInvalidFile)
 {
-    cControler b[3];
-    for (auto &x : b)
-        x.setFirmware(u"1.00"_s);
-    const Boards boards {&b[0], &b[1], &b[2]};
-    EXPECT_FALSE(IsOneInvalid(boards));
-    b[2].setColor(254); // another shade of red
-    EXPECT_FALSE(IsOneInvalid(boards));
-    b[2].setColor(255);
-    EXPECT_TRUE(IsOneInvalid(boards));
-    b[2].setColor(0);
-    b[0].setFirmware(QString());
-    EXPECT_TRUE(IsOneInvalid(boards));
+    BoardSet files;
+    for (cControler &file : files) {
+        file.setFirmware(u"1.00"_s);
+        file.setValidBinFile(true);
+    }
+    EXPECT_FALSE(IsOneInvalid(files));
+    files[BoardKind::Meas].setValidBinFile(false);
+    EXPECT_TRUE(IsOneInvalid(files));
+    files[BoardKind::Meas].setValidBinFile(true);
+    files[BoardKind::Cpu].setFirmware(QString());
+    EXPECT_TRUE(IsOneInvalid(files));
 }
 
 } // namespace

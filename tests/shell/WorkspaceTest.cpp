@@ -2,8 +2,6 @@
 
 #include "boards/cControler.h"
 #include "link/Clock.h"
-#include "support/ScriptedOperator.h"
-#include "update/UpdateRun.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,8 +23,7 @@ protected:
         writeFile(u"FW_MAINBOARD_103_CRC2.bin"_s, 112 * 128);
         writeFile(u"FW_MESSMODUL_121-4_CRC3.bin"_s, 992 * 128);
         workspace.Start();
-        run.Init(&workspace.ini(), &workspace.log(), dir.path());
-        workspace.LoadFirmwareFiles(run);
+        workspace.LoadFirmwareFiles(fresh);
     }
     void writeFile(const QString &name, qint64 size)
     {
@@ -36,11 +33,11 @@ protected:
     }
     void setCurrent(const char *cpu, const char *main, const char *meas)
     {
-        const std::pair<qint32, const char *> boards[] = {
-            {cControler::eCPU, cpu}, {cControler::eMain, main}, {cControler::eMeas, meas}};
+        const std::pair<BoardKind, const char *> boards[] = {
+            {BoardKind::Cpu, cpu}, {BoardKind::Main, main}, {BoardKind::Meas, meas}};
         for (const auto &[kind, version] : boards) {
-            run.current(kind).setName(u"board"_s);
-            run.current(kind).setFirmware(QString::fromLatin1(version));
+            current[kind].setName(u"board"_s);
+            current[kind].setFirmware(QString::fromLatin1(version));
         }
     }
     QByteArray logText() const
@@ -51,9 +48,9 @@ protected:
 
     QTemporaryDir dir;
     VirtualClock clock;
-    ScriptedOperator op;
     Workspace workspace {{dir.path(), dir.path()}, &clock};
-    UpdateRun run {clock, op};
+    BoardSet current;
+    BoardSet fresh;
 };
 
 TEST_F(WorkspaceTest, StartsAndStopsWithTheLogLinesOfTheWindows)
@@ -92,15 +89,16 @@ TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
     for (const auto &tc : cases) {
         if (tc.removeMainFile) {
             QFile::remove(dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
-            workspace.LoadFirmwareFiles(run);
+            workspace.LoadFirmwareFiles(fresh);
         }
         setCurrent(tc.cpu, "1.02", "1.20");
         const Eligibility::Verdict v =
-            workspace.SetConnectionState(run, tc.connected, tc.portValid, u"/dev/ttyUSB1"_s);
+            workspace.SetConnectionState(current, fresh, tc.connected, tc.portValid,
+                                         u"/dev/ttyUSB1"_s);
         EXPECT_EQ(v.updateEnabled, tc.enabled) << tc.what;
         EXPECT_EQ(v.message, tc.message) << tc.what;
         if (!tc.connected) {
-            EXPECT_TRUE(run.current(cControler::eCPU).Firmware().isEmpty()) << tc.what;
+            EXPECT_TRUE(current[BoardKind::Cpu].Firmware().isEmpty()) << tc.what;
         }
     }
     // The port of a connection is the one preselected next time.
@@ -119,10 +117,9 @@ TEST_F(WorkspaceTest, FirmwareFilesComeFromTheProgramFolderAndTheRestFromTheData
 
     Workspace split({dir.path(), elsewhere.data}, &clock);
     split.Start();
-    split.LoadFirmwareFiles(run);
-    split.UseFullFirmwarePaths(run);
-    EXPECT_EQ(run.fresh(cControler::eMain).BinFileName(),
-              dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
+    BoardSet files;
+    split.LoadFirmwareFiles(files);
+    EXPECT_TRUE(files[BoardKind::Main].ValidBinFile());
     EXPECT_EQ(split.pathFor(u"b.xml"_s), QDir(elsewhere.data).filePath(u"b.xml"_s));
     EXPECT_TRUE(QFile::exists(QDir(elsewhere.data).filePath(u"VarimoSentry_Updater.txt"_s)));
 }

@@ -1,13 +1,13 @@
 #include "ScriptedOperator.h"
 
-void ScriptedOperator::messageBox(const QString &text, const QString &title)
+void ScriptedOperator::messageBox(const QString &text)
 {
-    record({Prompt::MessageBox, Instruction::General, {text}, title});
+    record({Prompt::MessageBox, Instruction::General, {text}});
 }
 
 void ScriptedOperator::instruction(Instruction kind, const QStringList &lines)
 {
-    record({Prompt::Instruction, kind, lines, {}});
+    record({Prompt::Instruction, kind, lines});
 }
 
 void ScriptedOperator::record(Prompt prompt)

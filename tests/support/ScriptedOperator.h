@@ -15,12 +15,11 @@ public:
         enum Kind { MessageBox, Instruction } kind;
         Operator::Instruction instruction = Operator::Instruction::General;
         QStringList lines; // the message box's text as one line, or the dialog's lines
-        QString title;
     };
 
     using Reaction = std::function<void(const Prompt &)>;
 
-    void messageBox(const QString &text, const QString &title) override;
+    void messageBox(const QString &text) override;
     void instruction(Instruction kind, const QStringList &lines) override;
     void letEventsRun() override { ++eventRuns; }
 

@@ -85,7 +85,7 @@ TEST(FlashUpdateToRx, DeliversTheImageByteExact)
 
     UpdateRun run(clock, op);
     run.Init(&ini, &log, dir.path());
-    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, cControler::eMain);
+    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
 
     // rx exits once it has acknowledged the end of transmission. It takes an end only after a
     // second or two of quiet, while the updater repeats it every second, so rx may never see one
@@ -110,7 +110,7 @@ TEST(FlashUpdateToRx, DeliversTheImageByteExact)
     });
     // As a bootloader start would: wait until the receiver asks with "C".
     ASSERT_TRUE(comm.ReadT(5000, "C").endsWith('C'));
-    const bool restarted = run.FlashUpdate(imagePath, cControler::eMain);
+    const bool restarted = run.FlashUpdate(imagePath, BoardKind::Main);
     watcher.join();
 
     EXPECT_FALSE(restarted); // rx is no board: nothing answers "KVT" afterwards

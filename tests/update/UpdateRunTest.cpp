@@ -29,9 +29,9 @@ protected:
         {
             qint32 kind;
             QString pattern;
-        } patterns[] = {{cControler::eCPU, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
-                        {cControler::eMain, u"FW_MAINBOARD_XXX_CRC"_s},
-                        {cControler::eMeas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
+        } patterns[] = {{BoardKind::Cpu, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
+                        {BoardKind::Main, u"FW_MAINBOARD_XXX_CRC"_s},
+                        {BoardKind::Meas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
         for (const auto &p : patterns)
             run.fresh(p.kind).InitFromBinFile(
                 dir.path(), modHelper::FindNewestFile(dir.path(), p.pattern), p.pattern, p.kind);
@@ -126,7 +126,7 @@ TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
     cBackup backup; // the backup of an earlier run, which the single-board update restores
     backup.Init(&comm);
     ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
-    ASSERT_TRUE(runMode(UpdateRun::eModeSingleBoard, cControler::eMain));
+    ASSERT_TRUE(runMode(UpdateRun::eModeSingleBoard, BoardKind::Main));
     EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
     EXPECT_EQ(logLines().count("Starting Main Board bootloader..."), 2);
     EXPECT_TRUE(logLines().contains("Bootloader already running"));
@@ -169,7 +169,7 @@ protected:
     {
         UpdateRunTest::SetUp();
         openPort();
-        run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, cControler::eMain);
+        run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
         image = writeFirmware("2.01", "1.21", "1.03").value(1);
         markTrace();
     }
@@ -222,7 +222,7 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
         clock.sleepMs(3000);
         ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1")) << c.what;
         instrument().addFault(c.rule);
-        EXPECT_FALSE(run.FlashUpdate(path(image), cControler::eMain)) << c.what;
+        EXPECT_FALSE(run.FlashUpdate(path(image), BoardKind::Main)) << c.what;
         EXPECT_EQ(logLines().last(),
                   QByteArray("Error during Flash binary file (XModemWaitTime = 1 ms): "
                              "Number of invalid answers: 10"))
@@ -236,7 +236,7 @@ TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
     QSignalSpy progress(&run, &UpdateRun::transferProgressChanged);
     QSignalSpy actions(&run, &UpdateRun::currentActionChanged);
     ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1"));
-    ASSERT_TRUE(run.FlashUpdate(path(image), cControler::eMain));
+    ASSERT_TRUE(run.FlashUpdate(path(image), BoardKind::Main));
     ASSERT_EQ(progress.count(), 113); // 112 packets and the end of transmission
     const auto last = progress.last().at(0).value<TransferProgress>();
     EXPECT_EQ(last.bytesSent, 14336);

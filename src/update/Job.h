@@ -46,6 +46,40 @@ struct Job
     BoardKind board = BoardKind::Cpu; // SingleBoard, Flash
     bool allowDowngrade = false; // Update: boards with an older file are updated too
     bool checkBackup = false; // Update in test mode: a second backup after the run
+
+    static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
+    static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
+    static Job backup(const QString &file = {}) { return make(Kind::Backup, {}, file); }
+    static Job restore(const QString &file = {}) { return make(Kind::Restore, {}, file); }
+    static Job update(bool allowDowngrade, bool checkBackup = false)
+    {
+        Job job = make(Kind::Update, {}, {});
+        job.allowDowngrade = allowDowngrade;
+        job.checkBackup = checkBackup;
+        return job;
+    }
+    static Job singleBoard(BoardKind board)
+    {
+        Job job = make(Kind::SingleBoard, {}, {});
+        job.board = board;
+        return job;
+    }
+    static Job flash(BoardKind board, const QString &file)
+    {
+        Job job = make(Kind::Flash, {}, file);
+        job.board = board;
+        return job;
+    }
+
+private:
+    static Job make(Kind kind, const QString &port, const QString &file)
+    {
+        Job job;
+        job.kind = kind;
+        job.port = port;
+        job.file = file;
+        return job;
+    }
 };
 
 // A job's progress: a stage of a board begins (board empty for the backup).

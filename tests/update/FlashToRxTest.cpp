@@ -83,9 +83,9 @@ TEST(FlashUpdateToRx, DeliversTheImageByteExact)
     line.setSettings(u"57600,N,8,1"_s);
     ASSERT_TRUE(line.open());
 
-    UpdateRun run(clock, op);
-    run.Init(&ini, &log, dir.path());
-    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
+    BoardSet current;
+    BoardSet fresh;
+    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh);
 
     // rx exits once it has acknowledged the end of transmission. It takes an end only after a
     // second or two of quiet, while the updater repeats it every second, so rx may never see one

@@ -1,7 +1,6 @@
-#include "update/UpdateRun.h"
+#include "update/Session.h"
 
 #include "boards/FirmwareFiles.h"
-#include "update/Connection.h"
 #include "shell/Eligibility.h"
 #include "support/SimFixture.h"
 
@@ -12,38 +11,28 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// An update run against the simulated instrument, prepared as the main window prepares it:
-// connected, firmware files found, eligibility colours set.
+// Update jobs against the simulated instrument, prepared as the main window prepares them:
+// connected, firmware files found.
 class UpdateRunTest : public SimFixture
 {
 protected:
-    void SetUp() override { run.Init(&ini, &log, dir.path()); }
-
-    // Connects, reads the firmware files and colours the boards that will change.
+    // Connects and reads the firmware files.
     void prepare()
     {
-        Connection connection(comm, ini, log, run, dir.path());
-        const Connection::Result r = connection.ConnectAndIdentify(u"COM1"_s);
-        ASSERT_TRUE(r.connected) << r.error.toStdString();
-        const struct
-        {
-            qint32 kind;
-            QString pattern;
-        } patterns[] = {{BoardKind::Cpu, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
-                        {BoardKind::Main, u"FW_MAINBOARD_XXX_CRC"_s},
-                        {BoardKind::Meas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
-        for (const auto &p : patterns)
-            run.fresh(p.kind).InitFromBinFile(
-                dir.path(), modHelper::FindNewestFile(dir.path(), p.pattern), p.pattern, p.kind);
-        const Eligibility::Boards current {&run.current(0), &run.current(2), &run.current(1)};
-        const Eligibility::Boards fresh {&run.fresh(0), &run.fresh(2), &run.fresh(1)};
-        Eligibility::CheckUpdateFiles(current, fresh, false);
+        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
+        for (const BoardKind kind : kPanelOrder) {
+            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+            session.fresh()[kind].InitFromBinFile(
+                dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
+        }
     }
 
-    bool runMode(qint16 mode, qint16 board = 0)
+    bool runJob(Job::Kind kind, BoardKind board = BoardKind::Cpu)
     {
-        run.SetModeAndInitCom(&comm, mode, board);
-        return run.run();
+        Job job;
+        job.kind = kind;
+        job.board = board;
+        return session.run(job).succeeded();
     }
 
     std::array<QMap<QByteArray, QByteArray>, 3> parameters()
@@ -62,7 +51,8 @@ protected:
         return firstLines;
     }
 
-    UpdateRun run {clock, op};
+    SessionFiles files {&ini, &log, dir.path(), dir.path()};
+    Session session {sim.line(), clock, op, files};
 };
 
 TEST_F(UpdateRunTest, FullRunUpdatesAllBoardsAndKeepsEveryParameter)
@@ -70,9 +60,9 @@ TEST_F(UpdateRunTest, FullRunUpdatesAllBoardsAndKeepsEveryParameter)
     writeFirmware("2.01", "1.21", "1.03");
     prepare();
     const auto before = parameters();
-    QSignalSpy succeeded(&run, &UpdateRun::succeeded);
+    QSignalSpy succeeded(&session, &Session::succeeded);
 
-    ASSERT_TRUE(runMode(UpdateRun::eModeFull));
+    ASSERT_TRUE(runJob(Job::Kind::Update));
     EXPECT_EQ(succeeded.count(), 1);
     EXPECT_EQ(instrument().board(BoardKind::Cpu).firmware, QByteArray("2.01"));
     EXPECT_EQ(instrument().board(BoardKind::Meas).firmware, QByteArray("1.21"));
@@ -89,7 +79,7 @@ TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
     writeFirmware("2.00", "1.20", "1.02");
     prepare();
     markTrace();
-    ASSERT_TRUE(runMode(UpdateRun::eModeFull));
+    ASSERT_TRUE(runJob(Job::Kind::Update));
     EXPECT_TRUE(QFile::exists(path(u"VarimoSentry_Backup_00042.xml"_s)));
     EXPECT_EQ(ini.GetValue(u"Settings"_s, u"LastBackupFileName"_s, {}),
               u"VarimoSentry_Backup_00042.xml"_s);
@@ -105,7 +95,7 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
     // after the operator's reset it runs the new firmware, so there is no further pass.
     instrument().addFault(FaultRule::ignoreTelegram("KVT", 9, 4));
     markTrace();
-    EXPECT_FALSE(runMode(UpdateRun::eModeFull));
+    EXPECT_FALSE(runJob(Job::Kind::Update));
     EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
     EXPECT_EQ(instrument().board(BoardKind::Meas).firmware, QByteArray("1.20"));
     EXPECT_EQ(instrument().board(BoardKind::Cpu).firmware, QByteArray("2.00"));
@@ -126,7 +116,7 @@ TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
     cBackup backup; // the backup of an earlier run, which the single-board update restores
     backup.Init(&comm);
     ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
-    ASSERT_TRUE(runMode(UpdateRun::eModeSingleBoard, BoardKind::Main));
+    ASSERT_TRUE(runJob(Job::Kind::SingleBoard, BoardKind::Main));
     EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
     EXPECT_EQ(logLines().count("Starting Main Board bootloader..."), 2);
     EXPECT_TRUE(logLines().contains("Bootloader already running"));
@@ -143,8 +133,8 @@ TEST_F(UpdateRunTest, RestoreOnlyWritesEveryBoardBack)
     ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
     for (BoardKind kind : kAllBoards)
         InstrumentState::resetToFactory(kind, instrument().board(kind));
-    QSignalSpy actions(&run, &UpdateRun::currentActionChanged);
-    ASSERT_TRUE(runMode(UpdateRun::eModeRestore, -1));
+    QSignalSpy actions(&session, &Session::currentActionChanged);
+    ASSERT_TRUE(runJob(Job::Kind::Restore));
     EXPECT_EQ(parameters(), before);
     QStringList texts;
     for (const auto &a : actions)
@@ -155,12 +145,6 @@ TEST_F(UpdateRunTest, RestoreOnlyWritesEveryBoardBack)
                            u"Restoring parameters to CPU Board..."_s}));
 }
 
-TEST_F(UpdateRunTest, ModeNeverSetEndsAtOnce)
-{
-    EXPECT_FALSE(run.run());
-    EXPECT_TRUE(received().isEmpty());
-}
-
 // The bootloader start and the transfer alone, on an open port.
 class BootloaderAndTransfer : public UpdateRunTest
 {
@@ -169,11 +153,13 @@ protected:
     {
         UpdateRunTest::SetUp();
         openPort();
-        run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
         image = writeFirmware("2.01", "1.21", "1.03").value(1);
         markTrace();
     }
     QString image;
+    BoardSet current;
+    BoardSet fresh;
+    UpdateRun run {comm, clock, op, files, current, fresh};
 };
 
 TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)
@@ -182,7 +168,7 @@ TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)
     comm.WriteTelegram("BOT;$", "\r\n");
     clock.sleepMs(3000);
     markTrace();
-    EXPECT_TRUE(run.StartBootloader("DHR;4", "BLSP;1"));
+    EXPECT_TRUE(run.StartBootloader(BoardKind::Main));
     EXPECT_TRUE(receivedSinceMark().isEmpty());
     EXPECT_EQ(logLines().last(), QByteArray("Bootloader already running"));
 }
@@ -190,7 +176,7 @@ TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)
 TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
 {
     instrument().board(BoardKind::Cpu).mode = BoardMode::Waiting;
-    EXPECT_TRUE(run.StartBootloader("DHR;0", "KVT;BLCPU;1"));
+    EXPECT_TRUE(run.StartBootloader(BoardKind::Cpu));
     EXPECT_EQ(receivedSinceMark().mid(0, 3), QByteArrayList({"DHR;0", "F", "DHR;0"}));
     EXPECT_TRUE(instructions(Operator::Instruction::CpuUpdateMode).isEmpty());
 }
@@ -199,7 +185,7 @@ TEST_F(BootloaderAndTransfer, FivePassesThenGiveUp)
 {
     instrument().addFault(FaultRule::ignoreTelegram("BOT;$", FaultRule::kForever));
     const qint64 start = clock.elapsedMs();
-    EXPECT_FALSE(run.StartBootloader("DHR;4", "BLSP;1"));
+    EXPECT_FALSE(run.StartBootloader(BoardKind::Main));
     EXPECT_EQ(receivedSinceMark().count("DHR;4"), 5);
     EXPECT_EQ(logLines().last(), QByteArray("Bootloader not started"));
     // 5 s first read, then per pass the waits of whole seconds (3 and 4, each at least one
@@ -220,7 +206,7 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
         clock.sleepMs(300);
         instrument().press(PanelKey::Power);
         clock.sleepMs(3000);
-        ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1")) << c.what;
+        ASSERT_TRUE(run.StartBootloader(BoardKind::Main)) << c.what;
         instrument().addFault(c.rule);
         EXPECT_FALSE(run.FlashUpdate(path(image), BoardKind::Main)) << c.what;
         EXPECT_EQ(logLines().last(),
@@ -234,18 +220,16 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
 TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
 {
     QSignalSpy progress(&run, &UpdateRun::transferProgressChanged);
-    QSignalSpy actions(&run, &UpdateRun::currentActionChanged);
-    ASSERT_TRUE(run.StartBootloader("DHR;4", "BLSP;1"));
+    ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
     ASSERT_TRUE(run.FlashUpdate(path(image), BoardKind::Main));
     ASSERT_EQ(progress.count(), 113); // 112 packets and the end of transmission
     const auto last = progress.last().at(0).value<TransferProgress>();
     EXPECT_EQ(last.bytesSent, 14336);
     EXPECT_EQ(last.bytesTotal, 14336);
     EXPECT_EQ(last.remainingMs, 0);
-    EXPECT_EQ(actions.first().at(0).toString(),
+    EXPECT_EQ(progress.first().at(0).value<TransferProgress>().text,
               u"Sending Main Board binary file (0 of 14336 Bytes transferred)..."_s);
-    EXPECT_EQ(actions.last().at(0).toString(),
-              u"Sending Main Board binary file (14336 of 14336 Bytes transferred)..."_s);
+    EXPECT_EQ(last.text, u"Sending Main Board binary file (14336 of 14336 Bytes transferred)..."_s);
 }
 
 } // namespace

@@ -131,10 +131,10 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
         return {};
     }
 
-    UpdateRun run(clock, op);
-    run.Init(&ini, &log, dir.path());
-    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, 0);
-    run.setTransferWaitMs(transferWaitMs);
+    ini.SetValue(u"Settings"_s, u"XModemWaitTime"_s, QString::number(transferWaitMs));
+    BoardSet current;
+    BoardSet fresh;
+    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh);
 
     Figures f;
     QElapsedTimer wall;
@@ -149,7 +149,7 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     line.reset();
     wall.start();
     cpuAtStart = cpuSeconds();
-    f.ok = run.FlashUpdate(image, 0);
+    f.ok = run.FlashUpdate(image, BoardKind::Cpu);
     if (!f.ok) {
         QFile l(log.path());
         l.open(QIODevice::ReadOnly);

@@ -54,7 +54,7 @@ public:
     // Shown as "[VARIMOsentry Firmware Updater] text".
     void messageBox(const QString &text) override;
     void instruction(Instruction kind, const QStringList &lines) override;
-    // Where the engine waits, checks (at most every kLineCheckIntervalMs) whether the port is
+    // Where the session waits, checks (at most every kLineCheckIntervalMs) whether the port is
     // still there, when a check is set.
     void letEventsRun() override;
 

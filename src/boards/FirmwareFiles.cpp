@@ -75,31 +75,10 @@ QString VersionFromFileName(const QString &strFileName, const QString &strPatter
     return rest.left(1) + u'.' + rest.mid(1, 2);
 }
 
-void SortStrings(QStringList &list, qsizetype lo, qsizetype hi)
-{
-    if (lo >= hi)
-        return;
-    if (lo < 0 || hi >= list.size())
-        throw std::out_of_range("SortStrings: range outside the list");
-    const QString pivot =
-        list.at(QRandomGenerator::global()->bounded(qint64(lo), qint64(hi) + 1)).toUpper();
-    qsizetype i = lo;
-    qsizetype j = hi;
-    while (i <= j) {
-        while (list.at(i).toUpper() < pivot)
-            ++i;
-        while (pivot < list.at(j).toUpper())
-            --j;
-        if (i <= j)
-            list.swapItemsAt(i++, j--);
-    }
-    SortStrings(list, lo, j);
-    SortStrings(list, i, hi);
-}
-
 void SortStrings(QStringList &list)
 {
-    SortStrings(list, 0, list.size() - 1);
+    std::sort(list.begin(), list.end(),
+              [](const QString &a, const QString &b) { return a.toUpper() < b.toUpper(); });
 }
 
 QString SplitPath(const QString &strPath, bool bDirectory)

@@ -35,9 +35,7 @@ QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QSt
 // "FW_MAINBOARD_102_Y.bin" gives "1.02". Empty when fewer than three characters remain.
 QString VersionFromFileName(const QString &strFileName, const QString &strPattern);
 
-// Sorts list[lo..hi] in place, ascending by upper-case text: a recursive quicksort with a pivot
-// chosen at random in the range. lo and hi must be indexes of the list (std::out_of_range else).
-void SortStrings(QStringList &list, qsizetype lo, qsizetype hi);
+// Sorts the list in place, ascending by upper-case text.
 void SortStrings(QStringList &list);
 
 // The name after the last path separator (bDirectory false; the whole path when there is none) or

@@ -51,7 +51,7 @@ struct EngineOutcome
     Job job;
     JobResult result;
     Connection::Result connection; // the last Connect's
-    BoardSet current; // the boards as read by the last Connect
+    BoardSet current; // the session's boards after the job: for a Connect, as read
     bool portValid = true;
     QString comPort;
 };

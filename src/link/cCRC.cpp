@@ -1,7 +1,6 @@
 #include "cCRC.h"
 
-#include <stdexcept>
-#include <string>
+#include "UpdaterError.h"
 
 quint16 cCRC::step(quint16 crc, quint8 byte)
 {
@@ -18,10 +17,12 @@ qint32 cCRC::crc16(const QByteArray &data, qint32 lowBound, qint32 length, qint3
     qint64 index = lowBound;
     do {
         if (index < 0 || index >= data.size()) {
-            throw std::out_of_range("crc16: index " + std::to_string(index) +
-                                    " is outside the array of " + std::to_string(data.size()) +
-                                    " bytes (lowBound " + std::to_string(lowBound) + ", length " +
-                                    std::to_string(length) + ")");
+            throw UpdaterError(QStringLiteral("crc16: index %1 is outside the array of %2 bytes "
+                                              "(lowBound %3, length %4)")
+                                   .arg(index)
+                                   .arg(data.size())
+                                   .arg(lowBound)
+                                   .arg(length));
         }
         crc = step(crc, quint8(data.at(index)));
         ++index;

@@ -13,7 +13,7 @@ class cCRC
 public:
     // Walks data from lowBound upward and stops after the byte at which the advanced index equals
     // lowBound + length. The end test follows the byte, so at least one byte is always processed;
-    // a length of 0 runs on until the index leaves the array, which throws std::out_of_range
+    // a length of 0 runs on until the index leaves the array, which throws UpdaterError
     // (the array is never read out of bounds).
     static qint32 crc16(const QByteArray &data, qint32 lowBound, qint32 length,
                         qint32 StartVal = 0);

@@ -33,10 +33,7 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
     connect(&m_run, &UpdateRun::succeeded, this, &Session::succeeded);
 }
 
-Session::~Session()
-{
-    m_comm.ClosePort();
-}
+Session::~Session() = default;
 
 bool Session::isOpen()
 {

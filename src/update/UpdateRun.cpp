@@ -358,6 +358,7 @@ bool UpdateRun::StartBootloader(BoardKind board)
 
 bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
 {
+    m_settings = Settings::read(*m_files.ini); // the transfer wait may have changed
     cParser parser;
     parser.Init(m_files.log);
     qint32 total = 0;

@@ -50,24 +50,6 @@ TEST(FirmwareFiles, ListIsSortedWithoutRegardToCaseAndHoldsFilesOnly)
     EXPECT_TRUE(FileExists(dir.filePath(u"b.bin"_s)));
 }
 
-TEST(FirmwareFiles, SortStringsSortsTheRangeByUpperCase)
-{
-    QStringList list;
-    for (int i = 0; i < 300; ++i)
-        list.append(QString::number(QRandomGenerator::global()->bounded(50), 36) + u"xX"_s[i % 2]);
-    QStringList expected = list;
-    const auto upper = [](QStringList l) {
-        for (QString &s : l)
-            s = s.toUpper();
-        return l;
-    };
-    std::sort(expected.begin() + 10, expected.end() - 10,
-              [](const QString &a, const QString &b) { return a.toUpper() < b.toUpper(); });
-    SortStrings(list, 10, list.size() - 11);
-    EXPECT_EQ(upper(list), upper(expected));
-    EXPECT_EQ(list.mid(0, 10) + list.mid(290), expected.mid(0, 10) + expected.mid(290));
-}
-
 TEST(FirmwareFiles, VersionsAndPathParts)
 {
     const QString cpu = u"FW_CPU-BOARD_VXXX-YYY_CRC"_s;

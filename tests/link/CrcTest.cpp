@@ -1,4 +1,5 @@
 #include "link/cCRC.h"
+#include "link/UpdaterError.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -58,9 +59,9 @@ TEST(Crc, RangeInsideAnArray)
 TEST(Crc, LengthZeroRunsOffTheArrayAndFailsCleanly)
 {
     const QByteArray bytes("123456789");
-    EXPECT_THROW(cCRC::crc16(bytes, 0, 0), std::out_of_range);
-    EXPECT_THROW(cCRC::crc16(bytes, 9, 1), std::out_of_range);
-    EXPECT_THROW(cCRC::crc16(QByteArray(), 0, 1), std::out_of_range);
+    EXPECT_THROW(cCRC::crc16(bytes, 0, 0), UpdaterError);
+    EXPECT_THROW(cCRC::crc16(bytes, 9, 1), UpdaterError);
+    EXPECT_THROW(cCRC::crc16(QByteArray(), 0, 1), UpdaterError);
 }
 
 TEST(Crc, AppendCrcToString)

@@ -16,7 +16,7 @@
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/ScriptedOperator.h"
-#include "update/UpdateRun.h"
+#include "update/Session.h"
 
 #include <QDir>
 #include <QFile>
@@ -110,17 +110,17 @@ struct Bench
         log.Setlogging(true);
         ini.Init(dir.filePath(u"VarimoSentry_Updater.ini"_s));
         ini.SetValue(u"Settings"_s, u"LogParserTele"_s, u"False"_s);
-        comm.Init(&log);
         sim.line().setPortName(u"sim"_s);
         sim.instrument().addObserver(&watch);
-        run.Init(&ini, &log, dir.path());
-        QObject::connect(&run, &UpdateRun::currentActionChanged,
+        QObject::connect(&session, &Session::currentActionChanged,
                          [this](const QString &t, bool error) {
                              actions << (error ? u"!"_s : QString()) + t;
-                             if (onAction)
-                                 onAction(t);
                          });
-        QObject::connect(&run, &UpdateRun::transferProgressChanged,
+        QObject::connect(&session, &Session::jobEvent, [this](const JobEvent &e) {
+            if (onEvent)
+                onEvent(e);
+        });
+        QObject::connect(&session, &Session::transferProgressChanged,
                          [this](const TransferProgress &) {
                              if (onPacket)
                                  onPacket();
@@ -176,30 +176,22 @@ struct Bench
 
     Connection::Result connect()
     {
-        Connection connection(comm, ini, log, run, dir.path());
-        return connection.ConnectAndIdentify(u"COM1"_s);
+        session.run(Job::connectTo(u"COM1"_s));
+        return session.connection();
     }
-    // Connects, reads the firmware files and colours the boards that will change.
+    // Connects and reads the firmware files.
     bool prepare()
     {
         if (!connect().connected)
             return false;
-        const std::pair<qint32, QString> patterns[] = {
-            {BoardKind::Cpu, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s},
-            {BoardKind::Main, u"FW_MAINBOARD_XXX_CRC"_s},
-            {BoardKind::Meas, u"FW_MESSMODUL_XXX-Y_CRC"_s}};
-        for (const auto &[kind, pattern] : patterns)
-            run.fresh(kind).InitFromBinFile(
+        for (const BoardKind kind : kPanelOrder) {
+            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+            session.fresh()[kind].InitFromBinFile(
                 dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
-        Eligibility::CheckUpdateFiles({&run.current(0), &run.current(2), &run.current(1)},
-                                      {&run.fresh(0), &run.fresh(2), &run.fresh(1)}, false);
+        }
         return true;
     }
-    bool runMode(qint16 mode, qint16 board = -1)
-    {
-        run.SetModeAndInitCom(&comm, mode, board);
-        return run.run();
-    }
+    bool runJob(const Job &job) { return session.run(job).succeeded(); }
     Values values()
     {
         return {inst().board(BoardKind::Cpu).values, inst().board(BoardKind::Meas).values,
@@ -223,12 +215,11 @@ struct Bench
     ScriptedOperator op;
     cLog log {&clock};
     cINI ini;
-    cComm comm {sim.line(), clock, op};
-    UpdateRun run {clock, op};
+    Session session {sim.line(), clock, op, {&ini, &log, dir.path(), dir.path()}};
     TelegramWatch watch;
     QStringList actions; // "!" before an error text
     QList<QStringList> general; // the failure dialogs' lines
-    std::function<void(const QString &)> onAction;
+    std::function<void(const JobEvent &)> onEvent;
     std::function<void()> onPacket;
 };
 
@@ -250,7 +241,7 @@ struct Reference
             b.prepare();
             ref.connect = b.watch.texts;
             b.watch.texts.clear();
-            b.runMode(UpdateRun::eModeFull);
+            b.runJob(Job::update(false));
             ref.backup = b.watch.texts;
             QFile f(b.path(kBackupName));
             f.open(QIODevice::ReadOnly);
@@ -259,7 +250,7 @@ struct Reference
             for (BoardKind kind : kAllBoards)
                 InstrumentState::resetToFactory(kind, b.inst().board(kind));
             b.watch.texts.clear();
-            b.runMode(UpdateRun::eModeRestore);
+            b.runJob(Job::restore());
             ref.restore = b.watch.texts;
             return ref;
         }();
@@ -270,19 +261,17 @@ struct Reference
 qint32 boardOfBackupTelegram(int index)
 {
     // Main Board: select, identity, 8 queries, "DHR;0"; Measuring Module: select, identity, 43.
-    return index < 11 ? BoardKind::Main : index < 56 ? BoardKind::Meas : BoardKind::Cpu;
+    return qint32(index < 11 ? BoardKind::Main : index < 56 ? BoardKind::Meas : BoardKind::Cpu);
 }
 
 QString boardName(qint32 kind)
 {
-    return UpdateRun::textsFor(kind).name;
+    return ::boardName(BoardKind(kind));
 }
 
 int packetsOf(qint32 kind)
 {
-    cControler c;
-    c.setControler(kind);
-    return c.MaxNumOfPackages();
+    return boardFacts(BoardKind(kind)).packets;
 }
 
 std::vector<Step> stepsOf(Phase phase)
@@ -302,7 +291,7 @@ std::vector<Step> stepsOf(Phase phase)
         telegrams(ref.backup.mid(0, 143), boardOfBackupTelegram);
         break;
     case Phase::Restore: {
-        qint32 board = BoardKind::Main;
+        qint32 board = qint32(BoardKind::Main);
         for (int i = 0; i < ref.restore.size(); ++i) {
             if (ref.restore[i].startsWith("DHR;"))
                 board = ref.restore[i].mid(4).toInt();
@@ -313,7 +302,8 @@ std::vector<Step> stepsOf(Phase phase)
         break;
     }
     default:
-        for (qint32 kind : {BoardKind::Main, BoardKind::Meas, BoardKind::Cpu}) {
+        for (const BoardKind board : kUpdateOrder) {
+            const qint32 kind = qint32(board);
             const int n = packetsOf(kind);
             if (phase == Phase::Bootloader)
                 steps.push_back({boardName(kind), kind, -1, {}, 0});
@@ -401,7 +391,7 @@ std::array<QByteArray, 3> versionsFor(Phase phase, qint32 board)
 {
     std::array<QByteArray, 3> v {"2.00", "1.20", "1.02"};
     const std::array<QByteArray, 3> newer {"2.01", "1.21", "1.03"};
-    const qint32 target = phase == Phase::Backup ? BoardKind::Main : board;
+    const qint32 target = phase == Phase::Backup ? qint32(BoardKind::Main) : board;
     if (target >= 0)
         v[size_t(target)] = newer[size_t(target)];
     return v;
@@ -447,17 +437,19 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
         if (step.telegram == 0)
             std::exchange(b.watch.arm, {})();
     } else {
-        const UpdateRun::BoardTexts texts = UpdateRun::textsFor(step.board);
+        const BoardKind target = BoardKind(step.board);
         auto armed = std::make_shared<bool>(false);
         auto packets = std::make_shared<int>(-1);
         const auto once = [armed, fire] {
             if (!std::exchange(*armed, true))
                 fire();
         };
-        b.onAction = [=, &step](const QString &t) {
-            if (phase == Phase::Bootloader && t == texts.start)
+        b.onEvent = [=, &step](const JobEvent &e) {
+            if (e.board != target)
+                return;
+            if (phase == Phase::Bootloader && e.stage == Stage::BootloaderStart)
                 once();
-            if (t == texts.transfer && !*armed) {
+            if (e.stage == Stage::Transfer && !*armed) {
                 *packets = 0;
                 if (step.packet == 1)
                     once();
@@ -469,16 +461,16 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
         };
     }
 
-    const qint16 mode = phase == Phase::Restore ? UpdateRun::eModeRestore : UpdateRun::eModeFull;
+    const bool restoreOnly = phase == Phase::Restore;
     const QByteArrayList firmwareBefore = {b.inst().board(BoardKind::Cpu).firmware,
                                            b.inst().board(BoardKind::Meas).firmware,
                                            b.inst().board(BoardKind::Main).firmware};
-    const bool result = b.runMode(mode);
+    const bool result = b.runJob(restoreOnly ? Job::restore() : Job::update(false));
     const QByteArrayList sent = b.watch.texts;
     b.mend();
     const QString lastError = b.actions.isEmpty() ? QString() : b.actions.last();
 
-    if (mode == UpdateRun::eModeFull) {
+    if (!restoreOnly) {
         const bool backupOk = b.actions.contains(u"Backup successful completed."_s);
         if (!backupOk) {
             o.check(!result, u"success without a backup"_s);
@@ -497,7 +489,8 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
         } else {
             o.silentLoss = backupLists(b.path(kBackupName)) != ref.lists;
             if (result) {
-                const qint32 target = phase == Phase::Backup ? BoardKind::Main : step.board;
+                const qint32 target =
+                    phase == Phase::Backup ? qint32(BoardKind::Main) : step.board;
                 o.check(b.inst().board(BoardKind(target)).firmware ==
                             versionsFor(phase, step.board)[size_t(target)],
                         u"success without the new firmware"_s);
@@ -514,7 +507,7 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
             // The operator restores the parameters, as the failure dialog says.
             o.check(b.connect().connected, u"no connection after the run"_s);
             // A backup that took a wrong value may refuse to go back.
-            o.check(b.runMode(UpdateRun::eModeRestore) || o.silentLoss, u"Restore Data failed"_s);
+            o.check(b.runJob(Job::restore()) || o.silentLoss, u"Restore Data failed"_s);
         }
     } else {
         if (!result) {
@@ -527,12 +520,12 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
                             b.general.value(0).value(1),
                     u"restore failure text"_s);
             o.check(b.connect().connected, u"no connection after the run"_s);
-            o.check(b.runMode(UpdateRun::eModeRestore), u"Restore Data failed"_s);
+            o.check(b.runJob(Job::restore()), u"Restore Data failed"_s);
         }
     }
     o.lost = differences(before, b.values());
     // A restore that reported success leaves the operator nothing to do.
-    o.silentLoss = o.silentLoss || (mode == UpdateRun::eModeRestore && result);
+    o.silentLoss = o.silentLoss || (restoreOnly && result);
     if (o.lost > 0 && !o.silentLoss)
         o.check(false, u"%1 parameters lost"_s.arg(o.lost));
     return o;

@@ -12,7 +12,7 @@
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/SimProcess.h"
-#include "update/UpdateRun.h"
+#include "update/Session.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -84,22 +84,21 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     ini.SetValue(u"Settings"_s, u"LogParserTele"_s, u"False"_s);
     PluggingOperator op(sim);
     QtSerialLine line;
-    cComm comm(line, clock, op);
-    comm.Init(&log);
-    comm.setComPort(link);
-    ASSERT_TRUE(comm.OpenPort()) << comm.lastError().toStdString();
-
-    UpdateRun run(clock, op);
-    run.Init(&ini, &log, dir.path());
-    run.fresh(BoardKind::Main)
-        .InitFromBinFile(dir.path(), files[1], u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
+    Session session(line, clock, op, {&ini, &log, dir.path(), dir.path()});
+    // Connect finds the Main Board waiting in its bootloader.
+    ASSERT_TRUE(session.run(Job::connectTo(link)).succeeded());
+    ASSERT_EQ(session.connection().bootloaderBoard, BoardKind::Main);
+    session.fresh()[BoardKind::Main].InitFromBinFile(dir.path(), files[1],
+                                                     u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
     int packets = 0;
-    QObject::connect(&run, &UpdateRun::transferProgressChanged, [&](const TransferProgress &) {
+    QObject::connect(&session, &Session::transferProgressChanged, [&](const TransferProgress &) {
         ++packets;
         op.sinceLastBlock.start(); // the last block acknowledged before the adapter went
     });
-    run.SetModeAndInitCom(&comm, UpdateRun::eModeSingleBoard, BoardKind::Main);
-    EXPECT_FALSE(run.run());
+    const JobResult result = session.run(Job::singleBoard(BoardKind::Main));
+    EXPECT_FALSE(result.succeeded());
+    EXPECT_EQ(result.board, BoardKind::Main);
+    EXPECT_EQ(result.stage, Stage::Transfer);
     // The ACK of the last block may be lost with the line.
     EXPECT_GE(packets, kUnplugAfterPacket - 1);
     EXPECT_LE(packets, kUnplugAfterPacket);
@@ -113,8 +112,9 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
 
     // Once the adapter is back, Connect finds the Main Board waiting in its bootloader, which the
     // main window hands to the single-board update.
-    Connection connection(comm, ini, log, run, dir.path());
-    const Connection::Result r = connection.ConnectAndIdentify(link);
+    session.run(Job::disconnect());
+    session.run(Job::connectTo(link));
+    const Connection::Result r = session.connection();
     EXPECT_TRUE(r.opened) << r.error.toStdString();
     EXPECT_EQ(r.bootloaderBoard, BoardKind::Main);
 

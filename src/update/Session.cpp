@@ -61,21 +61,19 @@ QString Session::defaultBackupFile(Job::Kind kind) const
 
 JobResult Session::run(const Job &job)
 {
-    switch (job.kind) {
-    case Job::Kind::Connect:
-        return connectJob(job.port);
-    case Job::Kind::Disconnect:
-        return disconnectJob();
-    default:
-        break;
-    }
     JobResult result;
     try {
+        if (job.kind == Job::Kind::Connect)
+            return connectJob(job.port);
+        if (job.kind == Job::Kind::Disconnect)
+            return disconnectJob();
         result = runJob(job);
     } catch (const UpdaterError &e) {
         result = m_run.failWith(e.message());
     } catch (const OperatorCancel &cancel) {
-        result = m_run.where();
+        const bool instrumentJob =
+            job.kind != Job::Kind::Connect && job.kind != Job::Kind::Disconnect;
+        result = instrumentJob ? m_run.where() : JobResult();
         result.status = JobResult::Status::Cancelled;
         result.message = cancel.message();
         m_files.log->Setlogging(true);

@@ -19,7 +19,9 @@ fi
 deb=("$out"/*.deb)
 echo "${deb[0]##*/}"
 
-if ! dpkg-deb --contents "${deb[0]}" | grep -q ' \./usr/share/bash-completion/completions/varimo-updater$'; then
+# grep reads to the end (no -q): with pipefail an early exit would fail dpkg-deb on SIGPIPE.
+completion=' \./usr/share/bash-completion/completions/varimo-updater$'
+if ! dpkg-deb --contents "${deb[0]}" | grep "$completion" >/dev/null; then
     echo "the package holds no bash completion for varimo-updater"
     exit 1
 fi

@@ -9,6 +9,7 @@ VARIMO_PACKAGES=(
     qt6-base-dev qt6-serialport-dev libgl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     socat lrzsz xvfb xauth fonts-dejavu-core
+    lintian help2man bash-completion dpkg-dev
 )
 
 # Installs the packages of the list that are missing (apt-get update first, only when needed).

@@ -317,14 +317,7 @@ JobResult UpdaterCli::runJob(Job::Kind kind, const QString &file, BoardKind boar
     job.allowDowngrade = m_workspace->AllowDowngrade();
     m_job = kind;
     m_errorsShown.clear();
-    JobResult result;
-    try {
-        result = m_session->run(job);
-    } catch (const OperatorCancel &cancel) {
-        // Ended by the operator where the session did not turn it into a result itself.
-        result.status = JobResult::Status::Cancelled;
-        result.message = cancel.message();
-    }
+    const JobResult result = m_session->run(job);
     endTransferDisplay();
     return result;
 }

@@ -43,7 +43,7 @@ QString shown(const QString &text)
 
 // XML 1.0 has no way to carry the control characters other than TAB, LF and CR, not even as a
 // character reference; a file holding one does not load again.
-void checkValue(const QByteArray &value, const QString &strWhat)
+void checkValue(const QByteArray &value, const QString &what)
 {
     for (const char ch : value) {
         const auto byte = static_cast<unsigned char>(ch);
@@ -51,16 +51,16 @@ void checkValue(const QByteArray &value, const QString &strWhat)
             const QString hex = u"%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'));
             throw UpdaterError(
                 u"the value %1 of %2 holds the byte 0x%3, which an XML file "
-                "cannot carry"_s.arg(shown(QString::fromLatin1(value)), strWhat, hex));
+                "cannot carry"_s.arg(shown(QString::fromLatin1(value)), what, hex));
         }
     }
 }
 
-QByteArray toBytes(const QString &text, const QString &strWhere)
+QByteArray toBytes(const QString &text, const QString &where)
 {
     if (!isLatin1(text)) {
         throw UpdaterError(
-            u"%1: the text %2 holds characters that are not bytes"_s.arg(strWhere, shown(text)));
+            u"%1: the text %2 holds characters that are not bytes"_s.arg(where, shown(text)));
     }
     return text.toLatin1();
 }
@@ -89,11 +89,11 @@ QDomElement findPath(const QDomNode &parent, const QStringList &steps, qsizetype
     return {};
 }
 
-QDomElement findElement(const QDomDocument &doc, const QString &strPath)
+QDomElement findElement(const QDomDocument &doc, const QString &path)
 {
-    const QStringList steps = strPath.split(u'/');
+    const QStringList steps = path.split(u'/');
     if (steps.size() < 2 || !steps.front().isEmpty() || steps.mid(1).contains(QString()))
-        throw UpdaterError(u"%1 is no absolute path of element names"_s.arg(strPath));
+        throw UpdaterError(u"%1 is no absolute path of element names"_s.arg(path));
     return findPath(doc, steps, 1);
 }
 
@@ -139,11 +139,11 @@ QString cXML::where() const
     return m_source.isEmpty() ? u"backup document"_s : u"backup file "_s + m_source;
 }
 
-void cXML::CreateXMLDocument(const QString &strFileName)
+void cXML::CreateXMLDocument(const QString &fileName)
 {
     reset();
-    m_strFileName = strFileName;
-    m_source = strFileName;
+    m_fileName = fileName;
+    m_source = fileName;
     QDomElement root = m_doc.createElement(kRoot);
     m_doc.appendChild(root);
     m_current = root;
@@ -171,19 +171,19 @@ void cXML::writeElement(QXmlStreamWriter &writer, const QDomElement &element) co
 
 void cXML::SaveXMLDoc()
 {
-    if (m_strFileName.isEmpty())
+    if (m_fileName.isEmpty())
         throw UpdaterError(u"the backup document has no file name to be saved to"_s);
     const QDomElement root = m_doc.documentElement();
     if (root.isNull())
         throw UpdaterError(
-            u"cannot save backup file %1: the document is empty"_s.arg(m_strFileName));
+            u"cannot save backup file %1: the document is empty"_s.arg(m_fileName));
 
     QByteArray content;
     QXmlStreamWriter writer(&content);
     writeElement(writer, root);
     if (writer.hasError()) {
         throw UpdaterError(u"cannot save backup file %1: the document holds characters that XML "
-                           "cannot carry"_s.arg(m_strFileName));
+                           "cannot carry"_s.arg(m_fileName));
     }
 
     // QSaveFile writes a temporary file beside the target, flushes it to disk and renames it over
@@ -191,10 +191,10 @@ void cXML::SaveXMLDoc()
     // Unbuffered, because QSaveFile::commit does not check its last flush (a full disk would put
     // a torn file in place of the old one); here every write is checked, and a short write is
     // repeated until the system names the error.
-    QSaveFile file(m_strFileName);
+    QSaveFile file(m_fileName);
     const auto failed = [&] {
         return UpdaterError(
-            u"cannot save backup file %1: %2"_s.arg(m_strFileName, file.errorString()));
+            u"cannot save backup file %1: %2"_s.arg(m_fileName, file.errorString()));
     };
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         throw failed();
@@ -226,54 +226,54 @@ QStringList cXML::attributeNames(const QDomElement &element) const
     return {};
 }
 
-void cXML::setAttributeInOrder(QDomElement &element, const QString &strName, const QString &value)
+void cXML::setAttributeInOrder(QDomElement &element, const QString &name, const QString &value)
 {
-    element.setAttribute(strName, value);
+    element.setAttribute(name, value);
     for (auto it = m_attributeOrder.rbegin(); it != m_attributeOrder.rend(); ++it) {
         if (it->element == element) {
-            if (!it->names.contains(strName))
-                it->names.append(strName);
+            if (!it->names.contains(name))
+                it->names.append(name);
             return;
         }
     }
-    m_attributeOrder.append({element, {strName}});
+    m_attributeOrder.append({element, {name}});
 }
 
-void cXML::SetAttribute(const QString &strName, const QByteArray &value)
+void cXML::SetAttribute(const QString &name, const QByteArray &value)
 {
     QDomElement current = requireCurrent("SetAttribute");
-    checkValue(value, u"attribute %1 of <%2>"_s.arg(strName, current.tagName()));
-    setAttributeInOrder(current, strName, QString::fromLatin1(value));
+    checkValue(value, u"attribute %1 of <%2>"_s.arg(name, current.tagName()));
+    setAttributeInOrder(current, name, QString::fromLatin1(value));
 }
 
-QDomElement cXML::createElement(const QString &strName, const QByteArray &text)
+QDomElement cXML::createElement(const QString &name, const QByteArray &text)
 {
-    checkValue(text, u"<%1>"_s.arg(strName));
-    QDomElement element = m_doc.createElement(strName);
+    checkValue(text, u"<%1>"_s.arg(name));
+    QDomElement element = m_doc.createElement(name);
     // No text node for an empty text: the element then reads back exactly as it was written.
     if (!text.isEmpty())
         element.appendChild(m_doc.createTextNode(QString::fromLatin1(text)));
     return element;
 }
 
-void cXML::CreateAndSetChild(const QString &strName, const QByteArray &text)
+void cXML::CreateAndSetChild(const QString &name, const QByteArray &text)
 {
     QDomElement current = requireCurrent("CreateAndSetChild");
-    QDomElement child = createElement(strName, text);
+    QDomElement child = createElement(name, text);
     current.appendChild(child);
     m_current = child;
 }
 
-void cXML::AppendToCurrent(const QString &strName, const QByteArray &text)
+void cXML::AppendToCurrent(const QString &name, const QByteArray &text)
 {
-    CreateAndSetChild(strName, text);
+    CreateAndSetChild(name, text);
     SetParent();
 }
 
-void cXML::CreateAndSetSibling(const QString &strName, const QByteArray &text)
+void cXML::CreateAndSetSibling(const QString &name, const QByteArray &text)
 {
     QDomElement current = requireCurrent("CreateAndSetSibling");
-    QDomElement sibling = createElement(strName, text);
+    QDomElement sibling = createElement(name, text);
     SetParent();
     m_current.appendChild(sibling);
     m_current = sibling;
@@ -290,11 +290,11 @@ void cXML::SetParent()
     m_current = parent;
 }
 
-bool cXML::OpenXMLDocument(const QString &strFileName)
+bool cXML::OpenXMLDocument(const QString &fileName)
 {
     reset();
-    m_source = strFileName;
-    QFile file(strFileName);
+    m_source = fileName;
+    QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly)) {
         m_error = file.errorString();
         return false;
@@ -381,44 +381,44 @@ bool cXML::CheckXML()
     return m_error.isEmpty();
 }
 
-QDomElement cXML::elementAt(const QString &strPath) const
+QDomElement cXML::elementAt(const QString &path) const
 {
-    const QDomElement element = findElement(m_doc, strPath);
+    const QDomElement element = findElement(m_doc, path);
     if (element.isNull())
-        throw UpdaterError(u"%1: no element %2"_s.arg(where(), strPath));
+        throw UpdaterError(u"%1: no element %2"_s.arg(where(), path));
     return element;
 }
 
-QByteArray cXML::GetValueOfElement(const QString &strPath)
+QByteArray cXML::GetValueOfElement(const QString &path)
 {
-    m_current = elementAt(strPath);
-    return toBytes(m_current.text(), u"%1: %2"_s.arg(where(), strPath));
+    m_current = elementAt(path);
+    return toBytes(m_current.text(), u"%1: %2"_s.arg(where(), path));
 }
 
-QByteArray cXML::GetAttrOfElement(const QString &strPath, const QString &strAttribute)
+QByteArray cXML::GetAttrOfElement(const QString &path, const QString &attribute)
 {
-    m_current = elementAt(strPath);
-    if (!m_current.hasAttribute(strAttribute)) {
+    m_current = elementAt(path);
+    if (!m_current.hasAttribute(attribute)) {
         throw UpdaterError(
-            u"%1: element %2 has no attribute %3"_s.arg(where(), strPath, strAttribute));
+            u"%1: element %2 has no attribute %3"_s.arg(where(), path, attribute));
     }
-    return toBytes(m_current.attribute(strAttribute),
-                   u"%1: %2/@%3"_s.arg(where(), strPath, strAttribute));
+    return toBytes(m_current.attribute(attribute),
+                   u"%1: %2/@%3"_s.arg(where(), path, attribute));
 }
 
-void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &telegrams) const
+void cXML::GetTelegramsFromXML(const QString &boardElement, QList<QByteArray> &telegrams) const
 {
-    const QString board = u"/"_s + kRoot + u'/' + strBoard;
+    const QString board = u"/"_s + kRoot + u'/' + boardElement;
     QList<QByteArray> result;
     // Appends one telegram per child element of the group: its attribute values, each followed
     // by ";", then its text; or, with an index prefix, prefix + position + ";" + text.
-    const auto addGroup = [&](const QString &strPath, const QByteArray &indexPrefix) {
-        const QDomElement group = elementAt(strPath);
+    const auto addGroup = [&](const QString &path, const QByteArray &indexPrefix) {
+        const QDomElement group = elementAt(path);
         int position = 0;
         for (QDomElement value = group.firstChildElement(); !value.isNull();
              value = value.nextSiblingElement(), ++position) {
             const QString here =
-                u"%1: %2/*[%3]"_s.arg(where(), strPath, QString::number(position + 1));
+                u"%1: %2/*[%3]"_s.arg(where(), path, QString::number(position + 1));
             QByteArray telegram;
             if (indexPrefix.isEmpty()) {
                 for (const QString &name : attributeNames(value))
@@ -430,12 +430,12 @@ void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &teleg
         }
     };
 
-    if (strBoard == u"Mainboard") {
+    if (boardElement == u"Mainboard") {
         addGroup(board, {});
-    } else if (strBoard == u"Measureboard") {
+    } else if (boardElement == u"Measureboard") {
         addGroup(board + u"/User"_s, {});
         addGroup(board + u"/Protected"_s, {});
-    } else if (strBoard == u"CPUboard") {
+    } else if (boardElement == u"CPUboard") {
         // By position in the group, not by the id attribute.
         addGroup(board + u"/User"_s, QByteArrayLiteral("DUV;"));
         addGroup(board + u"/Protected"_s, QByteArrayLiteral("DPV;"));
@@ -446,14 +446,14 @@ void cXML::GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &teleg
     telegrams = result;
 }
 
-bool cXML::HasBoard(const QString &strBoard) const
+bool cXML::HasBoard(const QString &boardElement) const
 {
-    return !findElement(m_doc, u"/"_s + kRoot + u'/' + strBoard).isNull();
+    return !findElement(m_doc, u"/"_s + kRoot + u'/' + boardElement).isNull();
 }
 
-QList<std::pair<QString, QByteArray>> cXML::BoardIdentity(const QString &strBoard) const
+QList<std::pair<QString, QByteArray>> cXML::BoardIdentity(const QString &boardElement) const
 {
-    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    const QString path = u"/"_s + kRoot + u'/' + boardElement;
     const QDomElement board = findElement(m_doc, path);
     QList<std::pair<QString, QByteArray>> identity;
     if (board.isNull())
@@ -463,9 +463,9 @@ QList<std::pair<QString, QByteArray>> cXML::BoardIdentity(const QString &strBoar
     return identity;
 }
 
-QList<cXML::BoardValue> cXML::BoardValues(const QString &strBoard) const
+QList<cXML::BoardValue> cXML::BoardValues(const QString &boardElement) const
 {
-    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    const QString path = u"/"_s + kRoot + u'/' + boardElement;
     QList<BoardValue> values;
     const auto add = [&](const QString &group, const QDomElement &value) {
         QStringList key;
@@ -489,9 +489,9 @@ QList<cXML::BoardValue> cXML::BoardValues(const QString &strBoard) const
     return values;
 }
 
-QString cXML::FirstDifference(const cXML &other, const QString &strBoard) const
+QString cXML::FirstDifference(const cXML &other, const QString &boardElement) const
 {
-    const QString path = u"/"_s + kRoot + u'/' + strBoard;
+    const QString path = u"/"_s + kRoot + u'/' + boardElement;
     const QDomElement mine = findElement(m_doc, path);
     const QDomElement theirs = findElement(other.m_doc, path);
     if (mine.isNull() || theirs.isNull()) {
@@ -503,35 +503,35 @@ QString cXML::FirstDifference(const cXML &other, const QString &strBoard) const
 }
 
 QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomElement &theirs,
-                         const QString &strPath) const
+                         const QString &path) const
 {
-    const auto differ = [&](const QString &strWhere, const QString &what, const QString &a,
+    const auto differ = [&](const QString &where, const QString &what, const QString &a,
                             const QString &b) {
-        return u"%1: %2%3 here, %4 in the other document"_s.arg(strWhere, what, a, b);
+        return u"%1: %2%3 here, %4 in the other document"_s.arg(where, what, a, b);
     };
     if (mine.tagName() != theirs.tagName())
-        return differ(strPath, u"element "_s, mine.tagName(), theirs.tagName());
+        return differ(path, u"element "_s, mine.tagName(), theirs.tagName());
     const QStringList names = attributeNames(mine);
     const QStringList theirNames = other.attributeNames(theirs);
     if (names != theirNames) {
-        return differ(strPath, u"attributes "_s, u"(%1)"_s.arg(names.join(u", "_s)),
+        return differ(path, u"attributes "_s, u"(%1)"_s.arg(names.join(u", "_s)),
                       u"(%1)"_s.arg(theirNames.join(u", "_s)));
     }
     for (const QString &name : names) {
         if (mine.attribute(name) != theirs.attribute(name)) {
-            return differ(strPath + u"/@"_s + name, {}, shown(mine.attribute(name)),
+            return differ(path + u"/@"_s + name, {}, shown(mine.attribute(name)),
                           shown(theirs.attribute(name)));
         }
     }
     if (ownText(mine) != ownText(theirs))
-        return differ(strPath, u"text "_s, shown(ownText(mine)), shown(ownText(theirs)));
+        return differ(path, u"text "_s, shown(ownText(mine)), shown(ownText(theirs)));
 
     QHash<QString, int> seen;
     QDomElement a = mine.firstChildElement();
     QDomElement b = theirs.firstChildElement();
     for (; !a.isNull() && !b.isNull(); a = a.nextSiblingElement(), b = b.nextSiblingElement()) {
         const QString childPath =
-            u"%1/%2[%3]"_s.arg(strPath, a.tagName(), QString::number(++seen[a.tagName()]));
+            u"%1/%2[%3]"_s.arg(path, a.tagName(), QString::number(++seen[a.tagName()]));
         if (QString found = difference(a, other, b, childPath); !found.isEmpty())
             return found;
     }
@@ -542,7 +542,7 @@ QString cXML::difference(const QDomElement &mine, const cXML &other, const QDomE
                 ++n;
             return n;
         };
-        return differ(strPath, {}, u"%1 child elements"_s.arg(elements(mine)),
+        return differ(path, {}, u"%1 child elements"_s.arg(elements(mine)),
                       QString::number(elements(theirs)));
     }
     return {};

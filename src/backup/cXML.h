@@ -60,31 +60,31 @@ public:
     // The clock gives the creation time; the system clock when none is given.
     explicit cXML(Clock *clock = nullptr);
 
-    // Starts a new document for strFileName: root "VARIMOsentry" with "DocumentVersion" and
+    // Starts a new document for fileName: root "VARIMOsentry" with "DocumentVersion" and
     // "Created" (the local date-time as readable text), made current and saved at once.
-    void CreateXMLDocument(const QString &strFileName);
+    void CreateXMLDocument(const QString &fileName);
     // Writes the document to the file name given to CreateXMLDocument, atomically: the file holds
     // either its old content or the whole new document, never a part of it.
     void SaveXMLDoc();
-    QString GetFilename() const { return m_strFileName; }
+    QString GetFilename() const { return m_fileName; }
 
     // Sets an attribute of the current element; a new name goes behind the existing ones, a name
     // set again keeps its place.
-    void SetAttribute(const QString &strName, const QByteArray &value);
+    void SetAttribute(const QString &name, const QByteArray &value);
     // Appends an element with that text (none when empty) as the last child of the current
     // element and makes it current.
-    void CreateAndSetChild(const QString &strName, const QByteArray &text);
+    void CreateAndSetChild(const QString &name, const QByteArray &text);
     // Appends a child like CreateAndSetChild; the cursor stays where it was.
-    void AppendToCurrent(const QString &strName, const QByteArray &text);
+    void AppendToCurrent(const QString &name, const QByteArray &text);
     // Appends an element behind the current one, under the same parent, and makes it current.
-    void CreateAndSetSibling(const QString &strName, const QByteArray &text);
+    void CreateAndSetSibling(const QString &name, const QByteArray &text);
     // Makes the parent of the current element current.
     void SetParent();
 
-    // Replaces the document by the content of strFileName (the file name for saving stays as it
+    // Replaces the document by the content of fileName (the file name for saving stays as it
     // was) and returns CheckXML(). False when the file cannot be read or is not well-formed XML;
     // errorString() then says why ("line 3, column 7: Premature end of document.").
-    bool OpenXMLDocument(const QString &strFileName);
+    bool OpenXMLDocument(const QString &fileName);
     // Makes the root element current; true when it is "VARIMOsentry" and has child elements.
     bool CheckXML();
     // Why the last OpenXMLDocument or CheckXML returned false.
@@ -92,8 +92,8 @@ public:
 
     // The element at an absolute path of element names ("/VARIMOsentry/Mainboard"; the first
     // match in document order) becomes current; returns its text or the named attribute.
-    QByteArray GetValueOfElement(const QString &strPath);
-    QByteArray GetAttrOfElement(const QString &strPath, const QString &strAttribute);
+    QByteArray GetValueOfElement(const QString &path);
+    QByteArray GetAttrOfElement(const QString &path, const QString &attribute);
 
     // Replaces telegrams by the restore telegrams of one board ("Mainboard", "Measureboard",
     // "CPUboard"); another name leaves telegrams as they are. Each value gives its attribute
@@ -101,13 +101,13 @@ public:
     // values before its Protected ones; the CPU Board gives "DUV;" + position + ";" + text for
     // each User value, then the same with "DPV;" for each Protected value, then "USR". A missing
     // board or group throws UpdaterError naming its path and leaves telegrams as they were.
-    void GetTelegramsFromXML(const QString &strBoard, QList<QByteArray> &telegrams) const;
+    void GetTelegramsFromXML(const QString &boardElement, QList<QByteArray> &telegrams) const;
 
     // Compares one board element (for example "Mainboard") and everything below it with the same
     // board in other: element names, attributes in order, texts. Empty when they are the same,
     // else where and how they first differ, for example
     // /VARIMOsentry/Mainboard/Value[2]: text "12.5" here, "12.6" in the other document
-    QString FirstDifference(const cXML &other, const QString &strBoard) const;
+    QString FirstDifference(const cXML &other, const QString &boardElement) const;
 
     // One parameter of a board as the document holds it: its group ("Protected", "User", or ""
     // for a value directly below the board), its key (the value's attributes as name=value,
@@ -119,21 +119,21 @@ public:
         QByteArray value;
     };
     // Whether the document holds the board element ("Mainboard", "Measureboard", "CPUboard").
-    bool HasBoard(const QString &strBoard) const;
+    bool HasBoard(const QString &boardElement) const;
     // The attributes of the board element (its identity: Name, Firmware, Build), in order.
-    QList<std::pair<QString, QByteArray>> BoardIdentity(const QString &strBoard) const;
+    QList<std::pair<QString, QByteArray>> BoardIdentity(const QString &boardElement) const;
     // Every value of the board, in document order; none when the board is missing.
-    QList<BoardValue> BoardValues(const QString &strBoard) const;
+    QList<BoardValue> BoardValues(const QString &boardElement) const;
 
 private:
-    QDomElement createElement(const QString &strName, const QByteArray &text);
-    QDomElement elementAt(const QString &strPath) const;
+    QDomElement createElement(const QString &name, const QByteArray &text);
+    QDomElement elementAt(const QString &path) const;
     QDomElement requireCurrent(const char *operation) const;
     QStringList attributeNames(const QDomElement &element) const;
-    void setAttributeInOrder(QDomElement &element, const QString &strName, const QString &value);
+    void setAttributeInOrder(QDomElement &element, const QString &name, const QString &value);
     void writeElement(QXmlStreamWriter &writer, const QDomElement &element) const;
     QString difference(const QDomElement &mine, const cXML &other, const QDomElement &theirs,
-                       const QString &strPath) const;
+                       const QString &path) const;
     QString where() const;
     void reset();
 
@@ -146,7 +146,7 @@ private:
     Clock *m_clock = nullptr;
     QDomDocument m_doc;
     QDomElement m_current;
-    QString m_strFileName;
+    QString m_fileName;
     // The file the document came from or goes to, for error texts.
     QString m_source;
     QString m_error;

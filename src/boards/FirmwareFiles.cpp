@@ -15,10 +15,10 @@ namespace {
 
 // A file-name wildcard ("*" any text, "?" one character) as a whole-name, case-insensitive
 // expression; every other character stands for itself.
-QRegularExpression wildcard(const QString &strPattern)
+QRegularExpression wildcard(const QString &pattern)
 {
     QString expression;
-    for (QChar c : strPattern) {
+    for (QChar c : pattern) {
         if (c == u'*')
             expression += u".*"_s;
         else if (c == u'?')
@@ -33,27 +33,27 @@ QRegularExpression wildcard(const QString &strPattern)
 
 } // namespace
 
-QString PatternPrefix(const QString &strPattern)
+QString PatternPrefix(const QString &pattern)
 {
-    const qsizetype version = strPattern.indexOf(u"XXX"_s);
-    return version < 0 ? strPattern : strPattern.left(version);
+    const qsizetype version = pattern.indexOf(u"XXX"_s);
+    return version < 0 ? pattern : pattern.left(version);
 }
 
-QString FindNewestFile(const QString &strDir, const QString &strPattern)
+QString FindNewestFile(const QString &dir, const QString &pattern)
 {
     const QStringList files =
-        ListFiles(strDir, PatternPrefix(strPattern), kFirmwareExtension.toString());
+        ListFiles(dir, PatternPrefix(pattern), kFirmwareExtension.toString());
     return files.isEmpty() ? QString() : files.back();
 }
 
-QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QString &strExtension)
+QStringList ListFiles(const QString &dir, const QString &prefix, const QString &extension)
 {
-    QString pattern = strPrefix.trimmed().isEmpty() ? u"*."_s : u"*"_s + strPrefix + u"*."_s;
-    pattern += strExtension.isEmpty() ? u"*"_s : strExtension;
+    QString pattern = prefix.trimmed().isEmpty() ? u"*."_s : u"*"_s + prefix + u"*."_s;
+    pattern += extension.isEmpty() ? u"*"_s : extension;
     const QRegularExpression match = wildcard(pattern);
 
     QStringList names;
-    const QStringList entries = QDir(strDir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted);
+    const QStringList entries = QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted);
     for (const QString &name : entries) {
         if (match.match(name).hasMatch())
             names.append(name);
@@ -63,10 +63,10 @@ QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QSt
     return names;
 }
 
-QString VersionFromFileName(const QString &strFileName, const QString &strPattern)
+QString VersionFromFileName(const QString &fileName, const QString &pattern)
 {
-    QString rest = strFileName;
-    const QString prefix = PatternPrefix(strPattern);
+    QString rest = fileName;
+    const QString prefix = PatternPrefix(pattern);
     if (!prefix.isEmpty())
         rest.remove(prefix, Qt::CaseInsensitive);
     rest = rest.trimmed();
@@ -81,18 +81,18 @@ void SortStrings(QStringList &list)
               [](const QString &a, const QString &b) { return a.toUpper() < b.toUpper(); });
 }
 
-QString SplitPath(const QString &strPath, bool bDirectory)
+QString SplitPath(const QString &path, bool directory)
 {
-    qsizetype separator = strPath.lastIndexOf(u'\\');
+    qsizetype separator = path.lastIndexOf(u'\\');
 #ifndef Q_OS_WIN
-    separator = std::max(separator, strPath.lastIndexOf(u'/'));
+    separator = std::max(separator, path.lastIndexOf(u'/'));
 #endif
-    return bDirectory ? strPath.left(separator + 1) : strPath.mid(separator + 1);
+    return directory ? path.left(separator + 1) : path.mid(separator + 1);
 }
 
-bool FileExists(const QString &strPath)
+bool FileExists(const QString &path)
 {
-    return !strPath.isEmpty() && QFileInfo(strPath).isFile();
+    return !path.isEmpty() && QFileInfo(path).isFile();
 }
 
 } // namespace modHelper

@@ -18,32 +18,32 @@ namespace modHelper {
 inline constexpr QStringView kFirmwareExtension = u"bin";
 
 // The text of the pattern before its first "XXX"; the whole pattern when it has none.
-QString PatternPrefix(const QString &strPattern);
+QString PatternPrefix(const QString &pattern);
 
-// The newest firmware file for the pattern in strDir (the program folder): the greatest name that
+// The newest firmware file for the pattern in dir (the program folder): the greatest name that
 // ListFiles finds for the pattern's prefix and the extension "bin". The name without directory;
 // empty when no file matches.
-QString FindNewestFile(const QString &strDir, const QString &strPattern);
+QString FindNewestFile(const QString &dir, const QString &pattern);
 
-// The names (without directory) of the files in strDir that match "*" + prefix + "*." + extension
+// The names (without directory) of the files in dir that match "*" + prefix + "*." + extension
 // ("*." when the prefix is blank, "*" for an empty extension), without regard to case and not
 // recursive; sorted with SortStrings when there is more than one.
-QStringList ListFiles(const QString &strDir, const QString &strPrefix, const QString &strExtension);
+QStringList ListFiles(const QString &dir, const QString &prefix, const QString &extension);
 
 // The firmware version in a file name: every occurrence of the pattern's prefix removed (without
 // regard to case), blanks trimmed, then the first three characters as first + "." + next two:
 // "FW_MAINBOARD_102_Y.bin" gives "1.02". Empty when fewer than three characters remain.
-QString VersionFromFileName(const QString &strFileName, const QString &strPattern);
+QString VersionFromFileName(const QString &fileName, const QString &pattern);
 
 // Sorts the list in place, ascending by upper-case text.
 void SortStrings(QStringList &list);
 
-// The name after the last path separator (bDirectory false; the whole path when there is none) or
-// the part up to and including it (bDirectory true; empty when there is none). The separator is
+// The name after the last path separator (directory false; the whole path when there is none) or
+// the part up to and including it (directory true; empty when there is none). The separator is
 // the backslash, and on systems other than Windows also "/".
-QString SplitPath(const QString &strPath, bool bDirectory);
+QString SplitPath(const QString &path, bool directory);
 
-// True when strPath names an existing file (not a folder); false for an empty path.
-bool FileExists(const QString &strPath);
+// True when path names an existing file (not a folder); false for an empty path.
+bool FileExists(const QString &path);
 
 } // namespace modHelper

@@ -40,7 +40,7 @@ public:
     // silence (for example a serial number that is not a number).
     bool InitFromDevice(cComm *comm, BoardKind kind);
 
-    // Fills the descriptor from the firmware file sFile (a name in dir, or an absolute path),
+    // Fills the descriptor from the firmware file file (a name in dir, or an absolute path),
     // checking its size against the board's image size.
     void InitFromBinFile(const QString &dir, const QString &file, const QString &pattern,
                          BoardKind kind);

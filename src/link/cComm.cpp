@@ -113,24 +113,24 @@ void cComm::ClosePort()
     m_portValid = true;
 }
 
-void cComm::WriteTelegram(const QByteArray &strTelegram, const QByteArray &terminator)
+void cComm::WriteTelegram(const QByteArray &telegram, const QByteArray &terminator)
 {
-    m_line.write(strTelegram + terminator);
+    m_line.write(telegram + terminator);
 
     QString logText;
-    if (strTelegram.size() == kFirmwarePacketSize) {
+    if (telegram.size() == kFirmwarePacketSize) {
         const auto value = [&](int position) {
-            return u" "_s + QString::number(quint8(strTelegram.at(position - 1)));
+            return u" "_s + QString::number(quint8(telegram.at(position - 1)));
         };
         logText = u"133 Bytes "_s + value(1) + value(2) + value(3) + value(4) + u" ... "_s +
             value(132) + value(133);
     } else {
-        logText = QString::fromLatin1(strTelegram);
+        logText = QString::fromLatin1(telegram);
     }
     logEntry(u"Telegram sent : "_s + logText);
 }
 
-QByteArray cComm::ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil)
+QByteArray cComm::ReadT(qint32 timeoutMs, const QByteArray &readUntil)
 {
     const qint32 start = m_clock.tickCount();
     QByteArray buffer;
@@ -140,12 +140,12 @@ QByteArray cComm::ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil)
         if (__builtin_sub_overflow(m_clock.tickCount(), start, &elapsed))
             throw UpdaterError(
                 u"Reading from %1: the millisecond counter overflowed"_s.arg(portLabel()));
-        if (elapsed > nTimeOutInMs || buffer.contains(readUntil))
+        if (elapsed > timeoutMs || buffer.contains(readUntil))
             break;
         // A line that has gone away will bring nothing more.
         if (!m_line.isOpen())
             break;
-        m_line.waitForData(nTimeOutInMs - elapsed + 1);
+        m_line.waitForData(timeoutMs - elapsed + 1);
     }
 
     buffer = ClassifyAnswer(std::move(buffer));
@@ -172,12 +172,12 @@ QByteArray cComm::ClassifyAnswer(QByteArray received)
     return received;
 }
 
-QByteArray cComm::Transceive(const QByteArray &strTelegram, qint32 timeout,
+QByteArray cComm::Transceive(const QByteArray &telegram, qint32 timeout,
                              const std::optional<QByteArray> &answer)
 {
     QByteArray received;
     const auto sendAndRead = [&] {
-        WriteTelegram(strTelegram, kCrLf);
+        WriteTelegram(telegram, kCrLf);
         if (m_waitAfterTelegramMs > 0)
             m_clock.sleepMs(m_waitAfterTelegramMs);
         received = ReadT(timeout, kCrLf);
@@ -199,13 +199,13 @@ QByteArray cComm::Transceive(const QByteArray &strTelegram, qint32 timeout,
     return received;
 }
 
-QByteArray cComm::TransceiveX(const QByteArray &strTelegram, qint32 nWaitBevorRead)
+QByteArray cComm::TransceiveX(const QByteArray &telegram, qint32 waitBeforeReadMs)
 {
     QByteArray received;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        WriteTelegram(strTelegram, {});
-        if (nWaitBevorRead > 0)
-            m_clock.sleepMs(nWaitBevorRead);
+        WriteTelegram(telegram, {});
+        if (waitBeforeReadMs > 0)
+            m_clock.sleepMs(waitBeforeReadMs);
         received = ReadT(kPacketAnswerTimeoutMs, QByteArray(1, kAck));
         if (received == "ACK")
             break;

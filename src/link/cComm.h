@@ -42,21 +42,21 @@ public:
     // Binds the log, sets the wait after a telegram to 200 ms, closes the port if it is open.
     void Init(LogSink *log);
 
-    // Collects one answer: reads until readUntil has arrived or more than nTimeOutInMs have
+    // Collects one answer: reads until readUntil has arrived or more than timeoutMs have
     // passed; removes CR LF pairs; an answer holding the byte 6 becomes "ACK", else one holding
     // the byte 15 becomes "NAK" (0x15 is not recognised and stays in the text). Logs the answer.
-    QByteArray ReadT(qint32 nTimeOutInMs, const QByteArray &readUntil);
+    QByteArray ReadT(qint32 timeoutMs, const QByteArray &readUntil);
     // What ReadT makes of the bytes it collected: CR LF pairs removed (also those that only meet
     // once an inner pair is gone), then "ACK" for an answer holding the byte 6, "NAK" for one
     // holding the byte 15 (and no 6), else the text itself.
     static QByteArray ClassifyAnswer(QByteArray received);
     // Sends the telegram followed by the terminator in one write and logs it.
-    void WriteTelegram(const QByteArray &strTelegram, const QByteArray &terminator);
+    void WriteTelegram(const QByteArray &telegram, const QByteArray &terminator);
     // One request and its answer with up to three attempts (see the class comment).
-    QByteArray Transceive(const QByteArray &strTelegram, qint32 timeout = kDefaultTimeoutMs,
+    QByteArray Transceive(const QByteArray &telegram, qint32 timeout = kDefaultTimeoutMs,
                           const std::optional<QByteArray> &answer = std::nullopt);
     // One firmware packet: up to three sends, each read until the ACK byte or 1000 ms.
-    QByteArray TransceiveX(const QByteArray &strTelegram, qint32 nWaitBevorRead);
+    QByteArray TransceiveX(const QByteArray &telegram, qint32 waitBeforeReadMs);
 
     bool IsOpen();
     void setWaitAfterTelegram(qint16 ms) { m_waitAfterTelegramMs = ms; }

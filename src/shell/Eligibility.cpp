@@ -28,7 +28,7 @@ Verdict belowMinimum(BoardKind kind, const QString &minimum)
 
 } // namespace
 
-qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo)
+qint16 CompareVersions(const QString &current, const QString &compareTo)
 {
     const auto number = [](QString text) {
         text.remove(u'.');
@@ -36,8 +36,8 @@ qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo)
         const qint32 n = text.trimmed().toInt(&ok);
         return ok ? n : 0;
     };
-    const qint32 a = number(sCurrent);
-    const qint32 b = number(sCompareTo);
+    const qint32 a = number(current);
+    const qint32 b = number(compareTo);
     return a == b ? 0 : (a < b ? -1 : 1);
 }
 

@@ -39,7 +39,7 @@ struct Verdict
 
 // Versions compared as numbers with their dots removed: -1 lower, 0 equal, 1 higher. "2.05" is
 // 205 and "1.2" is 12, so "1.2" is lower than "1.02"; text that is not a number counts as 0.
-qint16 CompareVersions(const QString &sCurrent, const QString &sCompareTo);
+qint16 CompareVersions(const QString &current, const QString &compareTo);
 
 // The plan for one board; Keep unless both descriptors are valid.
 BoardVerdict JudgeBoard(const cControler &current, const cControler &fresh, bool allowDowngrade);

@@ -73,8 +73,8 @@ QString unquoted(QString v)
 
 } // namespace
 
-QString cINI::GetValue(const QString &strIniSection, const QString &strIniEntry,
-                       const QString &strDefault) const
+QString cINI::GetValue(const QString &sectionName, const QString &entryName,
+                       const QString &defaultValue) const
 {
     std::optional<QString> found;
     QFile file(m_path);
@@ -87,37 +87,37 @@ QString cINI::GetValue(const QString &strIniSection, const QString &strIniEntry,
                 // The first section of that name is the one that counts.
                 if (sectionSeen && inSection)
                     break;
-                inSection = sameName(*section, strIniSection);
+                inSection = sameName(*section, sectionName);
                 sectionSeen = sectionSeen || inSection;
                 continue;
             }
             QByteArray key, value;
-            if (inSection && keyValueOf(line, &key, &value) && sameName(key, strIniEntry)) {
+            if (inSection && keyValueOf(line, &key, &value) && sameName(key, entryName)) {
                 found = unquoted(QString::fromLatin1(value));
                 break;
             }
         }
     }
-    QString result = found ? *found : strDefault.trimmed();
+    QString result = found ? *found : defaultValue.trimmed();
     return result.left(kMaxValueLength);
 }
 
-bool cINI::GetBoolValue(const QString &strIniSection, const QString &strIniEntry,
-                        bool bDefault) const
+bool cINI::GetBoolValue(const QString &sectionName, const QString &entryName,
+                        bool defaultValue) const
 {
-    return GetValue(strIniSection, strIniEntry, bDefault ? u"1"_s : u"0"_s) != u"0"_s;
+    return GetValue(sectionName, entryName, defaultValue ? u"1"_s : u"0"_s) != u"0"_s;
 }
 
-qint32 cINI::GetIntValue(const QString &strIniSection, const QString &strIniEntry,
-                         qint32 nDefault) const
+qint32 cINI::GetIntValue(const QString &sectionName, const QString &entryName,
+                         qint32 defaultValue) const
 {
     bool ok = false;
-    const qint32 n = GetValue(strIniSection, strIniEntry, QString::number(nDefault)).toInt(&ok);
-    return ok ? n : nDefault;
+    const qint32 n = GetValue(sectionName, entryName, QString::number(defaultValue)).toInt(&ok);
+    return ok ? n : defaultValue;
 }
 
-bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
-                    const QString &strValue)
+bool cINI::SetValue(const QString &sectionName, const QString &entryName,
+                    const QString &newValue)
 {
     m_error.clear();
     if (m_path.isEmpty()) {
@@ -136,7 +136,7 @@ bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
         }
     }
     ParsedFile f = splitLines(content);
-    const QByteArray newLine = strIniEntry.toLatin1() + '=' + strValue.toLatin1();
+    const QByteArray newLine = entryName.toLatin1() + '=' + newValue.toLatin1();
 
     qsizetype sectionLine = -1;
     qsizetype lastKeyLine = -1;
@@ -145,7 +145,7 @@ bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
         if (const auto section = sectionOf(f.lines[i])) {
             if (sectionLine >= 0)
                 break;
-            if (sameName(*section, strIniSection)) {
+            if (sameName(*section, sectionName)) {
                 sectionLine = i;
                 lastKeyLine = i;
             }
@@ -156,7 +156,7 @@ bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
         QByteArray key, value;
         if (!f.lines[i].trimmed().isEmpty())
             lastKeyLine = i;
-        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, strIniEntry)) {
+        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, entryName)) {
             keyLine = i;
             break;
         }
@@ -167,7 +167,7 @@ bool cINI::SetValue(const QString &strIniSection, const QString &strIniEntry,
     } else if (sectionLine >= 0) {
         f.lines.insert(lastKeyLine + 1, newLine);
     } else {
-        f.lines.append('[' + strIniSection.toLatin1() + ']');
+        f.lines.append('[' + sectionName.toLatin1() + ']');
         f.lines.append(newLine);
         f.endsWithEol = true;
     }

@@ -20,19 +20,19 @@ public:
     void Init(const QString &path) { m_path = path; }
     QString path() const { return m_path; }
 
-    QString GetValue(const QString &strIniSection, const QString &strIniEntry,
-                     const QString &strDefault) const;
+    QString GetValue(const QString &sectionName, const QString &entryName,
+                     const QString &defaultValue) const;
     // False only when the value read is exactly "0" ("1" is the default text for true).
-    bool GetBoolValue(const QString &strIniSection, const QString &strIniEntry,
-                      bool bDefault) const;
-    // A numeric key: text that is not a whole number falls back to nDefault.
-    qint32 GetIntValue(const QString &strIniSection, const QString &strIniEntry,
-                       qint32 nDefault) const;
+    bool GetBoolValue(const QString &sectionName, const QString &entryName,
+                      bool defaultValue) const;
+    // A numeric key: text that is not a whole number falls back to defaultValue.
+    qint32 GetIntValue(const QString &sectionName, const QString &entryName,
+                       qint32 defaultValue) const;
 
     // Writes key=value; failures are reported through the result (and errorString) and otherwise
     // ignored by the callers, as a setting that could not be stored is not worth stopping for.
-    bool SetValue(const QString &strIniSection, const QString &strIniEntry,
-                  const QString &strValue);
+    bool SetValue(const QString &sectionName, const QString &entryName,
+                  const QString &newValue);
 
     QString errorString() const { return m_error; }
 

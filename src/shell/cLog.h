@@ -57,7 +57,7 @@ public:
     void setEcho(std::function<void(const QByteArray &bytes)> echo);
 
 private:
-    bool writeEntryLocked(const QString &strEntry, std::optional<int> additionalTabs,
+    bool writeEntryLocked(const QString &entry, std::optional<int> additionalTabs,
                           std::optional<int> newline);
 
     mutable QMutex m_mutex;

@@ -6,7 +6,7 @@
 
 using namespace Qt::StringLiterals;
 
-SimFixture::SimFixture()
+SimRig::SimRig()
 {
     log.Init(dir.filePath(u"VarimoSentry_Updater.txt"_s));
     log.Setlogging(true);
@@ -39,30 +39,30 @@ SimFixture::SimFixture()
     });
 }
 
-void SimFixture::openPort()
+void SimRig::openPort()
 {
     comm.setComPort(u"COM1"_s);
     sim.line().setPortName(u"sim"_s);
     ASSERT_TRUE(comm.OpenPort());
 }
 
-QByteArrayList SimFixture::received() const
+QByteArrayList SimRig::received() const
 {
     return const_cast<SimulatedInstrument &>(sim).instrument().trace().texts(
         Trace::Entry::Received);
 }
 
-QByteArrayList SimFixture::receivedSinceMark() const
+QByteArrayList SimRig::receivedSinceMark() const
 {
     return received().mid(qsizetype(m_mark));
 }
 
-void SimFixture::markTrace()
+void SimRig::markTrace()
 {
     m_mark = size_t(received().size());
 }
 
-QByteArrayList SimFixture::logLines() const
+QByteArrayList SimRig::logLines() const
 {
     QFile f(log.path());
     QByteArrayList lines;
@@ -80,7 +80,7 @@ QByteArrayList SimFixture::logLines() const
     return lines;
 }
 
-QStringList SimFixture::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
+QStringList SimRig::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
                                       const QByteArray &main)
 {
     QString error;

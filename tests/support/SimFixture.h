@@ -14,11 +14,11 @@
 // The updater's link to an in-process simulated instrument on virtual time, with a program folder
 // (settings, log, backups, firmware files) in a temporary directory and an operator who does what
 // the dialogs say at once: closes the setup menu, presses the keys for the update mode and for a
-// restart.
-class SimFixture : public ::testing::Test
+// restart. Holds nothing shared: several rigs may run side by side on several threads.
+class SimRig
 {
-protected:
-    SimFixture();
+public:
+    SimRig();
 
     // Opens the port as Connect does; asserts that the instrument greeted back.
     void openPort();
@@ -52,4 +52,8 @@ protected:
 
 private:
     size_t m_mark = 0;
+};
+
+class SimFixture : public ::testing::Test, public SimRig
+{
 };

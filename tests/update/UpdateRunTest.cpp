@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QSignalSpy>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -233,3 +234,35 @@ TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
 }
 
 } // namespace
+
+// Nothing global holds the state of a run: two instruments on two lines are updated at the same
+// time from two threads, each with its own session, and each ends with its new firmware and every
+// parameter it had.
+TEST(Sessions, TwoInstrumentsAreUpdatedSideBySide)
+{
+    const auto update = [](SimRig &rig, const QByteArray &mainVersion, bool *ok) {
+        rig.writeFirmware("2.00", "1.20", mainVersion);
+        const auto before = rig.instrument().board(BoardKind::Main).values;
+        Session session(rig.sim.line(), rig.clock, rig.op,
+                        {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
+        *ok = session.run(Job::connectTo(u"COM1"_s)).succeeded();
+        for (const BoardKind kind : kPanelOrder) {
+            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+            session.fresh()[kind].InitFromBinFile(
+                rig.dir.path(), modHelper::FindNewestFile(rig.dir.path(), pattern), pattern, kind);
+        }
+        *ok = *ok && session.run(Job::update(false)).succeeded() &&
+            rig.instrument().board(BoardKind::Main).firmware == mainVersion &&
+            rig.instrument().board(BoardKind::Main).values == before;
+    };
+    SimRig first;
+    SimRig second;
+    bool firstOk = false;
+    bool secondOk = false;
+    std::thread a([&] { update(first, "1.03", &firstOk); });
+    std::thread b([&] { update(second, "1.04", &secondOk); });
+    a.join();
+    b.join();
+    EXPECT_TRUE(firstOk);
+    EXPECT_TRUE(secondOk);
+}

@@ -290,6 +290,39 @@ void cXML::SetParent()
     m_current = parent;
 }
 
+QDomNode cXML::readStartElement(const QXmlStreamReader &reader, QDomNode parent)
+{
+    QDomElement element = m_doc.createElement(reader.qualifiedName().toString());
+    QStringList names;
+    const QXmlStreamAttributes attributes = reader.attributes();
+    for (const QXmlStreamAttribute &attribute : attributes) {
+        names.append(attribute.qualifiedName().toString());
+        element.setAttribute(names.back(), attribute.value().toString());
+    }
+    if (!names.isEmpty())
+        m_attributeOrder.append({element, names});
+    if (parent.isNull())
+        m_doc.appendChild(element);
+    else
+        parent.appendChild(element);
+    return element;
+}
+
+QDomNode cXML::readEndElement(QDomNode parent)
+{
+    // Whitespace between child elements is layout, not a value.
+    const QDomElement element = parent.toElement();
+    if (!element.firstChildElement().isNull()) {
+        for (QDomNode n = element.firstChild(); !n.isNull();) {
+            const QDomNode next = n.nextSibling();
+            if (n.isText() && isXmlWhitespace(n.toText().data()))
+                parent.removeChild(n);
+            n = next;
+        }
+    }
+    return parent.parentNode();
+}
+
 bool cXML::OpenXMLDocument(const QString &fileName)
 {
     reset();
@@ -307,37 +340,12 @@ bool cXML::OpenXMLDocument(const QString &fileName)
     QDomNode parent;
     while (!reader.atEnd()) {
         switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement: {
-            QDomElement element = m_doc.createElement(reader.qualifiedName().toString());
-            QStringList names;
-            const QXmlStreamAttributes attributes = reader.attributes();
-            for (const QXmlStreamAttribute &attribute : attributes) {
-                names.append(attribute.qualifiedName().toString());
-                element.setAttribute(names.back(), attribute.value().toString());
-            }
-            if (!names.isEmpty())
-                m_attributeOrder.append({element, names});
-            if (parent.isNull())
-                m_doc.appendChild(element);
-            else
-                parent.appendChild(element);
-            parent = element;
+        case QXmlStreamReader::StartElement:
+            parent = readStartElement(reader, parent);
             break;
-        }
-        case QXmlStreamReader::EndElement: {
-            // Whitespace between child elements is layout, not a value.
-            const QDomElement element = parent.toElement();
-            if (!element.firstChildElement().isNull()) {
-                for (QDomNode n = element.firstChild(); !n.isNull();) {
-                    const QDomNode next = n.nextSibling();
-                    if (n.isText() && isXmlWhitespace(n.toText().data()))
-                        parent.removeChild(n);
-                    n = next;
-                }
-            }
-            parent = parent.parentNode();
+        case QXmlStreamReader::EndElement:
+            parent = readEndElement(parent);
             break;
-        }
         case QXmlStreamReader::Characters:
             // Text outside the root element can only be whitespace.
             if (parent.isElement()) {

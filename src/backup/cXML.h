@@ -8,6 +8,8 @@
 #include <QStringList>
 #include <utility>
 
+class QXmlStreamReader;
+
 class Clock;
 class QXmlStreamWriter;
 
@@ -126,6 +128,8 @@ public:
     QList<BoardValue> BoardValues(const QString &boardElement) const;
 
 private:
+    QDomNode readStartElement(const QXmlStreamReader &reader, QDomNode parent);
+    QDomNode readEndElement(QDomNode parent);
     QDomElement createElement(const QString &name, const QByteArray &text);
     QDomElement elementAt(const QString &path) const;
     QDomElement requireCurrent(const char *operation) const;

@@ -71,6 +71,45 @@ QString unquoted(QString v)
     return v;
 }
 
+// Puts newLine in place of the entry's line, or appends it to its section, or appends the
+// section with it.
+void setLine(ParsedFile &f, const QString &sectionName, const QString &entryName,
+             const QByteArray &newLine)
+{
+    qsizetype sectionLine = -1;
+    qsizetype lastKeyLine = -1;
+    qsizetype keyLine = -1;
+    for (qsizetype i = 0; i < f.lines.size(); ++i) {
+        if (const auto section = sectionOf(f.lines[i])) {
+            if (sectionLine >= 0)
+                break;
+            if (sameName(*section, sectionName)) {
+                sectionLine = i;
+                lastKeyLine = i;
+            }
+            continue;
+        }
+        if (sectionLine < 0)
+            continue;
+        QByteArray key, value;
+        if (!f.lines[i].trimmed().isEmpty())
+            lastKeyLine = i;
+        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, entryName)) {
+            keyLine = i;
+            break;
+        }
+    }
+    if (keyLine >= 0) {
+        f.lines[keyLine] = newLine;
+    } else if (sectionLine >= 0) {
+        f.lines.insert(lastKeyLine + 1, newLine);
+    } else {
+        f.lines.append('[' + sectionName.toLatin1() + ']');
+        f.lines.append(newLine);
+        f.endsWithEol = true;
+    }
+}
+
 } // namespace
 
 QString cINI::GetValue(const QString &sectionName, const QString &entryName,
@@ -136,42 +175,7 @@ bool cINI::SetValue(const QString &sectionName, const QString &entryName,
         }
     }
     ParsedFile f = splitLines(content);
-    const QByteArray newLine = entryName.toLatin1() + '=' + newValue.toLatin1();
-
-    qsizetype sectionLine = -1;
-    qsizetype lastKeyLine = -1;
-    qsizetype keyLine = -1;
-    for (qsizetype i = 0; i < f.lines.size(); ++i) {
-        if (const auto section = sectionOf(f.lines[i])) {
-            if (sectionLine >= 0)
-                break;
-            if (sameName(*section, sectionName)) {
-                sectionLine = i;
-                lastKeyLine = i;
-            }
-            continue;
-        }
-        if (sectionLine < 0)
-            continue;
-        QByteArray key, value;
-        if (!f.lines[i].trimmed().isEmpty())
-            lastKeyLine = i;
-        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, entryName)) {
-            keyLine = i;
-            break;
-        }
-    }
-
-    if (keyLine >= 0) {
-        f.lines[keyLine] = newLine;
-    } else if (sectionLine >= 0) {
-        f.lines.insert(lastKeyLine + 1, newLine);
-    } else {
-        f.lines.append('[' + sectionName.toLatin1() + ']');
-        f.lines.append(newLine);
-        f.endsWithEol = true;
-    }
-
+    setLine(f, sectionName, entryName, entryName.toLatin1() + '=' + newValue.toLatin1());
     QByteArray out = f.lines.join(f.eol);
     if (f.endsWithEol || !content.isEmpty())
         out += f.eol;

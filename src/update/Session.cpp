@@ -151,7 +151,7 @@ JobResult Session::flashJob(BoardKind board, const QString &file)
         result.message = m_comm.lastError();
         return result;
     }
-    const JobResult result = m_run.runFlashOnly(board, file);
+    JobResult result = m_run.runFlashOnly(board, file);
     m_comm.ClosePort();
     return result;
 }

@@ -10,6 +10,7 @@
 #include "update/Session.h"
 
 #include <QCommandLineParser>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -33,81 +34,6 @@ const CommandForm kCommands[] = {
     {u"diff"_s, 2, 2, false},
 };
 
-const QString kHelpText = uR"(Usage:
-  varimo-updater ports
-  varimo-updater [--dir DIR] --port PORT identify [--json]
-  varimo-updater [--dir DIR] --port PORT backup [FILE]
-  varimo-updater [--dir DIR] --port PORT restore [FILE]
-  varimo-updater [--dir DIR] --port PORT update [--allow-downgrade]
-  varimo-updater [--dir DIR] --port PORT flash {cpu|main|meas} FILE
-  varimo-updater diff BACKUP1 BACKUP2
-
-The terminal front end of the VARIMOsentry Firmware Updater: the same engine, log file,
-settings file, firmware files and texts as the windows.
-
-Commands:
-  ports       List the serial ports of this computer.
-  identify    Connect, read the three boards and the serial number, and print them with the
-              firmware files found, the backup file name and the verdict of the update check.
-  backup      Read every parameter of the three boards into FILE (default: the backup file name
-              formed from the serial number, in the program folder).
-  restore     Write every parameter back from FILE (default: that same name).
-  update      Run the full update: back up the parameters, then for each board whose firmware
-              file is newer (or, with --allow-downgrade, different) start its bootloader, send
-              the image, wait for the restart and restore its parameters. A board found waiting
-              in its bootloader is updated first.
-  flash       Bring one board into its bootloader and send FILE to it, nothing else.
-  diff        Compare two backup files board by board (identity and every value, by telegram
-              or index) and print each difference.
-
-Options:
-  --dir DIR          The folder of the settings file, the log file, the firmware files and
-                     the backups. Default, as for the windows: the firmware files beside this
-                     program, the rest there too, or in ~/.local/share/VarimoSentry_Updater when
-                     this program's folder is not writable.
-  --port PORT        The serial port: a device path (/dev/ttyUSB0) or COMn (/dev/ttyS(n-1)).
-  --yes              Answer every operator prompt with OK after printing it. A prompt that
-                     comes back more than 3 times without the instrument moving on ends the
-                     run (exit status 1), naming the board and the state it was left in.
-  -v, --verbose      Print the log lines (every telegram) to standard error as they are written.
-  --json             identify: print one JSON object instead of the table.
-  --allow-downgrade  update: also offer boards whose file is older than the instrument's.
-  --version          Print the version.
-  --help             Print this text.
-
-Operator prompts (instructions to press keys on the instrument) are printed with their lines
-and wait for Enter. Without a terminal on standard input and without --yes a prompt is an error
-(exit status 2).
-
-identify --json prints one object with these fields:
-  port            the port as given
-  connected       true when the port opened, all boards answered and the serial number was read
-  boards          an array of three objects, in the order CPU Board, Main Board, Measuring
-                  Module:
-    board           "cpu", "main" or "meas"
-    title           "CPU Board", "Main Board", "Measuring Module"
-    name            the board's name from its identity answer ("" when not read)
-    firmware        the firmware version on the instrument ("" when not read)
-    build           the build text
-    bootloader      true when the board was found waiting in its bootloader
-    file            the newest firmware file for the board in the program folder ("" if none)
-    fileFirmware    the version that file carries, or a reason in angle brackets (<not found>)
-    fileValid       true when the file has the board's exact image size
-    willUpdate      true when an update run would flash this board
-  serialNumber    five digits ("00042"), "" when not read
-  backupFile      the full path of this instrument's backup file, "" when not known
-  backupExists    true when that file exists
-  updateAvailable true when the update check offers an update
-  status          the status text of the update check, exactly as the windows show it (lines
-                  joined by CR LF)
-  statusIsError   true when the windows show that text in red
-  error           why the connection failed, when it did ("" otherwise)
-
-Exit status: 0 success; 1 the operation failed (the failure text on standard error); 2 usage
-error, or a port or file that cannot be used; 3 nothing to do (no board needs an update).
-diff: 0 when both backups hold the same values, 1 when not.
-)"_s;;
-
 QString timeText(qint64 ms)
 {
     const qint64 s = (ms + 500) / 1000;
@@ -123,7 +49,9 @@ QString absolutePath(const QString &path)
 
 QString HelpText()
 {
-    return kHelpText;
+    // The text is kept as a file of its own; the manual page is made from it too.
+    QFile file(u":/varimo-updater/help.txt"_s);
+    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()) : QString();
 }
 
 namespace {
@@ -317,7 +245,7 @@ JobResult UpdaterCli::runJob(Job::Kind kind, const QString &file, BoardKind boar
     job.allowDowngrade = m_workspace->AllowDowngrade();
     m_job = kind;
     m_errorsShown.clear();
-    const JobResult result = m_session->run(job);
+    JobResult result = m_session->run(job);
     endTransferDisplay();
     return result;
 }

@@ -56,6 +56,12 @@ private:
 
 // The fixed lines of the instruction dialogs.
 namespace InstructionText {
+extern const QString kReset; // "Reset VARIMOsentry by pressing RESET && ZERO buttons ..."
+extern const QString kPower; // "Restart VARIMOsentry by pressing the POWER KEY."
+extern const QString kWaitForDisplay; // "Wait a few seconds until the measured value ..."
+extern const QString kContinue; // "Continue with OK."
+extern const QString kCheckConnection; // "Check connection to VARIMOsentry."
+extern const QString kTryRestoreAgain; // "Try again to restore parameters with Restore Data ..."
 QStringList cpuUpdateMode();
 QStringList mainBoardRestart();
 } // namespace InstructionText

@@ -1,6 +1,7 @@
 #include "Eligibility.h"
 
 #include "Settings.h"
+#include "link/Operator.h"
 
 using namespace Qt::StringLiterals;
 
@@ -102,9 +103,9 @@ Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Set
     for (const cControler &board : current) {
         if (board.Firmware().isEmpty())
             return {false,
-                    noConnectionText() +
-                        u"\r\nRestart VARIMOsentry by pressing the POWER KEY.\r\n"
-                        "Wait a few seconds until the measured value display is shown."_s,
+                    QStringList {noConnectionText(), InstructionText::kPower,
+                                 InstructionText::kWaitForDisplay}
+                        .join(u"\r\n"_s),
                     eError};
     }
     Verdict v {true, QString(), eNormal};

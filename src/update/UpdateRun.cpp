@@ -23,30 +23,6 @@ QString text(const char *latin1)
 {
     return QString::fromLatin1(latin1);
 }
-QString resetLine()
-{
-    return u"Reset VARIMOsentry by pressing RESET && ZERO buttons simultaneously."_s;
-}
-QString powerLine()
-{
-    return u"Restart VARIMOsentry by pressing the POWER KEY."_s;
-}
-QString waitDisplayLine()
-{
-    return u"Wait a few seconds until the measured value display is shown."_s;
-}
-QString continueLine()
-{
-    return u"Continue with OK."_s;
-}
-QString checkConnectionLine()
-{
-    return u"Check connection to VARIMOsentry."_s;
-}
-QString tryRestoreAgainLine()
-{
-    return u"Try again to restore parameters with Restore Data - button."_s;
-}
 } // namespace
 
 UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files,
@@ -145,8 +121,8 @@ JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
             m_result.stage = Stage::Restore;
             m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
             SetCurrentAction(m_result.message, true);
-            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), checkConnectionLine(),
-                        tryRestoreAgainLine(), QString());
+            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
+                        InstructionText::kTryRestoreAgain, QString());
             return finish(false);
         }
     }
@@ -181,7 +157,7 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
     SetCurrentAction(m_result.message, true);
     if (showFailure)
         ShowMessage(m_backup.CurrAction(), m_backup.LastError(), u"No update is possible."_s,
-                    checkConnectionLine(), QString());
+                    InstructionText::kCheckConnection, QString());
     return false;
 }
 
@@ -248,11 +224,11 @@ void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, 
     do {
         m_comm.ClosePort();
         if (board == BoardKind::Cpu)
-            ShowMessage(Eligibility::noConnectionText(), resetLine(), powerLine(), continueLine(),
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower, InstructionText::kContinue,
                         QString());
         else
-            ShowMessage(Eligibility::noConnectionText(), resetLine(), powerLine(),
-                        waitDisplayLine(), continueLine());
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower,
+                        InstructionText::kWaitForDisplay, InstructionText::kContinue);
     } while (!m_comm.OpenPort());
     cControler &found = m_current[board];
     found.InitFromDevice(&m_comm, board);
@@ -278,8 +254,8 @@ bool UpdateRun::restoreBoard(BoardKind board, const QString &backupFile)
         m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
         SetCurrentAction(m_result.message, true);
         LogLine(u"ERROR during: Restoring data"_s);
-        ShowMessage(m_backup.CurrAction(), m_backup.LastError(), checkConnectionLine(),
-                    tryRestoreAgainLine(), QString());
+        ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
+                    InstructionText::kTryRestoreAgain, QString());
         return false;
     }
     if (board == BoardKind::Main)

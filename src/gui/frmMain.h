@@ -87,9 +87,7 @@ private:
     QWidget *buildConnectionFrame(QWidget *parent);
     QWidget *buildStatusFrame(QWidget *parent);
     QLayout *buildButtons(QWidget *parent);
-    void connectControls();
     void Form_Load();
-    void InitSettingsAndLog();
     void SetTexts();
     void fillPorts();
     void startEngine();
@@ -100,7 +98,6 @@ private:
 
     void cmdConnect_Click();
     void ConnectAndIdentify();
-    void beginConnecting();
     void onJobFinished(const EngineOutcome &outcome);
     void onConnectFinished(const EngineOutcome &outcome);
     void finishConnecting();
@@ -118,9 +115,7 @@ private:
     void startRun(const Job &job, std::function<void(bool)> then);
 
     void CheckUpdateFiles();
-    void setBusy(bool busy);
     void settle();
-    void writeClosingLines();
 
     frmMainSetup m_setup;
     Workspace m_workspace; // the settings file, the log, the firmware files and the verdicts
@@ -142,6 +137,5 @@ private:
     bool m_busy = false;
     bool m_closing = false;
     bool m_closed = false;
-    bool m_closingLinesWritten = false;
     std::function<void(bool)> m_afterRun;
 };

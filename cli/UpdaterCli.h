@@ -26,6 +26,7 @@ struct CliOptions
     bool verbose = false;
     bool json = false;
     bool allowDowngrade = false;
+    bool discard = false; // journal --discard
 };
 
 // Exit statuses; scripts depend on them.
@@ -65,6 +66,9 @@ public:
 
 private:
     int ports();
+    int journal();
+    bool discardJournal(const QString &path);
+    void printJournal();
     int identify();
     int backup();
     int restore();
@@ -73,7 +77,7 @@ private:
     int diff();
 
     int runCommand();
-    int startWorkspace();
+    int startWorkspace(bool withPort);
     void followSession();
     // Runs one job on this command's port, with this workspace's downgrade permission.
     JobResult runJob(Job::Kind kind, const QString &file = {}, BoardKind board = BoardKind::Cpu);

@@ -92,6 +92,7 @@ JournalFound RunJournal::find(const QString &dataDir, const QString &serialNumbe
     }
     if (!QFileInfo::exists(path))
         return found;
+    found.path = path;
     found.journal = readJournal(path, &found.problem);
     if (found.journal && !serialNumber.isEmpty() && found.journal->serialNumber != serialNumber) {
         found.problem =
@@ -99,6 +100,19 @@ JournalFound RunJournal::find(const QString &dataDir, const QString &serialNumbe
         found.journal.reset();
     }
     return found;
+}
+
+QList<JournalFound> RunJournal::findAll(const QString &dataDir)
+{
+    QList<JournalFound> all;
+    for (const QString &name :
+         QDir(dataDir).entryList({kPrefix + u"*.json"_s}, QDir::Files, QDir::Name)) {
+        JournalFound found;
+        found.path = QDir(dataDir).filePath(name);
+        found.journal = readJournal(found.path, &found.problem);
+        all.append(found);
+    }
+    return all;
 }
 
 std::optional<RunJournal> readJournal(const QString &path, QString *problem)

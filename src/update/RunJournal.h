@@ -32,6 +32,8 @@ public:
     // say it, a board waiting in its bootloader) takes the one journal of the folder, if there
     // is exactly one.
     static struct JournalFound find(const QString &dataDir, const QString &serialNumber);
+    // Every journal file in dataDir, trusted or not.
+    static QList<struct JournalFound> findAll(const QString &dataDir);
 
     // Writes the journal to its file atomically; false (and why in *error) when it could not.
     bool save(QString *error) const;
@@ -54,6 +56,7 @@ public:
 // What was found on disk for an instrument.
 struct JournalFound
 {
+    QString path; // the file
     std::optional<RunJournal> journal; // an unfinished run that can be trusted
     QString problem; // a journal that exists but cannot be trusted, and why
 };

@@ -174,7 +174,7 @@ TEST_F(CliProcess, IdentifyReportsBoardsFilesAndVerdictAsTextAndAsJson)
             EXPECT_TRUE(help.contains(QRegularExpression(u"\n +"_s + key + u" "_s)))
                 << qPrintable(key);
     };
-    EXPECT_EQ(o.keys().size(), 10);
+    EXPECT_EQ(o.keys().size(), 12);
     documented(o);
     EXPECT_TRUE(o[u"connected"_s].toBool());
     EXPECT_EQ(o[u"serialNumber"_s].toString(), u"00042"_s);

@@ -16,6 +16,7 @@
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -132,6 +133,11 @@ QWidget *frmMain::buildStatusFrame(QWidget *parent)
     auto *box = new QVBoxLayout(fraStatus);
     box->setContentsMargins(12, 10, 12, 12);
     box->addWidget(lblStatus);
+    lblJournal = named<QLabel>(u"lblJournal"_s, fraStatus);
+    lblJournal->setText(u"<a href=\"discard\">Discard the unfinished update run...</a>"_s);
+    lblJournal->hide();
+    connect(lblJournal, &QLabel::linkActivated, this, &frmMain::discardUnfinishedRun);
+    box->addWidget(lblJournal);
     return fraStatus;
 }
 
@@ -286,9 +292,29 @@ void frmMain::SetConnectionState(bool connected)
         cmdRestore->setEnabled(false);
         cmdConnect->setEnabled(cmbPorts->isEnabled());
     }
-    cmdUpdate->setEnabled(verdict.updateEnabled);
-    ShowStatus(verdict.message, verdict.kind);
+    // An unfinished run is finished by Update, whatever the boards' versions say now.
+    const bool unfinished = connected && !m_unfinishedRun.isEmpty();
+    cmdUpdate->setEnabled(verdict.updateEnabled || unfinished);
+    if (unfinished)
+        ShowStatus(m_unfinishedRun + u"\r\nUpdate finishes it."_s, Eligibility::eError);
+    else
+        ShowStatus(verdict.message, verdict.kind);
+    lblJournal->setVisible(unfinished);
     showBoards();
+}
+
+void frmMain::discardUnfinishedRun()
+{
+    const auto answer = QMessageBox::question(
+        this, AppInfo::productTitle(),
+        u"Discard the unfinished update run? The boards keep what they have now, and Update no "
+        "longer finishes the run from the backup made before it."_s,
+        QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    if (answer != QMessageBox::Yes || m_busy)
+        return;
+    m_busy = true;
+    disableCommands();
+    runJob(Job::discardJournal());
 }
 
 void frmMain::settle()
@@ -320,6 +346,10 @@ void frmMain::onJobFinished(const EngineOutcome &outcome)
         // Reload all: the connect queued behind this disconnect decides what the window shows.
         if (!m_closing && m_engine->pendingJobs() == 0)
             onDisconnectFinished(outcome);
+        break;
+    case Job::Kind::DiscardJournal:
+        m_unfinishedRun.clear();
+        finishConnecting();
         break;
     default:
         m_update->runFinished(outcome.result.succeeded());
@@ -360,6 +390,7 @@ void frmMain::onConnectFinished(const EngineOutcome &outcome)
     m_portValid = outcome.portValid;
     m_comPort = outcome.comPort;
     m_connected = result.boardsRead;
+    m_unfinishedRun = result.unfinishedRun;
 
     if (result.bootloaderBoard) {
         // A board waits in its bootloader: update it at once. The connect ends disconnected either

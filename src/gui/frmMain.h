@@ -66,6 +66,7 @@ public:
     QToolButton *cmdRetry;
     QGroupBox *fraStatus;
     QLabel *lblStatus;
+    QLabel *lblJournal; // "Discard the unfinished update run...", while there is one
     userControler *CurrentControler;
     userControler *NewControler;
     QPushButton *cmdUpdate;
@@ -107,6 +108,7 @@ private:
     void cmdUpdate_Click();
     void cmdRestore_Click();
     void cmdRetry_Click();
+    void discardUnfinishedRun();
     void cmdQuit_Click();
     void cmdTests_Click();
     void takeTestFiles(const frmBackup &choice);
@@ -131,6 +133,7 @@ private:
     bool m_portsAvailable = false;
     QString m_comPort;
     QString m_backupFileName;
+    QString m_unfinishedRun; // the connected instrument's unfinished update run
     QString m_statusText;
     int m_statusKind = 0;
 

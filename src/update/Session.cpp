@@ -68,6 +68,11 @@ JobResult Session::run(const Job &job)
             return connectJob(job.port);
         if (job.kind == Job::Kind::Disconnect)
             return disconnectJob();
+        if (job.kind == Job::Kind::DiscardJournal) {
+            result.status =
+                discardJournal() ? JobResult::Status::Succeeded : JobResult::Status::Failed;
+            return result;
+        }
         result = runJob(job);
     } catch (const UpdaterError &e) {
         result = m_run.failWith(e.message());
@@ -183,6 +188,8 @@ void Session::findBoardOfTheRunInItsBootloader()
 bool Session::discardJournal()
 {
     const bool removed = !m_journal || m_journal->discard();
+    if (m_journal)
+        m_files.log->UpdateLog(u"Run journal discarded by the operator: "_s + m_journal->path);
     m_journal.reset();
     m_connection.unfinishedRun.clear();
     return removed;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kFormat[] = "varimo-run-journal";
 constexpr int kVersion = 1;
-constexpr qint64 kMaxJournalBytes = 64 * 1024;
+constexpr qint64 kMaxJournalBytes = qint64(64) * 1024;
 
 const QString kPrefix = u"VarimoSentry_Journal_"_s;
 
@@ -130,7 +130,7 @@ std::optional<RunJournal> readJournal(const QString &path, QString *problem)
     bool valid = o.value(u"format"_s).toString() == QLatin1StringView(kFormat) &&
         o.value(u"version"_s).toInt() == kVersion && !j.serialNumber.isEmpty() &&
         !j.backupFile.isEmpty();
-    for (const QJsonValue &value : o.value(u"boards"_s).toArray()) {
+    for (const auto &value : o.value(u"boards"_s).toArray()) {
         const QJsonObject b = value.toObject();
         const auto kind = boardFromKey(b.value(u"board"_s).toString());
         const auto stage = stageFromName(b.value(u"stage"_s).toString());

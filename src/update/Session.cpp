@@ -151,7 +151,7 @@ JobResult Session::flashJob(const Job &job)
     QString backupFile;
     if (job.keepParameters) {
         backupFile = QDir(m_files.dataDir).filePath(defaultBackupFile(Job::Kind::Backup));
-        const JobResult backup = m_run.runBackupOnly(backupFile);
+        JobResult backup = m_run.runBackupOnly(backupFile);
         if (!backup.succeeded())
             return backup;
     }

@@ -28,6 +28,7 @@ struct CliOptions
     bool allowDowngrade = false;
     bool force = false; // flash: a file of another size than the board's image
     bool noRestore = false; // flash: no backup before, no restore after
+    bool discard = false; // journal --discard
 };
 
 // Exit statuses; scripts depend on them.
@@ -67,6 +68,9 @@ public:
 
 private:
     int ports();
+    int journal();
+    bool discardJournal(const QString &path);
+    void printJournal();
     int identify();
     int backup();
     int restore();
@@ -75,7 +79,7 @@ private:
     int diff();
 
     int runCommand();
-    int startWorkspace();
+    int startWorkspace(bool withPort);
     void followSession();
     // Runs one job on this command's port, with this workspace's downgrade permission.
     JobResult runJob(Job::Kind kind, const QString &file = {}, BoardKind board = BoardKind::Cpu);

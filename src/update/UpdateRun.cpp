@@ -26,7 +26,8 @@ QString text(const char *latin1)
 } // namespace
 
 UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files,
-                     BoardSet &current, BoardSet &fresh, QObject *parent)
+                     BoardSet &current, BoardSet &fresh, std::optional<RunJournal> &journal,
+                     QObject *parent)
     : QObject(parent)
     , m_comm(comm)
     , m_clock(clock)
@@ -34,6 +35,7 @@ UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles
     , m_files(files)
     , m_current(current)
     , m_fresh(fresh)
+    , m_journal(journal)
 {
     m_backup.Init(&m_comm);
 }
@@ -72,25 +74,85 @@ void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardCon
     m_result.boardState = state;
     if (stage == Stage::Transfer)
         m_result.bytesSent = m_result.bytesTotal = 0;
+    if (RunJournal::Board *entry = board && m_journal ? m_journal->board(*board) : nullptr) {
+        if (stage != Stage::None && stage != entry->stage) {
+            entry->stage = stage;
+            saveJournal();
+        }
+    }
     emit jobEvent(JobEvent {board, stage});
+}
+
+void UpdateRun::saveJournal()
+{
+    QString error;
+    if (!m_journal->save(&error))
+        throw UpdaterError(error);
+}
+
+void UpdateRun::startJournal(const QString &backupFile, bool allowDowngrade)
+{
+    const QString serial = m_current[BoardKind::Cpu].SerialNumber();
+    RunJournal journal;
+    journal.path = QDir(m_files.dataDir).filePath(RunJournal::fileNameFor(serial));
+    journal.serialNumber = serial;
+    journal.backupFile = backupFile;
+    for (const BoardKind board : kUpdateOrder) {
+        if (Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
+            journal.boards.append({board,
+                                   QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()),
+                                   m_fresh[board].Firmware(), Stage::None, false});
+    }
+    m_journal = journal;
+    // On disk before the first board is touched.
+    saveJournal();
+}
+
+bool UpdateRun::finishBoard(const RunJournal::Board &entry)
+{
+    const BoardKind board = entry.board;
+    if (entry.stage == Stage::RestartWait || entry.stage == Stage::Restore) {
+        // Flashed before the run stopped: the parameters are all it may still need.
+        cControler &found = m_current[board];
+        found.InitFromDevice(&m_comm, board);
+        if (!found.IsInBTLMode() && found.Firmware() == entry.firmware) {
+            m_result.firmware = entry.firmware;
+            enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
+            const BoardFacts &facts = boardFacts(board);
+            SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
+            LogLine(u"Restoring data..."_s);
+            if (!restoreBoard(board, m_journal->backupFile))
+                return false;
+            m_result.updatedBoards.append(board);
+            m_journal->board(board)->done = true;
+            saveJournal();
+            enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
+            return true;
+        }
+    }
+    return boardSequence(board, entry.image, m_journal->backupFile);
 }
 
 JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup)
 {
     begin();
     emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (!backupInto(backupFile, true))
-        return finish(false);
-    Settings::saveLastBackupFileName(*m_files.ini, backupFile);
-
-    for (const BoardKind board : kUpdateOrder) {
-        if (!Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
-            continue;
-        if (!boardSequence(board, backupFile)) {
+    if (!m_journal) {
+        if (!backupInto(backupFile, true))
+            return finish(false);
+        Settings::saveLastBackupFileName(*m_files.ini, backupFile);
+        startJournal(backupFile, allowDowngrade);
+    } else {
+        LogLine(m_journal->describe());
+    }
+    for (const RunJournal::Board &entry : std::as_const(m_journal->boards)) {
+        if (!entry.done && !finishBoard(entry)) {
             LogLine(u"Failed"_s);
             return finish(false);
         }
     }
+    m_journal->discard();
+    m_journal.reset();
     if (checkBackup && !backupInto(text(kTestBackupFileName), true))
         return finish(false);
     emit succeeded();
@@ -101,9 +163,17 @@ JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
 {
     begin();
     emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (!boardSequence(board, backupFile)) {
+    // A board of an unfinished run gets the run's image and the run's backup.
+    const RunJournal::Board *entry = m_journal ? m_journal->board(board) : nullptr;
+    const QString image =
+        entry ? entry->image : QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName());
+    if (!boardSequence(board, image, entry ? m_journal->backupFile : backupFile)) {
         LogLine(u"Failed"_s);
         return finish(false);
+    }
+    if (m_journal && m_journal->finished()) {
+        m_journal->discard();
+        m_journal.reset();
     }
     emit succeeded();
     return finish(true);
@@ -121,8 +191,9 @@ JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
             m_result.stage = Stage::Restore;
             m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
             SetCurrentAction(m_result.message, true);
-            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
-                        InstructionText::kTryRestoreAgain, QString());
+            ShowMessage(m_backup.CurrAction(), m_backup.LastError(),
+                        InstructionText::kCheckConnection, InstructionText::kTryRestoreAgain,
+                        QString());
             return finish(false);
         }
     }
@@ -169,13 +240,13 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
     return false;
 }
 
-bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
+bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QString &backupFile)
 {
     bool ok = false;
     int passCounter = 1;
     do {
         enterStage(board, Stage::BootloaderStart, BoardCondition::BootloaderUncertain);
-        ok = bootloaderAndTransfer(board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
+        ok = bootloaderAndTransfer(board, image);
         if (!ok)
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
@@ -195,6 +266,10 @@ bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
     if (!restoreBoard(board, backupFile))
         return false;
     m_result.updatedBoards.append(board);
+    if (RunJournal::Board *entry = m_journal ? m_journal->board(board) : nullptr) {
+        entry->done = true;
+        saveJournal();
+    }
     return true;
 }
 
@@ -235,19 +310,21 @@ void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, 
     do {
         m_comm.ClosePort();
         if (board == BoardKind::Cpu)
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower, InstructionText::kContinue,
-                        QString());
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
+                        InstructionText::kPower, InstructionText::kContinue, QString());
         else
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower,
-                        InstructionText::kWaitForDisplay, InstructionText::kContinue);
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
+                        InstructionText::kPower, InstructionText::kWaitForDisplay,
+                        InstructionText::kContinue);
     } while (!m_comm.OpenPort());
     cControler &found = m_current[board];
     found.InitFromDevice(&m_comm, board);
     LogLine(name +
-            (found.IsInBTLMode()            ? u" found in its bootloader"_s
+            (found.IsInBTLMode()              ? u" found in its bootloader"_s
                  : found.Firmware().isEmpty() ? u" not answering"_s
                                               : u" found running firmware "_s + found.Firmware()));
-    const bool runsNewFirmware = !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
+    const bool runsNewFirmware =
+        !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
     m_result.boardState = found.IsInBTLMode() ? BoardCondition::InBootloader
         : runsNewFirmware                     ? BoardCondition::FlashedNotRestored
         : found.Firmware().isEmpty()          ? m_result.boardState
@@ -419,8 +496,8 @@ bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
     return true;
 }
 
-void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total,
-                             qint32 invalidAnswers, qint32 startTick)
+void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
+                             qint32 startTick)
 {
     TransferProgress progress;
     progress.board = board;
@@ -431,9 +508,8 @@ void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total,
     if (progress.bytesSent > 0)
         progress.remainingMs =
             progress.elapsedMs * (total - progress.bytesSent) / progress.bytesSent;
-    progress.text = text(boardFacts(board).transferText) + u"("_s +
-        QString::number(position - 1) + u" of "_s + QString::number(total) +
-        u" Bytes transferred)..."_s;
+    progress.text = text(boardFacts(board).transferText) + u"("_s + QString::number(position - 1) +
+        u" of "_s + QString::number(total) + u" Bytes transferred)..."_s;
     m_result.bytesSent = progress.bytesSent;
     m_result.bytesTotal = progress.bytesTotal;
     emit transferProgressChanged(progress);

@@ -77,6 +77,8 @@ std::optional<QString> misfit(const CliOptions &options, bool dirSet)
         return u"--discard belongs to journal"_s;
     if (options.allowDowngrade && options.command != u"update")
         return u"--allow-downgrade belongs to update"_s;
+    if ((options.force || options.noRestore) && options.command != u"flash")
+        return u"--force and --no-restore belong to flash"_s;
     if (options.command == u"flash" && !boardFromKey(options.arguments.front()))
         return u"flash: the board is cpu, main or meas, not '%1'"_s.arg(options.arguments.front());
     if (dirSet && options.dir.isEmpty())
@@ -97,10 +99,13 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     const QCommandLineOption verbose(QStringList {u"v"_s, u"verbose"_s});
     const QCommandLineOption json(u"json"_s);
     const QCommandLineOption allowDowngrade(u"allow-downgrade"_s);
+    const QCommandLineOption force(u"force"_s);
+    const QCommandLineOption noRestore(u"no-restore"_s);
     const QCommandLineOption discard(u"discard"_s);
     const QCommandLineOption version(u"version"_s);
     const QCommandLineOption help(QStringList {u"help"_s, u"h"_s});
-    parser.addOptions({dir, port, yes, verbose, json, allowDowngrade, discard, version, help});
+    parser.addOptions({dir, port, yes, verbose, json, allowDowngrade, force, noRestore, discard,
+                       version, help});
 
     const auto usage = [&](const QString &text) {
         console.error(u"varimo-updater: "_s + text);
@@ -130,6 +135,8 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     options->verbose = parser.isSet(verbose);
     options->json = parser.isSet(json);
     options->allowDowngrade = parser.isSet(allowDowngrade);
+    options->force = parser.isSet(force);
+    options->noRestore = parser.isSet(noRestore);
     options->discard = parser.isSet(discard);
     if (const std::optional<QString> text = misfit(*options, parser.isSet(dir)))
         return usage(*text);
@@ -218,7 +225,7 @@ int UpdaterCli::startWorkspace(bool withPort)
     if (!withPort)
         return Exit::Success;
     m_session->comm().setComPort(m_options.port);
-    if (m_session->comPort().isEmpty()) {
+    if (m_session->comPort().isEmpty() || !m_session->portValid()) {
         m_console.error(Eligibility::invalidPortText());
         m_workspace->Stop();
         return Exit::Usage;
@@ -251,6 +258,7 @@ JobResult UpdaterCli::runJob(Job::Kind kind, const QString &file, BoardKind boar
     job.file = file;
     job.board = board;
     job.allowDowngrade = m_workspace->AllowDowngrade();
+    job.keepParameters = !m_options.noRestore;
     m_job = kind;
     m_errorsShown.clear();
     JobResult result = m_session->run(job);
@@ -269,7 +277,8 @@ int UpdaterCli::ended(JobResult result)
 
     // Where it left the instrument: after any update run, and after any cancelled job but a
     // restore (which changes no firmware).
-    const bool updateRun = m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard;
+    const bool updateRun = m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard ||
+        m_job == Job::Kind::Flash;
     if (result.stage == Stage::Connect) {
         result.stage = Stage::None;
         result.board.reset();
@@ -571,13 +580,25 @@ int UpdaterCli::flash()
     }
     const qint64 imageSize = qint64(boardFacts(board).packets) * UpdateRun::kPacketDataSize;
     if (info.size() != imageSize) {
-        m_console.print(u"Note: %1 holds %2 bytes; a %3 image has %4."_s.arg(file)
-                            .arg(info.size())
-                            .arg(boardName(board))
-                            .arg(imageSize));
+        const QString size = u"%1 holds %2 bytes; a %3 image has %4."_s.arg(file)
+                                 .arg(info.size())
+                                 .arg(boardName(board))
+                                 .arg(imageSize);
+        if (!m_options.force) {
+            m_console.error(size + u" --force sends it anyway."_s);
+            return Exit::Usage;
+        }
+        m_console.print(u"Note: "_s + size);
     }
 
-    // The session opens the port without greeting: the board may answer nothing but "C".
+    if (m_options.noRestore) {
+        // The session opens the port without greeting: the board may answer nothing but "C".
+        m_console.error(u"Warning: no backup and no restore: the %1 comes up with the factory "
+                        "parameters of its new firmware."_s.arg(boardName(board)));
+    } else if (const std::optional<int> failed =
+                   connectForParameters(u"its parameters cannot be read. "_s)) {
+        return *failed;
+    }
     const JobResult result = runJob(Job::Kind::Flash, file, board);
     m_operator.setLineCheck(nullptr, {});
     if (result.succeeded())
@@ -625,6 +646,17 @@ void UpdaterCli::onJobEvent(const JobEvent &event)
 {
     if (!event.board)
         return;
+    // The restart wait counts down below the transfer's last line: on a terminal as the one
+    // progress line, otherwise once.
+    if (event.stage == Stage::RestartWait && event.secondsLeft >= 0) {
+        endTransferDisplay();
+        const QString wait = u"Waiting for the %1 to restart: %2 s"_s.arg(boardName(*event.board))
+                                 .arg(event.secondsLeft);
+        if (m_console.outputIsTerminal())
+            m_console.progress(wait);
+        else if (event.secondsLeft == UpdateRun::kRestartWaitS)
+            m_console.print(wait);
+    }
     // A board took its firmware: the run moved forward, prompts count afresh.
     if (event.stage == Stage::Restore && m_job != Job::Kind::Restore)
         m_operator.noteProgress();

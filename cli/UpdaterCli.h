@@ -26,6 +26,8 @@ struct CliOptions
     bool verbose = false;
     bool json = false;
     bool allowDowngrade = false;
+    bool force = false; // flash: a file of another size than the board's image
+    bool noRestore = false; // flash: no backup before, no restore after
     bool discard = false; // journal --discard
 };
 

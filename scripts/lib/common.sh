@@ -8,7 +8,7 @@ VARIMO_PACKAGES=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-serialport-dev libgl-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    socat lrzsz xvfb xauth fonts-dejavu-core
+    socat lrzsz xvfb xauth xdotool fonts-dejavu-core
     lintian help2man bash-completion dpkg-dev
 )
 

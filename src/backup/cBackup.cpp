@@ -66,6 +66,23 @@ QString keepPreviousBackup(const QString &fileName)
     return {};
 }
 
+// Whether a restore telegram's echo carries the value sent: the same bytes, or the same number
+// written the board's way ("12.5" answered "12.50").
+bool echoesSameValue(const QByteArray &telegram, const QByteArray &answer)
+{
+    if (answer == telegram)
+        return true;
+    const qsizetype sent = telegram.indexOf(';');
+    const qsizetype echoed = answer.indexOf(';');
+    if (sent < 0 || echoed < 0)
+        return false;
+    bool sentIsNumber = false;
+    bool echoedIsNumber = false;
+    const double sentValue = telegram.mid(sent + 1).toDouble(&sentIsNumber);
+    const double echoedValue = answer.mid(echoed + 1).toDouble(&echoedIsNumber);
+    return sentIsNumber && echoedIsNumber && sentValue == echoedValue;
+}
+
 } // namespace
 
 void cBackup::Init(cComm *comm)
@@ -361,10 +378,10 @@ bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
             m_lastError = kNoOrInvalidAnswer;
             return false;
         }
-    } else if (answer != "E;20" && telegram.contains(';') && answer != telegram) {
-        // The board took the command but echoed another value. A value garbled on its way
-        // would stay on the board, so it is written once more; a board that writes the value
-        // its own way echoes the same again, which is accepted as before.
+    } else if (answer != "E;20" && telegram.contains(';') && !echoesSameValue(telegram, answer)) {
+        // The board took the command but echoed another value, not merely the same number in
+        // its own format ("5" as "5.0"). A value garbled on its way would stay on the board, so
+        // it is written once more; whatever the command's echo then says is accepted.
         if (writeEnable)
             m_comm->Transceive("CEW;1");
         answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);

@@ -40,6 +40,7 @@ void EngineWorker::setUp()
             &EngineWorker::currentActionChanged);
     connect(m_session.get(), &Session::transferProgressChanged, this,
             &EngineWorker::transferProgressChanged);
+    connect(m_session.get(), &Session::jobEvent, this, &EngineWorker::jobEvent);
     connect(m_session.get(), &Session::succeeded, this, &EngineWorker::succeeded);
 }
 
@@ -91,6 +92,7 @@ Engine::Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles 
     relay(&EngineWorker::currentActionChanged, &Engine::currentActionChanged);
     relay(&EngineWorker::transferProgressChanged, &Engine::transferProgressChanged);
     relay(&EngineWorker::succeeded, &Engine::succeeded);
+    relay(&EngineWorker::jobEvent, &Engine::jobEvent);
     relay(&EngineWorker::jobFinished, &Engine::finish);
 }
 

@@ -79,6 +79,7 @@ signals:
     void statusTextChanged(const QString &text);
     void currentActionChanged(const QString &text, bool isError);
     void transferProgressChanged(const TransferProgress &progress);
+    void jobEvent(const JobEvent &event);
     void succeeded();
 
 private:
@@ -115,6 +116,7 @@ signals:
     void statusTextChanged(const QString &text);
     void currentActionChanged(const QString &text, bool isError);
     void transferProgressChanged(const TransferProgress &progress);
+    void jobEvent(const JobEvent &event);
     void succeeded();
 
 private:

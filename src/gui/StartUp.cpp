@@ -80,7 +80,6 @@ int run(int argc, char *argv[])
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QString::fromLatin1(Workspace::kApplicationName));
-    QApplication::setApplicationDisplayName(AppInfo::productTitle());
     QApplication::setApplicationVersion(AppInfo::versionText());
 
     // The test hook: connect to a port at once and save a picture of the window once connected.

@@ -240,6 +240,7 @@ void frmMain::startEngine()
     connect(m_engine.get(), &Engine::transferProgressChanged, m_update,
             &frmUpdate::showTransferProgress);
     connect(m_engine.get(), &Engine::succeeded, m_update, &frmUpdate::showSuccess);
+    connect(m_engine.get(), &Engine::jobEvent, m_update, &frmUpdate::showJobEvent);
     connect(m_update, &QDialog::finished, this, [this] {
         auto then = std::move(m_afterRun);
         m_afterRun = nullptr;
@@ -393,12 +394,16 @@ void frmMain::onConnectFinished(const EngineOutcome &outcome)
     m_unfinishedRun = result.unfinishedRun;
 
     if (result.bootloaderBoard) {
-        // A board waits in its bootloader: update it at once. The connect ends disconnected either
-        // way, so the operator connects afresh to the board running its firmware.
+        // A board waits in its bootloader: update it at once. A success ends disconnected; a
+        // failure goes through Reload all, which connects afresh (the port had opened).
         startRun(Job::singleBoard(*result.bootloaderBoard), [this](bool succeeded) {
-            if (!succeeded)
-                m_workspace.LoadFirmwareFiles(m_fresh);
-            finishConnecting();
+            if (succeeded) {
+                finishConnecting();
+                return;
+            }
+            QApplication::restoreOverrideCursor();
+            m_connected = true;
+            cmdRetry_Click();
         });
         return;
     }

@@ -183,6 +183,16 @@ void frmUpdate::showTransferProgress(const TransferProgress &progress)
     setTransferVisible(true);
 }
 
+void frmUpdate::showJobEvent(const JobEvent &event)
+{
+    if (event.stage != Stage::RestartWait || event.secondsLeft < 0 || !event.board)
+        return;
+    progressBar->setVisible(false);
+    lblProgress->setText(u"Waiting for the %1 to restart: %2 s"_s.arg(boardName(*event.board))
+                             .arg(event.secondsLeft));
+    lblProgress->setVisible(true);
+}
+
 void frmUpdate::setTransferVisible(bool visible)
 {
     progressBar->setVisible(visible);

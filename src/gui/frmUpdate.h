@@ -40,6 +40,8 @@ public:
     void setStatusText(const QString &text);
     void SetCurrentAction(const QString &text, bool isError);
     void showTransferProgress(const TransferProgress &progress);
+    // The restart wait after a transfer counts down below the transfer's last line.
+    void showJobEvent(const JobEvent &event);
     void showSuccess();
     void runFinished(bool result);
 

@@ -137,6 +137,14 @@ QByteArray QtSerialLine::readAll()
 {
     if (!m_port || !m_port->isOpen())
         return {};
+    // Without an event loop QSerialPort takes bytes from the device only inside its waits: a
+    // wait of no time hands over what arrived while nobody waited (a "C" during a sleep).
+    while (!m_gone && m_port->waitForReadyRead(0)) {
+    }
+    if (m_port->error() == QSerialPort::TimeoutError)
+        m_port->clearError();
+    else if (m_port->error() != QSerialPort::NoError)
+        noteError();
     return m_port->readAll();
 }
 

@@ -33,7 +33,8 @@ public:
     virtual void discardInput() = 0;
     // Sends all bytes; returns when they have left the program (or false on failure).
     virtual bool write(const QByteArray &bytes) = 0;
-    // Everything received so far, without waiting; empty when nothing has arrived.
+    // Every byte the device holds at this moment, also those that arrived while nobody waited,
+    // without waiting for more; empty when nothing has arrived.
     virtual QByteArray readAll() = 0;
     // Waits until received bytes are available or timeoutMs has passed; returns whether bytes are
     // available. Returns at once when bytes are already waiting. Sleeps on the line, never spins.

@@ -35,8 +35,8 @@ cComm::cComm(SerialLine &line, Clock &clock, Operator &op)
 
 void cComm::setComPort(const QString &portName)
 {
+    // A name that names no port leaves the flag false: nothing is opened and nothing saved.
     m_portValid = false;
-    m_portValid = true;
 
     // "COMn" names a port by number; on Linux a device path names it directly.
     QString device;
@@ -61,6 +61,7 @@ void cComm::setComPort(const QString &portName)
     if (device.isEmpty() || !m_line.setPortName(device))
         return;
     m_portName = isNumber ? u"COM%1"_s.arg(number) : device;
+    m_portValid = true;
 }
 
 void cComm::Init(LogSink *log)

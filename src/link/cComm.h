@@ -31,12 +31,13 @@ public:
 
     cComm(SerialLine &line, Clock &clock, Operator &op);
 
-    // The port-valid flag: false only while a ComPort assignment is under way.
+    // The port-valid flag: false after an assignment of a name that names no port.
     bool IsValidPort() const { return m_portValid; }
     // The port name last assigned successfully ("COM3", or a device path on Linux).
     QString ComPort() const { return m_portName; }
     // Chooses the port. "COMn" (n in 1..255) or, on Linux, a device path. A name that names no
-    // port leaves the previous name in place (and the flag true).
+    // port leaves the previous name in place and the flag false, until the next assignment,
+    // Init or ClosePort.
     void setComPort(const QString &portName);
 
     // Binds the log, sets the wait after a telegram to 200 ms, closes the port if it is open.

@@ -37,7 +37,7 @@ struct Job
         Restore, // every parameter back from file (empty: the last backup)
         Update, // the full update run: backup, then every board that needs it
         SingleBoard, // one board found in its bootloader: transfer, restart, restore
-        Flash, // one board: bootloader start and transfer of file, nothing else
+        Flash, // one board: backup, bootloader start, transfer of file, restart, restore
         DiscardJournal, // forget the connected instrument's unfinished run, on the operator's word
     };
 
@@ -47,6 +47,9 @@ struct Job
     BoardKind board = BoardKind::Cpu; // SingleBoard, Flash
     bool allowDowngrade = false; // Update: boards with an older file are updated too
     bool checkBackup = false; // Update in test mode: a second backup after the run
+    // Flash: every parameter backed up first (into this instrument's backup file) and the
+    // board's restored after its restart; false: bootloader start and transfer, nothing else.
+    bool keepParameters = true;
 
     static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
     static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
@@ -66,10 +69,11 @@ struct Job
         job.board = board;
         return job;
     }
-    static Job flash(BoardKind board, const QString &file)
+    static Job flash(BoardKind board, const QString &file, bool keepParameters = true)
     {
         Job job = make(Kind::Flash, {}, file);
         job.board = board;
+        job.keepParameters = keepParameters;
         return job;
     }
 
@@ -89,6 +93,8 @@ struct JobEvent
 {
     std::optional<BoardKind> board;
     Stage stage = Stage::None;
+    // RestartWait: whole seconds of the wait still to go, reported each second (-1: not counted).
+    int secondsLeft = -1;
 };
 
 // Progress of a firmware transfer, for a progress bar beside the text line.

@@ -55,6 +55,10 @@ QString Session::defaultBackupFile(Job::Kind kind) const
 {
     if (!m_connection.backupFileName.isEmpty())
         return m_connection.backupFileName;
+    // Connected without an answer to "SER": the update run has no backup file name, and its
+    // backup fails rather than overwrite a file of another instrument.
+    if (kind == Job::Kind::Update && m_connection.connected)
+        return {};
     const Settings settings = Settings::read(*m_files.ini);
     return kind == Job::Kind::Backup || kind == Job::Kind::Update ? settings.backupFileName
                                                                   : settings.lastBackupFileName;
@@ -85,7 +89,7 @@ JobResult Session::run(const Job &job)
         m_files.log->Setlogging(true);
         m_files.log->UpdateLog(u"ERROR: "_s + cancel.message());
     }
-    m_files.log->SetTabs(0);
+    // The log's indentation stays where the run's last line left it.
     return result;
 }
 
@@ -102,7 +106,7 @@ JobResult Session::runJob(const Job &job)
     case Job::Kind::SingleBoard:
         return m_run.runSingleBoard(job.board, defaultBackupFile(Job::Kind::Restore));
     case Job::Kind::Flash:
-        return flashJob(job.board, job.file);
+        return flashJob(job);
     default:
         return {};
     }
@@ -212,17 +216,25 @@ JobResult Session::disconnectJob()
     return result;
 }
 
-JobResult Session::flashJob(BoardKind board, const QString &file)
+JobResult Session::flashJob(const Job &job)
 {
-    // The board may be waiting in its bootloader and answer nothing but "C": the port is opened
-    // without greeting the instrument.
+    // As the single-board run: the board's parameters come back from a backup made just before.
+    QString backupFile;
+    if (job.keepParameters) {
+        backupFile = QDir(m_files.dataDir).filePath(defaultBackupFile(Job::Kind::Backup));
+        JobResult backup = m_run.runBackupOnly(backupFile);
+        if (!backup.succeeded())
+            return backup;
+    }
+    // A bare flash: the board may be waiting in its bootloader and answer nothing but "C", so
+    // the port is opened without greeting the instrument.
     if (!m_comm.OpenPort(cComm::Greeting::Silent)) {
         JobResult result;
         result.stage = Stage::Connect;
         result.message = m_comm.lastError();
         return result;
     }
-    JobResult result = m_run.runFlashOnly(board, file);
+    JobResult result = m_run.runFlashOnly(job.board, job.file, backupFile);
     m_comm.ClosePort();
     return result;
 }

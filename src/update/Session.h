@@ -76,7 +76,7 @@ private:
     JobResult connectJob(const QString &port);
     JobResult disconnectJob();
     JobResult backupJob(const QString &file);
-    JobResult flashJob(BoardKind board, const QString &file);
+    JobResult flashJob(const Job &job);
     JobResult runJob(const Job &job);
     void findJournal();
     void findBoardOfTheRunInItsBootloader();

@@ -206,12 +206,19 @@ JobResult UpdateRun::runBackupOnly(const QString &backupFile)
     return finish(backupInto(backupFile, false));
 }
 
-JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile)
+JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile,
+                                  const QString &backupFile)
 {
     begin();
-    const bool ok = bootloaderAndTransfer(board, imageFile);
-    if (ok)
+    if (!bootloaderAndTransfer(board, imageFile))
+        return finish(false);
+    if (backupFile.isEmpty()) {
         SetCurrentAction(text(boardFacts(board).doneText));
+        return finish(true);
+    }
+    const bool ok = restoreAfterTransfer(board, backupFile);
+    if (ok)
+        enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
     return finish(ok);
 }
 
@@ -219,7 +226,8 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
 {
     enterStage(std::nullopt, Stage::Backup, BoardCondition::Untouched);
     SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
-    if (m_backup.SecureData(QDir(m_files.dataDir).filePath(file))) {
+    // Without a name (no serial number was read) the backup has nowhere to go and fails.
+    if (m_backup.SecureData(file.isEmpty() ? file : QDir(m_files.dataDir).filePath(file))) {
         SetCurrentAction(u"Backup successful completed."_s);
         enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
@@ -234,7 +242,6 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
 
 bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QString &backupFile)
 {
-    const BoardFacts &facts = boardFacts(board);
     bool ok = false;
     int passCounter = 1;
     do {
@@ -244,9 +251,15 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QStri
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
     } while (!ok && passCounter <= 1);
-    if (!ok)
+    if (!ok || !restoreAfterTransfer(board, backupFile))
         return false;
+    enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
+    return true;
+}
 
+bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
+{
+    const BoardFacts &facts = boardFacts(board);
     enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
     SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
     LogLine(u"Restoring data..."_s);
@@ -257,7 +270,6 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QStri
         entry->done = true;
         saveJournal();
     }
-    enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
     return true;
 }
 
@@ -290,11 +302,10 @@ bool UpdateRun::bootloaderAndTransfer(BoardKind board, const QString &imageFile)
 void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, int *passCounter)
 {
     const QString name = boardName(board);
-    // Say where the board was left, so a reader of the log knows what to expect.
-    LogLine(name +
-            (!bootloaderStarted       ? u" left as it was: bootloader not started"_s
-                 : m_transferComplete ? u" flashed, but not answering after its restart"_s
-                                      : u" left in its bootloader: transfer broken off"_s));
+    // A board that took its image but did not identify itself after the restart leaves no log
+    // line of its own ("Bootloader not started" and the transfer's error line say the rest).
+    if (bootloaderStarted && m_transferComplete)
+        LogLine(name + u" flashed, but not answering after its restart"_s);
     // The operator resets and restarts the instrument until the port opens again.
     do {
         m_comm.ClosePort();
@@ -433,7 +444,7 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
     m_transferComplete = true;
     enterStage(board, Stage::RestartWait, BoardCondition::FlashedUnconfirmed);
     // The board restarts into the new firmware and must identify itself again.
-    const bool result = confirmRestart();
+    const bool result = confirmRestart(board);
     parser.CloseFile();
     return result;
 }
@@ -441,6 +452,12 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
 bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
 {
     const qint32 startTick = m_clock.tickCount();
+    // Nothing sent yet: the count shows from the start, the line keeps the transfer text.
+    TransferProgress start;
+    start.board = board;
+    start.bytesTotal = total;
+    start.text = text(boardFacts(board).transferText);
+    emit transferProgressChanged(start);
     const qint32 waitMs = m_settings.xmodemWaitTimeMs;
     const QString waitText = QString::number(waitMs);
     qint32 waitBeforeRead = kFirstPacketWaitMs;
@@ -499,9 +516,11 @@ void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total, qin
     m_operator.letEventsRun();
 }
 
-bool UpdateRun::confirmRestart()
+bool UpdateRun::confirmRestart(BoardKind board)
 {
-    WaitSeconds(kRestartWaitS);
+    WaitSeconds(kRestartWaitS, [&](int secondsLeft) {
+        emit jobEvent(JobEvent {board, Stage::RestartWait, secondsLeft});
+    });
     for (int check = 0; check < kIdentityChecks; ++check) {
         const QByteArray answer = m_comm.Transceive("KVT");
         WaitSeconds(kIdentityCheckWaitS);
@@ -511,7 +530,7 @@ bool UpdateRun::confirmRestart()
     return false;
 }
 
-void UpdateRun::WaitSeconds(qint16 n)
+void UpdateRun::WaitSeconds(qint16 n, const std::function<void(int secondsLeft)> &eachSecond)
 {
     if (n <= 0) {
         m_operator.letEventsRun();
@@ -525,6 +544,8 @@ void UpdateRun::WaitSeconds(qint16 n)
         const QDateTime now = m_clock.now();
         if (wholeSeconds(now) - start >= n)
             break;
+        if (eachSecond)
+            eachSecond(int(n - (wholeSeconds(now) - start)));
         m_clock.sleepMs(1000 - now.time().msec());
     }
 }

@@ -8,6 +8,7 @@
 
 #include <QObject>
 #include <QString>
+#include <functional>
 
 class Clock;
 class Operator;
@@ -67,8 +68,10 @@ public:
     JobResult runRestoreOnly(const QString &backupFile);
     // Every parameter into backupFile, nothing else.
     JobResult runBackupOnly(const QString &backupFile);
-    // Bootloader start and transfer of imageFile to one board, nothing else.
-    JobResult runFlashOnly(BoardKind board, const QString &imageFile);
+    // Bootloader start and transfer of imageFile to one board; with a backupFile, then the
+    // board's parameters from it, as after any update of a board.
+    JobResult runFlashOnly(BoardKind board, const QString &imageFile,
+                           const QString &backupFile = {});
 
     // Ends the run with an error no step could handle, saying why.
     JobResult failWith(const QString &message);
@@ -78,7 +81,8 @@ public:
     // The steps, public for the tests.
     bool StartBootloader(BoardKind board);
     bool FlashUpdate(const QString &imageFile, BoardKind board);
-    void WaitSeconds(qint16 n);
+    // eachSecond, when given, hears the whole seconds still to go at the start and every second.
+    void WaitSeconds(qint16 n, const std::function<void(int secondsLeft)> &eachSecond = {});
 
 signals:
     void jobEvent(const JobEvent &event);
@@ -101,10 +105,11 @@ private:
     bool finishBoard(const RunJournal::Board &entry);
     bool bootloaderAndTransfer(BoardKind board, const QString &imageFile);
     void recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, int *passCounter);
+    bool restoreAfterTransfer(BoardKind board, const QString &backupFile);
     bool restoreBoard(BoardKind board, const QString &backupFile);
     void confirmMainBoardRestart();
     bool sendPackets(class cParser &parser, BoardKind board, qint32 total);
-    bool confirmRestart();
+    bool confirmRestart(BoardKind board);
     void reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
                       qint32 startTick);
     void SetCurrentAction(const QString &text, bool isError = false);

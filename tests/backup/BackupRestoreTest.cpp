@@ -203,6 +203,15 @@ TEST_F(BackupRestoreTest, ValueGarbledOnItsWayIsWrittenOnceMore)
     EXPECT_EQ(sent.count("CH;" + value), 1); // the garbled one, then this one
 }
 
+TEST_F(BackupRestoreTest, ValueEchoedInTheBoardsOwnFormatIsSentOnce)
+{
+    ASSERT_TRUE(backup.SecureData(file));
+    instrument().addFault(FaultRule::answerInstead("CH;12.5", "CH;12.50", FaultRule::kForever));
+    markTrace();
+    ASSERT_TRUE(backup.RestoreData(BoardKind::Main, file)) << backup.LastError().toStdString();
+    EXPECT_EQ(receivedSinceMark().count("CH;12.5"), 1);
+}
+
 TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
 {
     ASSERT_TRUE(backup.SecureData(file));

@@ -127,6 +127,7 @@ TEST(CliUsage, MistakesInTheCommandLineEndWithStatusTwo)
         {{u"--dir"_s, u"/no/such/folder"_s, u"--port"_s, u"/dev/null"_s, u"identify"_s},
          "does not exist"},
         {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"main"_s, missing}, "Cannot read"},
+        {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"main"_s, cliProgram()}, "--force"},
         {{u"--port"_s, u"/dev/null"_s, u"restore"_s, missing}, "No backup file"},
         {{u"diff"_s, missing, missing}, "is no backup file"},
     };
@@ -204,7 +205,8 @@ TEST_F(CliProcess, UpdateFlashesTheNewerBoardAndThenHasNothingToDo)
     for (const QString &line :
          {u"Backup successful completed."_s, u"Update of Main Board successfully completed."_s,
           u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s,
-          u"Update successfully completed"_s, u"No updates required"_s})
+          u"Waiting for the Main Board to restart: 20 s"_s, u"Update successfully completed"_s,
+          u"No updates required"_s})
         EXPECT_TRUE(r.out.contains(line)) << qPrintable(line + u"\n"_s + r.all());
     EXPECT_FALSE(r.out.contains(u"Starting CPU Board bootloader..."_s));
     // The boards as read again afterwards.
@@ -282,9 +284,10 @@ TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
     for (int i = 0; i < 100 && !QFile::exists(port); ++i)
         QThread::msleep(50);
 
-    const CliResult r = runCli(
-        {u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s, u"main"_s, image.fileName()});
+    const CliResult r = runCli({u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s,
+                                u"--no-restore"_s, u"main"_s, image.fileName()});
     socat.waitForFinished(10000);
+    EXPECT_TRUE(r.err.contains(u"Warning: no backup and no restore"_s)) << qPrintable(r.all());
     // rx takes the file and ends; no board restarts behind it.
     EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
     EXPECT_TRUE(r.out.contains(u"Bootloader"_s) || r.out.contains(u"Sending Main Board"_s));
@@ -295,6 +298,19 @@ TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
     // rx asked with "C" before anything was sent; whether its last acknowledge arrives before its
     // end closes the line is a race of no interest here.
     EXPECT_TRUE(log.contains("Bootloader already running"));
+}
+
+TEST_F(CliProcess, FlashBacksUpFirstAndRestoresTheBoardAfter)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    Simulator sim;
+    const QString image = QDir(dir.path()).entryList({u"FW_MAINBOARD_*.bin"_s}).value(0);
+    const CliResult r = cli(sim, {u"flash"_s, u"--yes"_s, u"main"_s, path(image)});
+    ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
+    for (const QString &line :
+         {u"Backup successful completed."_s, u"Restoring parameters to Main Board..."_s})
+        EXPECT_TRUE(r.out.contains(line)) << qPrintable(line + u"\n"_s + r.all());
+    EXPECT_TRUE(QFile::exists(path(u"VarimoSentry_Backup_00042.xml"_s)));
 }
 
 TEST_F(CliProcess, APromptWithoutTerminalIsAnErrorAndYesGivesUpAfterThreeRounds)

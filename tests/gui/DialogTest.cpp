@@ -203,6 +203,9 @@ TEST(UpdateWindow, ShowsTransferProgressAndTheSuccessDisplay)
     EXPECT_EQ(window.lblStatus2->text(), u"DO NOT INTERRUPT THE UPDATE PROCESS!"_s);
     EXPECT_FALSE(window.cmdOk->isVisible());
     gui::screenshot(&window, u"frmUpdate-transfer"_s);
+    window.showJobEvent(JobEvent {BoardKind::Main, Stage::RestartWait, 14});
+    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
+    EXPECT_EQ(window.lblProgress->text(), u"Waiting for the Main Board to restart: 14 s"_s);
 
     // Escape cannot end a run.
     QTest::keyClick(&window, Qt::Key_Escape);

@@ -206,27 +206,28 @@ TEST_F(CommTest, OpenPortReportsAPortThatDoesNotOpen)
     EXPECT_TRUE(comm.lastError().contains(u"COM3"_s) || comm.lastError().contains(u"ttyS2"_s));
 }
 
-TEST_F(CommTest, PortNamesKeepThePreviousNameOnFailure)
+TEST_F(CommTest, PortNamesThatNameNoPortAreInvalid)
 {
     const struct
     {
         QString given;
         QString kept;
+        bool valid;
     } cases[] = {
-        {u"COM7"_s, u"COM7"_s},
-        {u" COM12 "_s, u"COM12"_s},
-        {u"nonsense"_s, u"COM12"_s},
-        {u"COM0"_s, u"COM12"_s},
-        {u"COM300"_s, u"COM12"_s},
-        {u"COM70000"_s, u"COM12"_s},
+        {u"COM7"_s, u"COM7"_s, true},
+        {u" COM12 "_s, u"COM12"_s, true},
+        {u"nonsense"_s, u"COM12"_s, false},
+        {u"COM0"_s, u"COM12"_s, false},
+        {u"COM300"_s, u"COM12"_s, false},
+        {u"COM70000"_s, u"COM12"_s, false},
 #ifndef Q_OS_WIN
-        {u"/dev/ttyUSB0"_s, u"/dev/ttyUSB0"_s},
+        {u"/dev/ttyUSB0"_s, u"/dev/ttyUSB0"_s, true},
 #endif
     };
     for (const auto &c : cases) {
         comm.setComPort(c.given);
         EXPECT_EQ(comm.ComPort(), c.kept) << c.given.toStdString();
-        EXPECT_TRUE(comm.IsValidPort());
+        EXPECT_EQ(comm.IsValidPort(), c.valid) << c.given.toStdString();
     }
 #ifndef Q_OS_WIN
     comm.setComPort(u"COM7"_s);

@@ -1,6 +1,9 @@
 #include "link/QtSerialLine.h"
 
+#include "link/Clock.h"
+#include "link/cComm.h"
 #include "support/Pty.h"
+#include "support/ScriptedOperator.h"
 
 #include <QElapsedTimer>
 #include <gtest/gtest.h>
@@ -69,6 +72,23 @@ TEST_F(QtSerialLineTest, WaitReturnsAsSoonAsDataArrives)
     // Woken by the data, not by the 5 s deadline.
     EXPECT_LT(waited, 2500);
     EXPECT_TRUE(readFromLine(7, 1000).startsWith("KVT;x"));
+}
+
+TEST_F(QtSerialLineTest, ProbeFindsTheCThatCameDuringItsSleep)
+{
+    // A board's bootloader probe: the telegram goes out, the "C" arrives while the updater
+    // sleeps, and the one read after the sleep (which does not wait) finds it.
+    SystemClock clock;
+    ScriptedOperator op;
+    cComm comm(line, clock, op);
+    std::thread board([this] {
+        if (pty.read(7, 2000) == "DHR;4\r\n")
+            pty.write("C");
+    });
+    comm.WriteTelegram("DHR;4", "\r\n");
+    clock.sleepMs(500);
+    board.join();
+    EXPECT_EQ(comm.ReadT(1000, {}), QByteArray("C"));
 }
 
 TEST_F(QtSerialLineTest, WaitWithNothingComingEndsAtTheDeadline)

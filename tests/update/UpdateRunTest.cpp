@@ -104,6 +104,7 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
     EXPECT_FALSE(sent.contains("DHR;3"));
     EXPECT_FALSE(sent.contains("F"));
     EXPECT_EQ(logLines().last(), QByteArray("Failed"));
+    EXPECT_EQ(log.tabs(), 1); // where the run's last line left the indentation
     const QStringList general = instructions(Operator::Instruction::General);
     ASSERT_EQ(general.size(), 1);
     EXPECT_EQ(general[0], u"ERROR: No connection to VARIMOsentry"_s);
@@ -121,7 +122,22 @@ TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
     EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
     EXPECT_EQ(logLines().count("Starting Main Board bootloader..."), 2);
     EXPECT_TRUE(logLines().contains("Bootloader already running"));
+    EXPECT_FALSE(logLines().contains("Main Board left in its bootloader: transfer broken off"));
     EXPECT_EQ(instructions(Operator::Instruction::General).size(), 1);
+}
+
+TEST_F(UpdateRunTest, WithoutASerialNumberTheBackupFailsAndNoBoardIsTouched)
+{
+    writeFirmware("2.01", "1.21", "1.03");
+    instrument().addFault(FaultRule::ignoreTelegram("SER", 3, 2)); // the connect's "SER" only
+    prepare();
+    ASSERT_TRUE(session.connection().backupFileName.isEmpty());
+    markTrace();
+    const JobResult result = session.run(Job::update(false));
+    EXPECT_FALSE(result.succeeded());
+    EXPECT_EQ(result.stage, Stage::Backup);
+    EXPECT_FALSE(QFile::exists(path(u"VarimoSentry_Backup.xml"_s)));
+    EXPECT_FALSE(receivedSinceMark().contains("BOT;$"));
 }
 
 TEST_F(UpdateRunTest, RestoreOnlyWritesEveryBoardBack)
@@ -222,14 +238,26 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
 TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
 {
     QSignalSpy progress(&run, &UpdateRun::transferProgressChanged);
+    QSignalSpy events(&run, &UpdateRun::jobEvent);
     ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
     ASSERT_TRUE(run.FlashUpdate(path(image), BoardKind::Main));
-    ASSERT_EQ(progress.count(), 113); // 112 packets and the end of transmission
+    ASSERT_EQ(progress.count(), 114); // the start, 112 packets and the end of transmission
+    const auto start = progress.first().at(0).value<TransferProgress>();
+    EXPECT_EQ(start.bytesSent, 0);
+    EXPECT_EQ(start.bytesTotal, 14336);
+    EXPECT_EQ(start.text, u"Sending Main Board binary file "_s);
+    QList<int> countdown;
+    for (const auto &e : events)
+        if (e.at(0).value<JobEvent>().stage == Stage::RestartWait)
+            countdown << e.at(0).value<JobEvent>().secondsLeft;
+    ASSERT_GE(countdown.size(), 3);
+    EXPECT_EQ(countdown.mid(0, 3), QList<int>({-1, 20, 19}));
+    EXPECT_EQ(countdown.last(), 1);
     const auto last = progress.last().at(0).value<TransferProgress>();
     EXPECT_EQ(last.bytesSent, 14336);
     EXPECT_EQ(last.bytesTotal, 14336);
     EXPECT_EQ(last.remainingMs, 0);
-    EXPECT_EQ(progress.first().at(0).value<TransferProgress>().text,
+    EXPECT_EQ(progress.at(1).at(0).value<TransferProgress>().text,
               u"Sending Main Board binary file (0 of 14336 Bytes transferred)..."_s);
     EXPECT_EQ(last.text, u"Sending Main Board binary file (14336 of 14336 Bytes transferred)..."_s);
 }

@@ -26,6 +26,7 @@ struct CliOptions
     bool verbose = false;
     bool json = false;
     bool allowDowngrade = false;
+    bool force = false; // restore: also a backup of another instrument
 };
 
 // Exit statuses; scripts depend on them.
@@ -89,6 +90,7 @@ private:
     std::optional<int> updateWaitingBoard(BoardKind board);
     int readAgain();
     std::optional<int> checkBackupFile(const QString &file);
+    std::optional<int> checkSettings();
     Eligibility::Verdict setConnectionState(bool connected);
     bool lineGone();
 

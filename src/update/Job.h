@@ -46,6 +46,7 @@ struct Job
     BoardKind board = BoardKind::Cpu; // SingleBoard, Flash
     bool allowDowngrade = false; // Update: boards with an older file are updated too
     bool checkBackup = false; // Update in test mode: a second backup after the run
+    bool force = false; // Restore: also a backup made from another instrument
 
     static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
     static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
@@ -107,7 +108,15 @@ struct JobResult
 {
     enum class Status { Succeeded, Failed, Cancelled };
 
+    // Why a job was refused before anything was written to the instrument.
+    enum class Refusal {
+        None,
+        BadInput, // a backup file or a setting that would harm the instrument
+        OtherInstrument, // a restore from the backup of another instrument (Job::force allows it)
+    };
+
     Status status = Status::Failed;
+    Refusal refusal = Refusal::None;
     // Where it failed (or was cancelled): the board (empty before any board) and the stage.
     std::optional<BoardKind> board;
     Stage stage = Stage::None;

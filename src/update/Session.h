@@ -69,6 +69,8 @@ private:
     JobResult backupJob(const QString &file);
     JobResult flashJob(BoardKind board, const QString &file);
     JobResult runJob(const Job &job);
+    // Where a restore keeps the instrument's values before it writes any: a new name each time.
+    QString safetyBackupFile();
 
     SessionFiles m_files;
     cComm m_comm;

@@ -10,6 +10,7 @@
 #include "shell/cLog.h"
 
 #include <QDir>
+#include <QFile>
 
 using namespace Qt::StringLiterals;
 
@@ -84,7 +85,8 @@ JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, boo
     Settings::saveLastBackupFileName(*m_files.ini, backupFile);
 
     for (const BoardKind board : kUpdateOrder) {
-        if (!Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
+        if (!Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade)
+                 .needsUpdate())
             continue;
         if (!boardSequence(board, backupFile)) {
             LogLine(u"Failed"_s);
@@ -109,11 +111,47 @@ JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
     return finish(true);
 }
 
-JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
+JobResult UpdateRun::refuse(JobResult::Refusal refusal, const QString &message)
+{
+    m_result = JobResult();
+    m_result.refusal = refusal;
+    return failWith(message);
+}
+
+QString UpdateRun::restoreRefusal(const QString &file, bool force,
+                                  JobResult::Refusal *refusal) const
+{
+    const cBackup::FileCheck check = cBackup::CheckBackupFile(file);
+    *refusal = JobResult::Refusal::BadInput;
+    if (!check.error.isEmpty())
+        return check.error + u" Nothing was restored."_s;
+    *refusal = JobResult::Refusal::OtherInstrument;
+    // A backup holds one instrument's calibration; in another one it would replace that
+    // instrument's own values.
+    if (!force && !check.serialNumber.isEmpty() && !m_serialNumber.isEmpty() &&
+        check.serialNumber != m_serialNumber) {
+        return u"The backup file %1 was made from VARIMOsentry SN %2, not from this VARIMOsentry "
+               "(SN %3). Nothing was restored."_s.arg(file, check.serialNumber, m_serialNumber);
+    }
+    *refusal = JobResult::Refusal::None;
+    return {};
+}
+
+JobResult UpdateRun::runRestoreOnly(const QString &backupFile, bool force,
+                                    const QString &safetyBackupFile)
 {
     begin();
     emit statusTextChanged(u"Restoring parameters to VARIMOsentry"_s);
     const QString file = QDir(m_files.dataDir).filePath(backupFile);
+    JobResult::Refusal refusal = JobResult::Refusal::None;
+    if (const QString why = restoreRefusal(file, force, &refusal); !why.isEmpty())
+        return refuse(refusal, why);
+    // The instrument's own values are kept before the first value is written.
+    if (!safetyBackupFile.isEmpty() && !backupInto(safetyBackupFile, false)) {
+        m_result.message += u"\r\nNothing was restored: the current parameters could not be "
+                            "backed up first."_s;
+        return finish(false);
+    }
     for (const BoardKind board : kUpdateOrder) {
         SetCurrentAction(text(boardFacts(board).restoreText));
         if (!m_backup.RestoreData(board, file)) {
@@ -121,8 +159,9 @@ JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
             m_result.stage = Stage::Restore;
             m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
             SetCurrentAction(m_result.message, true);
-            ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
-                        InstructionText::kTryRestoreAgain, QString());
+            ShowMessage(m_backup.CurrAction(), m_backup.LastError(),
+                        InstructionText::kCheckConnection, InstructionText::kTryRestoreAgain,
+                        QString());
             return finish(false);
         }
     }
@@ -148,13 +187,22 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
 {
     enterStage(std::nullopt, Stage::Backup, BoardCondition::Untouched);
     SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
-    if (m_backup.SecureData(QDir(m_files.dataDir).filePath(file))) {
+    const QString path = QDir(m_files.dataDir).filePath(file);
+    if (m_backup.SecureData(path, m_serialNumber)) {
         SetCurrentAction(u"Backup successful completed."_s);
         enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
     }
     m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
     SetCurrentAction(m_result.message, true);
+    // The previous backup is untouched; the incomplete one lies beside it.
+    if (!m_backup.PartialFile().isEmpty()) {
+        const QString kept = QFile::exists(path)
+            ? u"The previous backup %1 was kept; the incomplete one is %2."_s
+            : u"No backup %1 was made; the incomplete one is %2."_s;
+        m_result.message += u"\r\n"_s + kept.arg(path, m_backup.PartialFile());
+        LogLine(kept.arg(path, m_backup.PartialFile()));
+    }
     if (showFailure)
         ShowMessage(m_backup.CurrAction(), m_backup.LastError(), u"No update is possible."_s,
                     InstructionText::kCheckConnection, QString());
@@ -168,7 +216,8 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
     int passCounter = 1;
     do {
         enterStage(board, Stage::BootloaderStart, BoardCondition::BootloaderUncertain);
-        ok = bootloaderAndTransfer(board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
+        ok = bootloaderAndTransfer(
+            board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
         if (!ok)
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
@@ -224,19 +273,21 @@ void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, 
     do {
         m_comm.ClosePort();
         if (board == BoardKind::Cpu)
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower, InstructionText::kContinue,
-                        QString());
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
+                        InstructionText::kPower, InstructionText::kContinue, QString());
         else
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset, InstructionText::kPower,
-                        InstructionText::kWaitForDisplay, InstructionText::kContinue);
+            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
+                        InstructionText::kPower, InstructionText::kWaitForDisplay,
+                        InstructionText::kContinue);
     } while (!m_comm.OpenPort());
     cControler &found = m_current[board];
     found.InitFromDevice(&m_comm, board);
     LogLine(name +
-            (found.IsInBTLMode()            ? u" found in its bootloader"_s
+            (found.IsInBTLMode()              ? u" found in its bootloader"_s
                  : found.Firmware().isEmpty() ? u" not answering"_s
                                               : u" found running firmware "_s + found.Firmware()));
-    const bool runsNewFirmware = !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
+    const bool runsNewFirmware =
+        !found.IsInBTLMode() && found.Firmware() == m_fresh[board].Firmware();
     m_result.boardState = found.IsInBTLMode() ? BoardCondition::InBootloader
         : runsNewFirmware                     ? BoardCondition::FlashedNotRestored
         : found.Firmware().isEmpty()          ? m_result.boardState
@@ -402,8 +453,8 @@ bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
     return true;
 }
 
-void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total,
-                             qint32 invalidAnswers, qint32 startTick)
+void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
+                             qint32 startTick)
 {
     TransferProgress progress;
     progress.board = board;
@@ -414,9 +465,8 @@ void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total,
     if (progress.bytesSent > 0)
         progress.remainingMs =
             progress.elapsedMs * (total - progress.bytesSent) / progress.bytesSent;
-    progress.text = text(boardFacts(board).transferText) + u"("_s +
-        QString::number(position - 1) + u" of "_s + QString::number(total) +
-        u" Bytes transferred)..."_s;
+    progress.text = text(boardFacts(board).transferText) + u"("_s + QString::number(position - 1) +
+        u" of "_s + QString::number(total) + u" Bytes transferred)..."_s;
     m_result.bytesSent = progress.bytesSent;
     m_result.bytesTotal = progress.bytesTotal;
     emit transferProgressChanged(progress);

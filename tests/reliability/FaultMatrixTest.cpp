@@ -291,7 +291,9 @@ std::vector<Step> stepsOf(Phase phase)
         break;
     case Phase::Restore: {
         qint32 board = qint32(BoardKind::Main);
-        for (int i = 0; i < ref.restore.size(); ++i) {
+        // The restore first backs up the instrument's values (the 143 telegrams of the backup
+        // rows); the rows strike the telegrams that write.
+        for (int i = 143; i < ref.restore.size(); ++i) {
             if (ref.restore[i].startsWith("DHR;"))
                 board = ref.restore[i].mid(4).toInt();
             if (ref.restore[i] != "CEW;1")

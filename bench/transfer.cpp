@@ -134,7 +134,8 @@ Figures updaterTransfer(const QString &image, int baud, int transferWaitMs)
     ini.SetValue(u"Settings"_s, u"XModemWaitTime"_s, QString::number(transferWaitMs));
     BoardSet current;
     BoardSet fresh;
-    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh);
+    std::optional<RunJournal> journal;
+    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh, journal);
 
     Figures f;
     QElapsedTimer wall;

@@ -63,7 +63,10 @@ public:
     // The job moved forward (a packet was taken, a board finished): prompts count afresh.
     void noteProgress() { m_shown.clear(); }
     // Called before each instruction is printed (the front end ends its transfer display).
-    void setInstructionObserver(std::function<void()> observer) { m_observer = std::move(observer); }
+    void setInstructionObserver(std::function<void()> observer)
+    {
+        m_observer = std::move(observer);
+    }
 
     // The first abort, if the job was ended by one.
     const std::optional<OperatorAbort> &abort() const { return m_abort; }

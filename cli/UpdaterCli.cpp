@@ -38,7 +38,7 @@ struct CommandForm
 const CommandForm kCommands[] = {
     {u"ports"_s, 0, 0, false},  {u"identify"_s, 0, 0, true}, {u"backup"_s, 0, 1, true},
     {u"restore"_s, 0, 1, true}, {u"update"_s, 0, 0, true},   {u"flash"_s, 2, 2, true},
-    {u"diff"_s, 2, 2, false},
+    {u"diff"_s, 2, 2, false},   {u"journal"_s, 0, 0, false},
 };
 
 QString timeText(qint64 ms)
@@ -98,6 +98,8 @@ std::optional<QString> misfit(const CliOptions &options, bool dirSet)
         return u"'%1' needs --port PORT"_s.arg(form->name);
     if (options.json && options.command != u"identify")
         return u"--json belongs to identify"_s;
+    if (options.discard && options.command != u"journal")
+        return u"--discard belongs to journal"_s;
     if (options.allowDowngrade && options.command != u"update")
         return u"--allow-downgrade belongs to update"_s;
     if (options.force && options.command != u"restore")
@@ -123,9 +125,11 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     const QCommandLineOption json(u"json"_s);
     const QCommandLineOption allowDowngrade(u"allow-downgrade"_s);
     const QCommandLineOption force(u"force"_s);
+    const QCommandLineOption discard(u"discard"_s);
     const QCommandLineOption version(u"version"_s);
     const QCommandLineOption help(QStringList {u"help"_s, u"h"_s});
-    parser.addOptions({dir, port, yes, verbose, json, allowDowngrade, force, version, help});
+    parser.addOptions(
+        {dir, port, yes, verbose, json, allowDowngrade, force, discard, version, help});
 
     const auto usage = [&](const QString &text) {
         console.error(u"varimo-updater: "_s + text);
@@ -156,6 +160,7 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     options->json = parser.isSet(json);
     options->allowDowngrade = parser.isSet(allowDowngrade);
     options->force = parser.isSet(force);
+    options->discard = parser.isSet(discard);
     if (const std::optional<QString> text = misfit(*options, parser.isSet(dir)))
         return usage(*text);
     return std::nullopt;
@@ -182,8 +187,10 @@ int UpdaterCli::run()
         return ports();
     if (m_options.command == u"diff")
         return diff();
+    if (m_options.command == u"journal")
+        return journal();
 
-    if (const int status = startWorkspace(); status != Exit::Success)
+    if (const int status = startWorkspace(true); status != Exit::Success)
         return status;
     int status = Exit::Failed;
     try {
@@ -214,7 +221,7 @@ int UpdaterCli::runCommand()
     return flash();
 }
 
-int UpdaterCli::startWorkspace()
+int UpdaterCli::startWorkspace(bool withPort)
 {
     Workspace::Folders folders = m_folders;
     if (!m_options.dir.isEmpty()) {
@@ -240,6 +247,8 @@ int UpdaterCli::startWorkspace()
     m_workspace->LoadFirmwareFiles(m_session->fresh());
     m_filesVerdict = m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
 
+    if (!withPort)
+        return Exit::Success;
     m_session->comm().setComPort(m_options.port);
     if (m_session->comPort().isEmpty()) {
         m_console.error(Eligibility::invalidPortText());
@@ -389,6 +398,56 @@ int UpdaterCli::ports()
     return Exit::Success;
 }
 
+void UpdaterCli::printJournal()
+{
+    const Connection::Result &r = m_session->connection();
+    if (!r.unfinishedRun.isEmpty())
+        m_console.print(r.unfinishedRun + u" 'update' finishes it."_s);
+    if (!r.journalProblem.isEmpty())
+        m_console.error(u"Run journal not used: "_s + r.journalProblem);
+}
+
+int UpdaterCli::journal()
+{
+    if (const int status = startWorkspace(false); status != Exit::Success)
+        return status;
+    const QList<JournalFound> all = RunJournal::findAll(m_workspace->dataDir());
+    if (all.isEmpty())
+        m_console.print(u"No unfinished update run in %1."_s.arg(m_workspace->dataDir()));
+    int status = Exit::Success;
+    for (const JournalFound &found : all) {
+        m_console.print(found.journal ? found.journal->describe() : found.problem);
+        if (m_options.discard && !discardJournal(found.path))
+            status = Exit::Failed;
+    }
+    m_workspace->Stop();
+    return status;
+}
+
+bool UpdaterCli::discardJournal(const QString &path)
+{
+    if (!m_options.yes) {
+        if (!m_console.inputIsTerminal()) {
+            m_console.error(u"Discarding asks for a confirmation: run it at a terminal, or add "
+                            "--yes."_s);
+            return false;
+        }
+        m_console.print(u"Discard it? Its boards keep what they have now; finishing is no "
+                        "longer offered. Type yes to discard:"_s);
+        if (m_console.readLine().value_or(QString()).trimmed() != u"yes") {
+            m_console.print(u"Kept."_s);
+            return true;
+        }
+    }
+    if (!QFile::remove(path)) {
+        m_console.error(u"Cannot remove %1."_s.arg(path));
+        return false;
+    }
+    m_workspace->log().UpdateLog(u"Run journal discarded by the operator: "_s + path);
+    m_console.print(u"Discarded %1."_s.arg(path));
+    return true;
+}
+
 int UpdaterCli::identify()
 {
     const std::optional<int> failed = connectInstrument(!m_options.json);
@@ -408,6 +467,7 @@ int UpdaterCli::identify()
         // A connection that failed is the news; the file check would only distract from it.
         if (!failed)
             printVerdict(verdict);
+        printJournal();
     }
     if (failed)
         return *failed;
@@ -505,12 +565,16 @@ int UpdaterCli::update()
     const bool connected = r.connected && !r.bootloaderBoard;
     const Eligibility::Verdict verdict = setConnectionState(connected);
     printBoards(m_session->current());
-    if (!connected || (!verdict.updateEnabled && verdict.kind == Eligibility::eError)) {
+    // An unfinished run is finished whatever the verdict says of the boards now.
+    const bool unfinished = connected && m_session->journal();
+    if (!connected ||
+        (!unfinished && !verdict.updateEnabled && verdict.kind == Eligibility::eError)) {
         m_console.error(verdict.message);
         return Exit::Failed;
     }
     printVerdict(verdict);
-    if (!verdict.updateEnabled) // no board needs an update
+    printJournal();
+    if (!unfinished && !verdict.updateEnabled) // no board needs an update
         return m_updated.isEmpty() ? Exit::NothingToDo : Exit::Success;
 
     const JobResult result = runJob(Job::Kind::Update);
@@ -776,6 +840,8 @@ QByteArray UpdaterCli::identifyJson(const BoardSet &current,
         {u"status"_s, verdict.message},
         {u"statusIsError"_s, verdict.kind == Eligibility::eError},
         {u"error"_s, r.error},
+        {u"unfinishedRun"_s, r.unfinishedRun},
+        {u"journalProblem"_s, r.journalProblem},
     };
     return QJsonDocument(object).toJson(QJsonDocument::Indented);
 }

@@ -27,6 +27,7 @@ struct CliOptions
     bool json = false;
     bool allowDowngrade = false;
     bool force = false; // restore: also a backup of another instrument
+    bool discard = false; // journal --discard
 };
 
 // Exit statuses; scripts depend on them.
@@ -66,6 +67,9 @@ public:
 
 private:
     int ports();
+    int journal();
+    bool discardJournal(const QString &path);
+    void printJournal();
     int identify();
     int backup();
     int restore();
@@ -74,7 +78,7 @@ private:
     int diff();
 
     int runCommand();
-    int startWorkspace();
+    int startWorkspace(bool withPort);
     void followSession();
     // Runs one job on this command's port, with this workspace's downgrade permission.
     JobResult runJob(Job::Kind kind, const QString &file = {}, BoardKind board = BoardKind::Cpu);

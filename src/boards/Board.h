@@ -22,8 +22,8 @@ inline constexpr std::array<BoardKind, kBoardCount> kReadOrder = {BoardKind::Cpu
 inline constexpr std::array<BoardKind, kBoardCount> kUpdateOrder = {
     BoardKind::Main, BoardKind::Meas, BoardKind::Cpu};
 // Patterns, panels and checks.
-inline constexpr std::array<BoardKind, kBoardCount> kPanelOrder = {
-    BoardKind::Cpu, BoardKind::Main, BoardKind::Meas};
+inline constexpr std::array<BoardKind, kBoardCount> kPanelOrder = {BoardKind::Cpu, BoardKind::Main,
+                                                                   BoardKind::Meas};
 
 struct BoardFacts
 {
@@ -81,6 +81,7 @@ public:
     auto end() { return m_values.end(); }
     auto begin() const { return m_values.begin(); }
     auto end() const { return m_values.end(); }
+    bool operator==(const PerBoard &other) const = default;
 
 private:
     std::array<T, kBoardCount> m_values {};

@@ -35,7 +35,6 @@ void EngineWorker::setUp()
     m_link = m_factory(m_windows);
     Operator &op = m_link.op ? *m_link.op : m_windows;
     m_session = std::make_unique<Session>(*m_link.line, *m_link.clock, op, m_files);
-    connect(m_session.get(), &Session::jobEvent, this, &EngineWorker::jobEvent);
     connect(m_session.get(), &Session::statusTextChanged, this, &EngineWorker::statusTextChanged);
     connect(m_session.get(), &Session::currentActionChanged, this,
             &EngineWorker::currentActionChanged);
@@ -88,20 +87,17 @@ Engine::Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles 
             },
             Qt::DirectConnection);
     };
-    relay(&EngineWorker::jobEvent, &Engine::jobEvent);
     relay(&EngineWorker::statusTextChanged, &Engine::statusTextChanged);
     relay(&EngineWorker::currentActionChanged, &Engine::currentActionChanged);
     relay(&EngineWorker::transferProgressChanged, &Engine::transferProgressChanged);
     relay(&EngineWorker::succeeded, &Engine::succeeded);
-    connect(
-        m_worker, &EngineWorker::jobFinished, m_worker,
-        [this](EngineOutcome outcome) {
-            m_inbox->post([this, outcome] {
-                --m_pending;
-                emit jobFinished(outcome);
-            });
-        },
-        Qt::DirectConnection);
+    relay(&EngineWorker::jobFinished, &Engine::finish);
+}
+
+void Engine::finish(const EngineOutcome &outcome)
+{
+    --m_pending;
+    emit jobFinished(outcome);
 }
 
 Engine::~Engine()
@@ -115,8 +111,7 @@ void Engine::start()
     if (m_thread->isRunning())
         return;
     m_thread->start();
-    EngineWorker *worker = m_worker;
-    m_worker->inbox()->post([worker] { worker->setUp(); });
+    m_worker->inbox()->post([worker = m_worker] { worker->setUp(); });
 }
 
 void Engine::stop()
@@ -125,8 +120,7 @@ void Engine::stop()
         return;
     // Waits for the running job; the line is closed and destroyed on its own thread.
     std::promise<void> tornDown;
-    EngineWorker *worker = m_worker;
-    m_worker->inbox()->post([worker, &tornDown] {
+    m_worker->inbox()->post([worker = m_worker, &tornDown] {
         worker->tearDown();
         tornDown.set_value();
     });
@@ -139,6 +133,5 @@ void Engine::stop()
 void Engine::run(const EngineJob &job)
 {
     ++m_pending;
-    EngineWorker *worker = m_worker;
-    m_worker->inbox()->post([worker, job] { worker->run(job); });
+    m_worker->inbox()->post([worker = m_worker, job] { worker->run(job); });
 }

@@ -76,7 +76,6 @@ public:
 
 signals:
     void jobFinished(const EngineOutcome &outcome);
-    void jobEvent(const JobEvent &event);
     void statusTextChanged(const QString &text);
     void currentActionChanged(const QString &text, bool isError);
     void transferProgressChanged(const TransferProgress &progress);
@@ -113,13 +112,14 @@ public:
 
 signals:
     void jobFinished(const EngineOutcome &outcome);
-    void jobEvent(const JobEvent &event);
     void statusTextChanged(const QString &text);
     void currentActionChanged(const QString &text, bool isError);
     void transferProgressChanged(const TransferProgress &progress);
     void succeeded();
 
 private:
+    void finish(const EngineOutcome &outcome);
+
     QThread *m_thread;
     EngineWorker *m_worker;
     int m_pending = 0;

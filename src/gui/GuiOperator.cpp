@@ -68,27 +68,23 @@ void GuiOperator::showAndWait(Show show)
         return;
     }
 
-    struct Wait
-    {
-        bool done = false;
-    };
-    auto wait = std::make_shared<Wait>();
+    auto answered = std::make_shared<bool>(false);
     {
         const std::lock_guard lock(m_mutex);
         if (m_released)
             cancelClosing();
     }
-    m_inbox->post([this, show, wait] {
-        show([this, wait] {
+    m_inbox->post([this, show, answered] {
+        show([this, answered] {
             const std::lock_guard lock(m_mutex);
-            wait->done = true;
+            *answered = true;
             m_answered.notify_all();
         });
     });
 
     std::unique_lock lock(m_mutex);
-    m_answered.wait(lock, [&] { return wait->done || m_released; });
-    if (!wait->done)
+    m_answered.wait(lock, [&] { return *answered || m_released; });
+    if (!*answered)
         cancelClosing();
 }
 
@@ -98,9 +94,7 @@ void GuiOperator::messageBox(const QString &text)
         auto *box = new QMessageBox(QMessageBox::Information, AppInfo::productTitle(),
                                     labelTextOf(text), QMessageBox::Ok, dialogParent());
         box->setObjectName(u"operatorMessageBox"_s);
-        box->setAttribute(Qt::WA_DeleteOnClose);
-        connect(box, &QDialog::finished, this, [done] { done(); });
-        box->open();
+        openDialog(box, this, done);
     });
 }
 
@@ -128,8 +122,6 @@ void GuiOperator::instruction(Instruction kind, const QStringList &lines)
             dialog = new frmMsgMainBoard(parent);
             break;
         }
-        dialog->setAttribute(Qt::WA_DeleteOnClose);
-        connect(dialog, &QDialog::finished, this, [done] { done(); });
-        dialog->open();
+        openDialog(dialog, this, done);
     });
 }

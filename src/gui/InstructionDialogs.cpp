@@ -25,19 +25,38 @@ QString labelTextOf(const QString &systemText)
     return text.replace(u"&&"_s, u"&"_s);
 }
 
+QFont windowFont(bool bold, qreal points)
+{
+    QFont font(u"Segoe UI"_s);
+    font.setPointSizeF(points);
+    font.setBold(bold);
+    return font;
+}
+
+void setTextColor(QWidget *widget, const QColor &color)
+{
+    QPalette palette = widget->palette();
+    palette.setColor(QPalette::WindowText, color);
+    widget->setPalette(palette);
+}
+
+void openDialog(QDialog *dialog, const QObject *context, std::function<void()> onFinished)
+{
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QDialog::finished, context, std::move(onFinished));
+    dialog->open();
+}
+
 InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
     : QDialog(parent)
-    , Frame1(new QFrame(this))
-    , cmdOk(new QPushButton(u"OK"_s, this))
+    , Frame1(named<QFrame>(u"Frame1"_s, this))
+    , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
     , m_icon(new QLabel(this))
 {
     setWindowTitle(AppInfo::productTitle());
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(9.75);
-    setFont(font);
+    setFont(windowFont());
 
-    Frame1->setObjectName(u"Frame1"_s);
     Frame1->setFrameShape(QFrame::StyledPanel);
     Frame1->setFrameShadow(QFrame::Sunken);
     Frame1->setAutoFillBackground(true);
@@ -49,15 +68,12 @@ InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
     m_icon->setGeometry(kMargin, kMargin, kIconSize, kIconSize);
     setError(false);
 
-    QFont bold = font;
-    bold.setBold(true);
     const int textLeft = 2 * kMargin + kIconSize;
     const int textWidth = kDialogWidth - 2 * kMargin - textLeft - kMargin;
     int y = kMargin;
     for (int i = 0; i < kLines; ++i) {
-        auto *label = new QLabel(Frame1);
-        label->setObjectName(u"lblLine%1"_s.arg(i + 1));
-        label->setFont(bold);
+        auto *label = named<QLabel>(u"lblLine%1"_s.arg(i + 1), Frame1);
+        label->setFont(windowFont(true));
         label->setWordWrap(true);
         label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
         label->setTextFormat(Qt::PlainText);
@@ -70,32 +86,23 @@ InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
     const int frameHeight = y - kLineGap + kMargin;
     Frame1->setGeometry(kMargin, kMargin, kDialogWidth - 2 * kMargin, frameHeight);
 
-    cmdOk->setObjectName(u"cmdOk"_s);
     cmdOk->setDefault(true);
     cmdOk->setGeometry((kDialogWidth - kButtonWidth) / 2, Frame1->geometry().bottom() + 1 + kMargin,
                        kButtonWidth, kButtonHeight);
     connect(cmdOk, &QPushButton::clicked, this, &QDialog::accept);
     setFixedSize(kDialogWidth, cmdOk->geometry().bottom() + 1 + kMargin);
-    m_texts = QStringList(kLines, QString());
 }
 
 void InstructionDialog::setLines(const QStringList &lines)
 {
-    for (int i = 0; i < kLines; ++i) {
-        m_texts[i] = lines.value(i);
-        m_lines[i]->setText(labelTextOf(m_texts[i]));
-    }
+    for (int i = 0; i < kLines; ++i)
+        m_lines[i]->setText(labelTextOf(lines.value(i)));
 }
 
 void InstructionDialog::setError(bool error)
 {
     const auto icon = error ? QStyle::SP_MessageBoxWarning : QStyle::SP_MessageBoxInformation;
     m_icon->setPixmap(style()->standardIcon(icon).pixmap(kIconSize));
-}
-
-QString InstructionDialog::line(int n) const
-{
-    return m_texts.value(n - 1);
 }
 
 QString InstructionDialog::shownLine(int n) const
@@ -132,12 +139,10 @@ void frmMsgGeneral::Init(const QString &line1, const QString &line2, const QStri
 
     // Lines 1 and 2 always keep their space; each empty line of 3 to 5 gives back its height.
     int h = 0;
-    if (line3.isEmpty())
-        h = lineLabel(3)->height();
-    if (line4.isEmpty())
-        h = h + lineLabel(4)->height();
-    if (line5.isEmpty())
-        h = h + lineLabel(5)->height();
+    for (int n = 3; n <= kLines; ++n) {
+        if (lineLabel(n)->text().isEmpty())
+            h += lineLabel(n)->height();
+    }
 
     cmdOk->move(cmdOk->x(), cmdOk->y() - h);
     Frame1->resize(Frame1->width(), Frame1->height() - h);

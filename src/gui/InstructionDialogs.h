@@ -3,14 +3,35 @@
 #include <QDialog>
 #include <QList>
 #include <QStringList>
+#include <functional>
 
 class QFrame;
 class QLabel;
 class QPushButton;
 
+// What the windows share.
+
 // "&&" in the system's texts stands for one "&" on screen. A label without a buddy shows every
 // character as it is, so its text gets the single "&"; buttons keep "&&".
 QString labelTextOf(const QString &systemText);
+
+// The windows' font: Segoe UI, 9.75 points unless told.
+QFont windowFont(bool bold = false, qreal points = 9.75);
+
+void setTextColor(QWidget *widget, const QColor &color);
+
+// A new control with its object name; args go to its constructor (the parent last).
+template<typename T, typename... Args>
+T *named(const QString &objectName, Args &&...args)
+{
+    auto *widget = new T(std::forward<Args>(args)...);
+    widget->setObjectName(objectName);
+    return widget;
+}
+
+// Opens the dialog window-modal; once it is closed, onFinished runs (while context lives) and the
+// dialog deletes itself.
+void openDialog(QDialog *dialog, const QObject *context, std::function<void()> onFinished);
 
 // The three small modal dialogs that tell the operator which keys to press on the instrument and
 // wait for OK: a frame Frame1 with the lines lblLine1 to lblLine5 and the button cmdOk, laid out
@@ -24,10 +45,8 @@ class InstructionDialog : public QDialog
 public:
     static constexpr int kLines = 5;
 
-    // The text of line n (1..5) as the caller gave it, and as it is shown.
-    QString line(int n) const;
+    // The text of line n (1..5) as it is shown.
     QString shownLine(int n) const;
-    QLabel *lineLabel(int n) const { return m_lines.at(n - 1); }
 
     QFrame *Frame1;
     QPushButton *cmdOk;
@@ -35,6 +54,7 @@ public:
 protected:
     // heights: the height of each of the five lines; 0 hides a line.
     InstructionDialog(const QList<int> &heights, QWidget *parent);
+    QLabel *lineLabel(int n) const { return m_lines.at(n - 1); }
     void setLines(const QStringList &lines);
     // An error is marked with the warning sign instead of the information sign.
     void setError(bool error);
@@ -42,7 +62,6 @@ protected:
 private:
     QLabel *m_icon;
     QList<QLabel *> m_lines;
-    QStringList m_texts;
 };
 
 // The CPU Board's update mode: reset, then the key combination that starts its bootloader.

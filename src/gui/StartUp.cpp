@@ -26,13 +26,6 @@ constexpr int kConnectWaitMs = 500;
 constexpr int kLockWaitMs = 5000;
 constexpr char kActivate[] = "activate\n";
 
-void bringToFront(QWidget *window)
-{
-    window->showNormal();
-    window->raise();
-    window->activateWindow();
-}
-
 } // namespace
 
 QString InstanceKey(const QString &programDir)
@@ -116,7 +109,9 @@ int run(int argc, char *argv[])
     frmMain window(setup);
     QObject::connect(&instance, &SingleInstance::activationRequested, &window, [&window] {
         qInfo("VarimoSentry_Updater: brought to the front by a second start");
-        bringToFront(&window);
+        window.showNormal();
+        window.raise();
+        window.activateWindow();
     });
     window.show();
 

@@ -1,6 +1,7 @@
 #include "frmBackup.h"
 
 #include "boards/FirmwareFiles.h"
+#include "gui/InstructionDialogs.h"
 #include "gui/userControler.h"
 
 #include <QCheckBox>
@@ -19,17 +20,15 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
     , cmbCPU(new QComboBox(this))
     , cmbMain(new QComboBox(this))
     , cmbMeas(new QComboBox(this))
-    , chkXML(new QCheckBox(u"Check backup files"_s, this))
-    , cmdOk(new QPushButton(u"OK"_s, this))
-    , CmdBack(new QPushButton(u"&Cancel"_s, this))
+    , chkXML(named<QCheckBox>(u"chkXML"_s, u"Check backup files"_s, this))
+    , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
+    , CmdBack(named<QPushButton>(u"CmdBack"_s, u"&Cancel"_s, this))
     , m_folder(folder)
 {
     setObjectName(u"frmBackup"_s);
     setWindowTitle(u"TEST: Update to version"_s);
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(9.75);
-    setFont(font);
+    setFont(windowFont());
 
     auto *frame = new QGroupBox(u"Firmware files"_s, this);
     auto *grid = new QGridLayout(frame);
@@ -51,12 +50,9 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
         grid->addWidget(m_lists[kind], row, 1);
         ++row;
     }
-    chkXML->setObjectName(u"chkXML"_s);
     grid->addWidget(chkXML, row, 1);
 
-    cmdOk->setObjectName(u"cmdOk"_s);
     cmdOk->setDefault(true);
-    CmdBack->setObjectName(u"CmdBack"_s);
     auto *buttons = new QHBoxLayout;
     buttons->addStretch(1);
     buttons->addWidget(cmdOk);
@@ -68,7 +64,7 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
     layout->addWidget(frame);
     layout->addLayout(buttons);
 
-    connect(cmdOk, &QPushButton::clicked, this, &frmBackup::cmdOk_Click);
+    connect(cmdOk, &QPushButton::clicked, this, &QDialog::accept);
     connect(CmdBack, &QPushButton::clicked, this, &QDialog::reject);
 }
 
@@ -93,11 +89,12 @@ void frmBackup::fillList(QComboBox *list, const QString &prefix, const QString &
     }
 }
 
-void frmBackup::cmdOk_Click()
+QString frmBackup::testFile(BoardKind kind) const
 {
-    for (const BoardKind kind : kPanelOrder)
-        m_testFiles[kind] = m_lists[kind]->currentText();
-    m_checkBackup = chkXML->isChecked();
-    m_accepted = true;
-    accept();
+    return m_lists[kind]->currentText();
+}
+
+bool frmBackup::checkBackup() const
+{
+    return chkXML->isChecked();
 }

@@ -24,11 +24,11 @@ public:
     // Fills the three lists and preselects the given file names.
     void Init(const QString &cpuBin, const QString &mainBin, const QString &measBin);
 
-    bool Accepted() const { return m_accepted; }
+    bool Accepted() const { return result() == QDialog::Accepted; }
     // After OK: the file chosen for the board (empty: leave it as it is), and the choice to check
     // the backup.
-    QString testFile(BoardKind kind) const { return m_testFiles[kind]; }
-    bool checkBackup() const { return m_checkBackup; }
+    QString testFile(BoardKind kind) const;
+    bool checkBackup() const;
 
     QComboBox *cmbCPU;
     QComboBox *cmbMain;
@@ -39,11 +39,7 @@ public:
 
 private:
     void fillList(QComboBox *list, const QString &prefix, const QString &preselected);
-    void cmdOk_Click();
 
     QString m_folder;
     PerBoard<QComboBox *> m_lists;
-    PerBoard<QString> m_testFiles;
-    bool m_checkBackup = false;
-    bool m_accepted = false;
 };

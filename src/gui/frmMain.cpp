@@ -16,37 +16,12 @@
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-QFont segoe(qreal points = 9.75, bool bold = false)
-{
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(points);
-    font.setBold(bold);
-    return font;
-}
-
-Job jobOf(Job::Kind kind)
-{
-    Job job;
-    job.kind = kind;
-    return job;
-}
-
-Job connectJob(const QString &port)
-{
-    Job job = jobOf(Job::Kind::Connect);
-    job.port = port;
-    return job;
-}
-
-} // namespace
 
 frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
     : QMainWindow(parent)
@@ -65,7 +40,8 @@ frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
 frmMain::~frmMain()
 {
     // Closing without the window's close (the program is torn down): still note the end.
-    writeClosingLines();
+    if (!m_closed)
+        m_workspace.Stop();
     m_operator.releaseAll();
     m_engine->stop();
     QApplication::instance()->removeEventFilter(this);
@@ -76,18 +52,15 @@ frmMain::~frmMain()
 
 void frmMain::buildControls()
 {
-    setFont(segoe());
+    setFont(windowFont());
     auto *central = new QWidget(this);
     setCentralWidget(central);
 
-    Image1 = new QLabel(central);
-    Image1->setObjectName(u"Image1"_s);
+    Image1 = named<QLabel>(u"Image1"_s, central);
     Image1->setPixmap(Pictures::instrumentPicture(QSize(132, 84), devicePixelRatioF()));
     Image1->setFixedSize(132, 84);
-    CurrentControler = new userControler(central);
-    CurrentControler->setObjectName(u"CurrentControler"_s);
-    NewControler = new userControler(central);
-    NewControler->setObjectName(u"NewControler"_s);
+    CurrentControler = named<userControler>(u"CurrentControler"_s, central);
+    NewControler = named<userControler>(u"NewControler"_s, central);
 
     auto *top = new QHBoxLayout;
     top->setSpacing(14);
@@ -107,34 +80,35 @@ void frmMain::buildControls()
     layout->addLayout(panels);
     layout->addLayout(buildButtons(central));
     resize(640, 450);
-    connectControls();
+
+    connect(cmdConnect, &QPushButton::clicked, this, &frmMain::cmdConnect_Click);
+    connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);
+    connect(cmdUpdate, &QPushButton::clicked, this, &frmMain::cmdUpdate_Click);
+    connect(cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
+    connect(cmdQuit, &QPushButton::clicked, this, &frmMain::cmdQuit_Click);
+    connect(cmdTests, &QPushButton::clicked, this, &frmMain::cmdTests_Click);
 }
 
 QWidget *frmMain::buildConnectionFrame(QWidget *parent)
 {
-    fraConnect = new QGroupBox(parent);
-    fraConnect->setObjectName(u"fraConnect"_s);
-    fraConnect->setFont(segoe(9.75, true));
-    lblComPort = new QLabel(fraConnect);
-    lblComPort->setObjectName(u"lblComPort"_s);
-    cmbPorts = new QComboBox(fraConnect);
-    cmbPorts->setObjectName(u"cmbPorts"_s);
+    fraConnect = named<QGroupBox>(u"fraConnect"_s, parent);
+    fraConnect->setFont(windowFont(true));
+    lblComPort = named<QLabel>(u"lblComPort"_s, fraConnect);
+    cmbPorts = named<QComboBox>(u"cmbPorts"_s, fraConnect);
     cmbPorts->setEditable(true);
     cmbPorts->setInsertPolicy(QComboBox::NoInsert);
     cmbPorts->setEditText(u"Combo1"_s);
     cmbPorts->setMinimumWidth(170);
-    cmdConnect = new QPushButton(fraConnect);
-    cmdConnect->setObjectName(u"cmdConnect"_s);
+    cmdConnect = named<QPushButton>(u"cmdConnect"_s, fraConnect);
     cmdConnect->setMinimumWidth(110);
-    cmdRetry = new QToolButton(fraConnect);
-    cmdRetry->setObjectName(u"cmdRetry"_s);
+    cmdRetry = named<QToolButton>(u"cmdRetry"_s, fraConnect);
     cmdRetry->setIcon(Pictures::reloadIcon());
     cmdRetry->setIconSize(QSize(22, 22));
     cmdRetry->setToolButtonStyle(Qt::ToolButtonIconOnly);
     cmdRetry->setAutoRaise(false);
     cmdRetry->setFixedSize(34, 30);
     for (QWidget *w : std::initializer_list<QWidget *> {lblComPort, cmbPorts, cmdConnect, cmdRetry})
-        w->setFont(segoe());
+        w->setFont(windowFont());
 
     auto *row = new QHBoxLayout(fraConnect);
     row->setContentsMargins(12, 10, 12, 12);
@@ -148,12 +122,10 @@ QWidget *frmMain::buildConnectionFrame(QWidget *parent)
 
 QWidget *frmMain::buildStatusFrame(QWidget *parent)
 {
-    fraStatus = new QGroupBox(parent);
-    fraStatus->setObjectName(u"fraStatus"_s);
-    fraStatus->setFont(segoe(9.75, true));
-    lblStatus = new QLabel(fraStatus);
-    lblStatus->setObjectName(u"lblStatus"_s);
-    lblStatus->setFont(segoe(9.75, true));
+    fraStatus = named<QGroupBox>(u"fraStatus"_s, parent);
+    fraStatus->setFont(windowFont(true));
+    lblStatus = named<QLabel>(u"lblStatus"_s, fraStatus);
+    lblStatus->setFont(windowFont(true));
     lblStatus->setTextFormat(Qt::PlainText);
     lblStatus->setWordWrap(true);
     lblStatus->setAlignment(Qt::AlignLeft | Qt::AlignTop);
@@ -161,19 +133,20 @@ QWidget *frmMain::buildStatusFrame(QWidget *parent)
     auto *box = new QVBoxLayout(fraStatus);
     box->setContentsMargins(12, 10, 12, 12);
     box->addWidget(lblStatus);
+    lblJournal = named<QLabel>(u"lblJournal"_s, fraStatus);
+    lblJournal->setText(u"<a href=\"discard\">Discard the unfinished update run...</a>"_s);
+    lblJournal->hide();
+    connect(lblJournal, &QLabel::linkActivated, this, &frmMain::discardUnfinishedRun);
+    box->addWidget(lblJournal);
     return fraStatus;
 }
 
 QLayout *frmMain::buildButtons(QWidget *parent)
 {
-    cmdUpdate = new QPushButton(parent);
-    cmdUpdate->setObjectName(u"cmdUpdate"_s);
-    cmdRestore = new QPushButton(parent);
-    cmdRestore->setObjectName(u"cmdRestore"_s);
-    cmdTests = new QPushButton(parent);
-    cmdTests->setObjectName(u"cmdTests"_s);
-    cmdQuit = new QPushButton(parent);
-    cmdQuit->setObjectName(u"cmdQuit"_s);
+    cmdUpdate = named<QPushButton>(u"cmdUpdate"_s, parent);
+    cmdRestore = named<QPushButton>(u"cmdRestore"_s, parent);
+    cmdTests = named<QPushButton>(u"cmdTests"_s, parent);
+    cmdQuit = named<QPushButton>(u"cmdQuit"_s, parent);
     for (QPushButton *b : {cmdUpdate, cmdRestore, cmdTests, cmdQuit})
         b->setMinimumSize(112, 30);
     // Nothing to update or restore before a connection; the test mode shows its button.
@@ -189,16 +162,6 @@ QLayout *frmMain::buildButtons(QWidget *parent)
     buttons->addWidget(cmdRestore);
     buttons->addWidget(cmdQuit);
     return buttons;
-}
-
-void frmMain::connectControls()
-{
-    connect(cmdConnect, &QPushButton::clicked, this, &frmMain::cmdConnect_Click);
-    connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);
-    connect(cmdUpdate, &QPushButton::clicked, this, &frmMain::cmdUpdate_Click);
-    connect(cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
-    connect(cmdQuit, &QPushButton::clicked, this, &frmMain::cmdQuit_Click);
-    connect(cmdTests, &QPushButton::clicked, this, &frmMain::cmdTests_Click);
 }
 
 void frmMain::SetTexts()
@@ -222,13 +185,9 @@ void frmMain::SetTexts()
 
 void frmMain::showConnectCommand(bool connected)
 {
-    if (connected) {
-        cmdConnect->setText(u"Disconnect"_s);
-        cmdConnect->setToolTip(u"Disconnect VARIMOsentry from COM port"_s);
-    } else {
-        cmdConnect->setText(u"Connect"_s);
-        cmdConnect->setToolTip(u"Connect VARIMOsentry to COM port"_s);
-    }
+    cmdConnect->setText(connected ? u"Disconnect"_s : u"Connect"_s);
+    cmdConnect->setToolTip(connected ? u"Disconnect VARIMOsentry from COM port"_s
+                                     : u"Connect VARIMOsentry to COM port"_s);
 }
 
 // --- Start and state -----------------------------------------------------------------------
@@ -238,18 +197,13 @@ void frmMain::Form_Load()
     // The window's key handler sees every key before the control that has the focus.
     QApplication::instance()->installEventFilter(this);
 
-    InitSettingsAndLog();
+    // The log, the settings and what is read from them at start.
+    m_workspace.Start();
     SetTexts();
     fillPorts();
     startEngine();
     m_workspace.LoadFirmwareFiles(m_fresh);
     CheckUpdateFiles();
-}
-
-void frmMain::InitSettingsAndLog()
-{
-    // The log, the settings and what is read from them at start.
-    m_workspace.Start();
 }
 
 void frmMain::fillPorts()
@@ -307,9 +261,7 @@ void frmMain::ShowStatus(const QString &text, int statusKind)
         color = QColor(255, 0, 0);
     else if (statusKind == Eligibility::eBlack)
         color = QColor(0, 0, 0);
-    QPalette palette = lblStatus->palette();
-    palette.setColor(QPalette::WindowText, color);
-    lblStatus->setPalette(palette);
+    setTextColor(lblStatus, color);
     lblStatus->repaint();
 }
 
@@ -340,19 +292,34 @@ void frmMain::SetConnectionState(bool connected)
         cmdRestore->setEnabled(false);
         cmdConnect->setEnabled(cmbPorts->isEnabled());
     }
-    cmdUpdate->setEnabled(verdict.updateEnabled);
-    ShowStatus(verdict.message, verdict.kind);
+    // An unfinished run is finished by Update, whatever the boards' versions say now.
+    const bool unfinished = connected && !m_unfinishedRun.isEmpty();
+    cmdUpdate->setEnabled(verdict.updateEnabled || unfinished);
+    if (unfinished)
+        ShowStatus(m_unfinishedRun + u"\r\nUpdate finishes it."_s, Eligibility::eError);
+    else
+        ShowStatus(verdict.message, verdict.kind);
+    lblJournal->setVisible(unfinished);
     showBoards();
 }
 
-void frmMain::setBusy(bool busy)
+void frmMain::discardUnfinishedRun()
 {
-    m_busy = busy;
+    const auto answer = QMessageBox::question(
+        this, AppInfo::productTitle(),
+        u"Discard the unfinished update run? The boards keep what they have now, and Update no "
+        "longer finishes the run from the backup made before it."_s,
+        QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    if (answer != QMessageBox::Yes || m_busy)
+        return;
+    m_busy = true;
+    disableCommands();
+    runJob(Job::discardJournal());
 }
 
 void frmMain::settle()
 {
-    setBusy(false);
+    m_busy = false;
     emit idle();
 }
 
@@ -380,13 +347,17 @@ void frmMain::onJobFinished(const EngineOutcome &outcome)
         if (!m_closing && m_engine->pendingJobs() == 0)
             onDisconnectFinished(outcome);
         break;
+    case Job::Kind::DiscardJournal:
+        m_unfinishedRun.clear();
+        finishConnecting();
+        break;
     default:
         m_update->runFinished(outcome.result.succeeded());
         break;
     }
     // Closing: the window goes once the instrument is released, after every job asked for.
-    if (m_closing && m_engine->pendingJobs() == 0) {
-        writeClosingLines();
+    if (m_closing && !m_closed && m_engine->pendingJobs() == 0) {
+        m_workspace.Stop();
         m_closed = true;
         close();
     }
@@ -402,19 +373,14 @@ void frmMain::cmdConnect_Click()
         Disconnect();
 }
 
-void frmMain::beginConnecting()
+void frmMain::ConnectAndIdentify()
 {
-    setBusy(true);
+    m_busy = true;
     QApplication::setOverrideCursor(Qt::WaitCursor);
     disableCommands();
     ShowStatus(u"Connecting VARIMOsentry to "_s + cmbPorts->currentText() + u"..."_s);
     m_connected = false;
-}
-
-void frmMain::ConnectAndIdentify()
-{
-    beginConnecting();
-    runJob(connectJob(cmbPorts->currentText()));
+    runJob(Job::connectTo(cmbPorts->currentText()));
 }
 
 void frmMain::onConnectFinished(const EngineOutcome &outcome)
@@ -424,13 +390,12 @@ void frmMain::onConnectFinished(const EngineOutcome &outcome)
     m_portValid = outcome.portValid;
     m_comPort = outcome.comPort;
     m_connected = result.boardsRead;
+    m_unfinishedRun = result.unfinishedRun;
 
     if (result.bootloaderBoard) {
         // A board waits in its bootloader: update it at once. The connect ends disconnected either
         // way, so the operator connects afresh to the board running its firmware.
-        Job job = jobOf(Job::Kind::SingleBoard);
-        job.board = *result.bootloaderBoard;
-        startRun(job, [this](bool succeeded) {
+        startRun(Job::singleBoard(*result.bootloaderBoard), [this](bool succeeded) {
             if (!succeeded)
                 m_workspace.LoadFirmwareFiles(m_fresh);
             finishConnecting();
@@ -457,9 +422,9 @@ void frmMain::finishConnecting()
 
 void frmMain::Disconnect()
 {
-    setBusy(true);
+    m_busy = true;
     disableCommands();
-    runJob(jobOf(Job::Kind::Disconnect));
+    runJob(Job::disconnect());
 }
 
 void frmMain::onDisconnectFinished(const EngineOutcome &outcome)
@@ -476,7 +441,7 @@ void frmMain::onDisconnectFinished(const EngineOutcome &outcome)
 
 void frmMain::startRun(const Job &job, std::function<void(bool)> then)
 {
-    setBusy(true);
+    m_busy = true;
     m_afterRun = std::move(then);
     m_update->SetMode(job.kind);
     m_update->open();
@@ -485,30 +450,25 @@ void frmMain::startRun(const Job &job, std::function<void(bool)> then)
 
 void frmMain::cmdUpdate_Click()
 {
-    Job job = jobOf(Job::Kind::Update);
-    job.checkBackup = m_checkBackup;
-    job.allowDowngrade = m_workspace.AllowDowngrade();
-    startRun(job, [this](bool) { cmdRetry_Click(); });
+    startRun(Job::update(m_workspace.AllowDowngrade(), m_checkBackup),
+             [this](bool) { cmdRetry_Click(); });
 }
 
 void frmMain::cmdRestore_Click()
 {
-    Job job = jobOf(Job::Kind::Restore);
-    job.file = m_backupFileName;
-    startRun(job, [this](bool) { cmdRetry_Click(); });
+    startRun(Job::restore(m_backupFileName), [this](bool) { cmdRetry_Click(); });
 }
 
 void frmMain::cmdRetry_Click()
 {
     m_workspace.LoadFirmwareFiles(m_fresh);
     CheckUpdateFiles();
-    if (m_connected) {
-        beginConnecting();
-        runJob(jobOf(Job::Kind::Disconnect));
-        runJob(connectJob(cmbPorts->currentText()));
+    if (!m_connected) {
+        settle();
         return;
     }
-    settle();
+    runJob(Job::disconnect());
+    ConnectAndIdentify();
 }
 
 void frmMain::cmdQuit_Click()
@@ -528,15 +488,7 @@ void frmMain::closeEvent(QCloseEvent *event)
         return;
     m_closing = true;
     setEnabled(false);
-    runJob(jobOf(Job::Kind::Disconnect));
-}
-
-void frmMain::writeClosingLines()
-{
-    if (m_closingLinesWritten)
-        return;
-    m_closingLinesWritten = true;
-    m_workspace.Stop();
+    runJob(Job::disconnect());
 }
 
 // --- Test mode -----------------------------------------------------------------------------
@@ -566,10 +518,9 @@ void frmMain::Form_KeyUp()
         CheckUpdateFiles();
         return;
     }
-    setBusy(true);
+    m_busy = true;
     auto *password = new frmTestPswd(this);
-    password->setAttribute(Qt::WA_DeleteOnClose);
-    connect(password, &QDialog::finished, this, [this, password] {
+    openDialog(password, this, [this, password] {
         if (!password->Accepted()) {
             settle();
             return;
@@ -579,22 +530,19 @@ void frmMain::Form_KeyUp()
         CheckUpdateFiles();
         cmdTests_Click();
     });
-    password->open();
 }
 
 void frmMain::cmdTests_Click()
 {
-    setBusy(true);
+    m_busy = true;
     auto *choice = new frmBackup(m_workspace.programDir(), this);
-    choice->setAttribute(Qt::WA_DeleteOnClose);
     choice->Init(m_fresh[BoardKind::Cpu].BinFileName(), m_fresh[BoardKind::Main].BinFileName(),
                  m_fresh[BoardKind::Meas].BinFileName());
-    connect(choice, &QDialog::finished, this, [this, choice] {
+    openDialog(choice, this, [this, choice] {
         if (choice->Accepted())
             takeTestFiles(*choice);
         settle();
     });
-    choice->open();
 }
 
 void frmMain::takeTestFiles(const frmBackup &choice)

@@ -66,6 +66,7 @@ public:
     QToolButton *cmdRetry;
     QGroupBox *fraStatus;
     QLabel *lblStatus;
+    QLabel *lblJournal; // "Discard the unfinished update run...", while there is one
     userControler *CurrentControler;
     userControler *NewControler;
     QPushButton *cmdUpdate;
@@ -87,9 +88,7 @@ private:
     QWidget *buildConnectionFrame(QWidget *parent);
     QWidget *buildStatusFrame(QWidget *parent);
     QLayout *buildButtons(QWidget *parent);
-    void connectControls();
     void Form_Load();
-    void InitSettingsAndLog();
     void SetTexts();
     void fillPorts();
     void startEngine();
@@ -100,7 +99,6 @@ private:
 
     void cmdConnect_Click();
     void ConnectAndIdentify();
-    void beginConnecting();
     void onJobFinished(const EngineOutcome &outcome);
     void onConnectFinished(const EngineOutcome &outcome);
     void finishConnecting();
@@ -110,6 +108,7 @@ private:
     void cmdUpdate_Click();
     void cmdRestore_Click();
     void cmdRetry_Click();
+    void discardUnfinishedRun();
     void cmdQuit_Click();
     void cmdTests_Click();
     void takeTestFiles(const frmBackup &choice);
@@ -118,9 +117,7 @@ private:
     void startRun(const Job &job, std::function<void(bool)> then);
 
     void CheckUpdateFiles();
-    void setBusy(bool busy);
     void settle();
-    void writeClosingLines();
 
     frmMainSetup m_setup;
     Workspace m_workspace; // the settings file, the log, the firmware files and the verdicts
@@ -136,12 +133,12 @@ private:
     bool m_portsAvailable = false;
     QString m_comPort;
     QString m_backupFileName;
+    QString m_unfinishedRun; // the connected instrument's unfinished update run
     QString m_statusText;
     int m_statusKind = 0;
 
     bool m_busy = false;
     bool m_closing = false;
     bool m_closed = false;
-    bool m_closingLinesWritten = false;
     std::function<void(bool)> m_afterRun;
 };

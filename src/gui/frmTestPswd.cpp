@@ -1,8 +1,8 @@
 #include "frmTestPswd.h"
 
+#include "gui/InstructionDialogs.h"
 #include "shell/AppInfo.h"
 
-#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -20,39 +20,29 @@ constexpr QStringView kTestModePassword = u"kvnoperate4821";
 
 frmTestPswd::frmTestPswd(QWidget *parent)
     : QDialog(parent)
-    , txtPswd(new QLineEdit(this))
-    , cmdOk(new QPushButton(u"OK"_s, this))
-    , CmdBack(new QPushButton(u"&Cancel"_s, this))
+    , txtPswd(named<QLineEdit>(u"txtPswd"_s, this))
+    , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
+    , CmdBack(named<QPushButton>(u"CmdBack"_s, u"&Cancel"_s, this))
 {
     setObjectName(u"frmTestPswd"_s);
     setWindowTitle(u"Enter Testmode"_s);
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(9.75);
-    setFont(font);
+    setFont(windowFont());
 
     auto *icon = new QLabel(this);
     icon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(40));
     icon->setAlignment(Qt::AlignTop);
 
-    QFont bold = font;
-    bold.setBold(true);
-    auto *lblWarning = new QLabel(u"WARNING: You are Testmode!"_s, this);
-    lblWarning->setObjectName(u"lblWarning"_s);
-    lblWarning->setFont(bold);
-    QPalette red = lblWarning->palette();
-    red.setColor(QPalette::WindowText, QColor(192, 0, 0));
-    lblWarning->setPalette(red);
-    auto *lblDowngrade = new QLabel(u"Downgrade of firmware is possible but dangerous."_s, this);
-    lblDowngrade->setObjectName(u"lblDowngrade"_s);
-    auto *lblEnter = new QLabel(u"Please enter password to permit this function:"_s, this);
-    lblEnter->setObjectName(u"lblEnter"_s);
+    auto *lblWarning = named<QLabel>(u"lblWarning"_s, u"WARNING: You are Testmode!"_s, this);
+    lblWarning->setFont(windowFont(true));
+    setTextColor(lblWarning, QColor(192, 0, 0));
+    auto *lblDowngrade = named<QLabel>(u"lblDowngrade"_s,
+                                       u"Downgrade of firmware is possible but dangerous."_s, this);
+    auto *lblEnter =
+        named<QLabel>(u"lblEnter"_s, u"Please enter password to permit this function:"_s, this);
 
-    txtPswd->setObjectName(u"txtPswd"_s);
     txtPswd->setEchoMode(QLineEdit::Password);
-    cmdOk->setObjectName(u"cmdOk"_s);
     cmdOk->setDefault(true);
-    CmdBack->setObjectName(u"CmdBack"_s);
 
     auto *text = new QVBoxLayout;
     text->setSpacing(6);
@@ -91,11 +81,8 @@ void frmTestPswd::cmdOk_Click()
         auto *box = new QMessageBox(QMessageBox::Warning, AppInfo::productTitle(),
                                     u"Invalid password!"_s, QMessageBox::Ok, this);
         box->setObjectName(u"invalidPasswordBox"_s);
-        box->setAttribute(Qt::WA_DeleteOnClose);
-        connect(box, &QDialog::finished, this, [this] { txtPswd->setFocus(); });
-        box->open();
+        openDialog(box, this, [this] { txtPswd->setFocus(); });
         return;
     }
-    m_accepted = true;
     accept();
 }

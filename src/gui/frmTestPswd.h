@@ -2,9 +2,7 @@
 
 #include <QDialog>
 
-class QLabel;
 class QLineEdit;
-class QMessageBox;
 class QPushButton;
 
 // The password dialog that unlocks the test mode. A wrong password says "Invalid password!",
@@ -19,7 +17,7 @@ class frmTestPswd : public QDialog
 public:
     explicit frmTestPswd(QWidget *parent = nullptr);
 
-    bool Accepted() const { return m_accepted; }
+    bool Accepted() const { return result() == QDialog::Accepted; }
 
     QLineEdit *txtPswd;
     QPushButton *cmdOk;
@@ -27,6 +25,4 @@ public:
 
 private:
     void cmdOk_Click();
-
-    bool m_accepted = false;
 };

@@ -15,75 +15,46 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-QString durationText(qint64 ms)
-{
-    const qint64 seconds = (ms + 999) / 1000;
-    return u"%1:%2"_s.arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
-}
-
-void setTextColor(QLabel *label, const QColor &color)
-{
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, color);
-    label->setPalette(palette);
-}
-
-} // namespace
-
 frmUpdate::frmUpdate(QWidget *parent)
     : QDialog(parent)
-    , lblStatus(new QLabel(this))
-    , lblStatus2(new QLabel(this))
-    , lblCurrentAction(new QLabel(this))
-    , Frame1(new QFrame(this))
-    , progressBar(new QProgressBar(this))
-    , lblProgress(new QLabel(this))
-    , cmdOk(new QPushButton(u"OK"_s, this))
-    , Timer1(new QTimer(this))
+    , lblStatus(named<QLabel>(u"lblStatus"_s, this))
+    , lblStatus2(named<QLabel>(u"lblStatus2"_s, this))
+    , lblCurrentAction(named<QLabel>(u"lblCurrentAction"_s, this))
+    , Frame1(named<QFrame>(u"Frame1"_s, this))
+    , progressBar(named<QProgressBar>(u"progressBar"_s, this))
+    , lblProgress(named<QLabel>(u"lblProgress"_s, this))
+    , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
+    , Timer1(named<QTimer>(u"Timer1"_s, this))
 {
     setObjectName(u"frmUpdate"_s);
     setWindowTitle(AppInfo::productTitle());
     setWindowFlag(Qt::WindowContextHelpButtonHint, false);
     setWindowFlag(Qt::WindowCloseButtonHint, false);
     setModal(true);
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(9.75);
-    setFont(font);
-    QFont bold = font;
-    bold.setBold(true);
-    buildFrame(bold);
-    buildButtons(bold);
+    setFont(windowFont());
+    buildFrame();
+    buildButtons();
     setFixedSize(580, 270);
-    m_successFont = bold;
-    m_successFont.setPointSizeF(12);
 
-    Timer1->setObjectName(u"Timer1"_s);
     Timer1->setInterval(kTimerIntervalMs);
     connect(Timer1, &QTimer::timeout, this, &frmUpdate::Timer1_Timer);
-    connect(cmdOk, &QPushButton::clicked, this, [this] { done(QDialog::Accepted); });
+    connect(cmdOk, &QPushButton::clicked, this, &QDialog::accept);
     SetMode(std::nullopt);
 }
 
-void frmUpdate::buildFrame(const QFont &bold)
+void frmUpdate::buildFrame()
 {
-    Frame1->setObjectName(u"Frame1"_s);
     Frame1->setFrameShape(QFrame::StyledPanel);
     Frame1->setFrameShadow(QFrame::Sunken);
-    lblStatus->setObjectName(u"lblStatus"_s);
-    lblStatus->setFont(bold);
+    lblStatus->setFont(windowFont(true));
     lblStatus->setTextFormat(Qt::PlainText);
     lblStatus->setMinimumHeight(24);
-    lblCurrentAction->setObjectName(u"lblCurrentAction"_s);
     lblCurrentAction->setTextFormat(Qt::PlainText);
     lblCurrentAction->setWordWrap(true);
     lblCurrentAction->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     lblCurrentAction->setMinimumHeight(44);
-    progressBar->setObjectName(u"progressBar"_s);
     progressBar->setTextVisible(true);
     progressBar->setFormat(u"%p %"_s);
-    lblProgress->setObjectName(u"lblProgress"_s);
     lblProgress->setTextFormat(Qt::PlainText);
 
     auto *frameLayout = new QVBoxLayout(Frame1);
@@ -96,14 +67,12 @@ void frmUpdate::buildFrame(const QFont &bold)
     frameLayout->addStretch(1);
 }
 
-void frmUpdate::buildButtons(const QFont &bold)
+void frmUpdate::buildButtons()
 {
-    lblStatus2->setObjectName(u"lblStatus2"_s);
-    lblStatus2->setFont(bold);
+    lblStatus2->setFont(windowFont(true));
     lblStatus2->setTextFormat(Qt::PlainText);
     lblStatus2->setAlignment(Qt::AlignCenter);
 
-    cmdOk->setObjectName(u"cmdOk"_s);
     cmdOk->setDefault(true);
     cmdOk->setMinimumWidth(100);
     auto *buttons = new QHBoxLayout;
@@ -192,8 +161,11 @@ void frmUpdate::SetCurrentAction(const QString &text, bool isError)
 QString frmUpdate::progressText(const TransferProgress &progress)
 {
     QString text = u"%L1 of %L2 bytes"_s.arg(progress.bytesSent).arg(progress.bytesTotal);
-    if (progress.remainingMs >= 0)
-        text += u"  \u2013  "_s + durationText(progress.remainingMs) + u" remaining"_s;
+    if (progress.remainingMs >= 0) {
+        const qint64 seconds = (progress.remainingMs + 999) / 1000;
+        text += u"  \u2013  %1:%2 remaining"_s.arg(seconds / 60)
+                    .arg(seconds % 60, 2, 10, QLatin1Char('0'));
+    }
     if (progress.packetsRetried > 0)
         text += u"  \u2013  %1 repeated"_s.arg(progress.packetsRetried);
     return text;
@@ -220,7 +192,7 @@ void frmUpdate::setTransferVisible(bool visible)
 void frmUpdate::showSuccess()
 {
     lblStatus2->setText(u"Update successfully completed"_s);
-    lblStatus2->setFont(m_successFont);
+    lblStatus2->setFont(windowFont(true, 12));
     lblStatus2->adjustSize();
     setTextColor(lblStatus2, Qt::black);
     lblStatus->clear();
@@ -246,11 +218,9 @@ void frmUpdate::ShowMessage(const QStringList &lines, std::function<void()> onCl
     Timer1->stop();
     auto *dialog = new frmMsgGeneral(this);
     dialog->Init(lines.value(0), lines.value(1), lines.value(2), lines.value(3), lines.value(4));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::finished, this, [this, onClosed] {
+    openDialog(dialog, this, [this, onClosed] {
         if (m_running)
             Timer1->start();
         onClosed();
     });
-    dialog->open();
 }

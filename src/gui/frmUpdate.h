@@ -67,13 +67,12 @@ protected:
     void reject() override;
 
 private:
-    void buildFrame(const QFont &bold);
-    void buildButtons(const QFont &bold);
+    void buildFrame();
+    void buildButtons();
     void setTransferVisible(bool visible);
 
     std::optional<Job::Kind> m_kind;
     bool m_result = false;
     bool m_running = false;
     QString m_statusText;
-    QFont m_successFont;
 };

@@ -1,5 +1,7 @@
 #include "userControler.h"
 
+#include "gui/InstructionDialogs.h"
+
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QLabel>
@@ -10,41 +12,35 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const BoardControls kControls[] = {
-    {BoardKind::Cpu, u"CPU Board:", u"CPU"},
-    {BoardKind::Main, u"Main Board:", u"Main"},
-    {BoardKind::Meas, u"Meas. Module:", u"Meas"},
+// Indexed by BoardKind.
+const BoardControls kControls[kBoardCount] = {
+    {u"CPU Board:", u"CPU"},
+    {u"Meas. Module:", u"Meas"},
+    {u"Main Board:", u"Main"},
 };
 
-QFont panelFont(bool bold)
+// Colours are 0x00BBGGRR values: 255 is red, 0xFF0000 blue.
+QColor colorFromBgr(qint32 bgr)
 {
-    QFont font(u"Segoe UI"_s);
-    font.setPointSizeF(9.75);
-    font.setBold(bold);
-    return font;
+    return QColor(bgr & 0xFF, (bgr >> 8) & 0xFF, (bgr >> 16) & 0xFF);
 }
 
 } // namespace
 
 const BoardControls &boardControls(BoardKind kind)
 {
-    for (const BoardControls &controls : kControls) {
-        if (controls.kind == kind)
-            return controls;
-    }
-    return kControls[0];
+    return kControls[std::size_t(kind)];
 }
 
 userControler::userControler(QWidget *parent)
     : QWidget(parent)
-    , frmFrame(new QGroupBox(this))
+    , frmFrame(named<QGroupBox>(u"frmFrame"_s, this))
 {
     QFont tahoma(u"Tahoma"_s);
     tahoma.setPointSizeF(8.25);
     setFont(tahoma);
 
-    frmFrame->setObjectName(u"frmFrame"_s);
-    frmFrame->setFont(panelFont(true));
+    frmFrame->setFont(windowFont(true));
     auto *form = new QFormLayout(frmFrame);
     form->setLabelAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     form->setHorizontalSpacing(12);
@@ -54,12 +50,11 @@ userControler::userControler(QWidget *parent)
     for (const BoardKind kind : kPanelOrder) {
         const BoardControls &controls = boardControls(kind);
         const QString suffix = QString::fromUtf16(controls.suffix);
-        auto *label = new QLabel(QString::fromUtf16(controls.label), frmFrame);
-        auto *text = new QLineEdit(frmFrame);
-        label->setObjectName(u"lbl"_s + suffix);
-        text->setObjectName(u"txt"_s + suffix);
-        label->setFont(panelFont(false));
-        text->setFont(panelFont(false));
+        auto *label =
+            named<QLabel>(u"lbl"_s + suffix, QString::fromUtf16(controls.label), frmFrame);
+        auto *text = named<QLineEdit>(u"txt"_s + suffix, frmFrame);
+        label->setFont(windowFont());
+        text->setFont(windowFont());
         text->setReadOnly(true);
         text->setFocusPolicy(Qt::NoFocus);
         text->setAlignment(Qt::AlignCenter);
@@ -71,11 +66,6 @@ userControler::userControler(QWidget *parent)
     auto *outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
     outer->addWidget(frmFrame);
-}
-
-QColor userControler::colorFromBgr(qint32 bgr)
-{
-    return QColor(bgr & 0xFF, (bgr >> 8) & 0xFF, (bgr >> 16) & 0xFF);
 }
 
 void userControler::Init(const BoardSet &boards, bool isCurrent)

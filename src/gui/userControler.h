@@ -2,7 +2,6 @@
 
 #include "boards/cControler.h"
 
-#include <QColor>
 #include <QWidget>
 
 class QGroupBox;
@@ -13,7 +12,6 @@ class QLineEdit;
 // "cmbCPU".
 struct BoardControls
 {
-    BoardKind kind;
     const char16_t *label;
     const char16_t *suffix;
 };
@@ -39,9 +37,6 @@ public:
     void SetTextAppearance(BoardKind kind, const cControler &board);
 
     QString header() const;
-
-    // Colours are 0x00BBGGRR values: 255 is red, 0xFF0000 blue.
-    static QColor colorFromBgr(qint32 bgr);
 
 private:
     QGroupBox *frmFrame;

@@ -28,6 +28,8 @@ public:
         QString backupFileName; // "VarimoSentry_Backup_00042.xml"
         bool backupExists = false; // that file is in the program folder
         QString error; // why the connection failed, when there is more to say than silence
+        QString unfinishedRun; // an update run of this instrument that did not finish
+        QString journalProblem; // a run journal that exists but cannot be trusted
     };
 
     // current: the descriptors the board reads fill; dataDir: where the backups are.

@@ -14,8 +14,8 @@ QString boardLeft(const JobResult &r)
     case BoardCondition::InBootloader:
         return u"The %1 was left in its bootloader: the firmware transfer stopped after %2 of %3 "
                "bytes."_s.arg(name)
-            .arg(r.bytesSent)
-            .arg(r.bytesTotal);
+                   .arg(r.bytesSent)
+                   .arg(r.bytesTotal);
     case BoardCondition::FlashedUnconfirmed:
         return u"The %1 was left after receiving its new firmware: its restart was not "
                "confirmed."_s.arg(name);

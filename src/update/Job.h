@@ -38,6 +38,7 @@ struct Job
         Update, // the full update run: backup, then every board that needs it
         SingleBoard, // one board found in its bootloader: transfer, restart, restore
         Flash, // one board: bootloader start and transfer of file, nothing else
+        DiscardJournal, // forget the connected instrument's unfinished run, on the operator's word
     };
 
     Kind kind = Kind::Connect;
@@ -50,6 +51,7 @@ struct Job
 
     static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
     static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
+    static Job discardJournal() { return make(Kind::DiscardJournal, {}, {}); }
     static Job backup(const QString &file = {}) { return make(Kind::Backup, {}, file); }
     static Job restore(const QString &file = {}) { return make(Kind::Restore, {}, file); }
     static Job update(bool allowDowngrade, bool checkBackup = false)

@@ -9,6 +9,7 @@
 #include "shell/cLog.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -17,7 +18,7 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
     : QObject(parent)
     , m_files(files)
     , m_comm(line, clock, op)
-    , m_run(m_comm, clock, op, files, m_current, m_fresh)
+    , m_run(m_comm, clock, op, files, m_current, m_fresh, m_journal)
 {
     qRegisterMetaType<JobEvent>();
     qRegisterMetaType<TransferProgress>();
@@ -68,6 +69,11 @@ JobResult Session::run(const Job &job)
             return connectJob(job.port);
         if (job.kind == Job::Kind::Disconnect)
             return disconnectJob();
+        if (job.kind == Job::Kind::DiscardJournal) {
+            result.status =
+                discardJournal() ? JobResult::Status::Succeeded : JobResult::Status::Failed;
+            return result;
+        }
         result = runJob(job);
     } catch (const UpdaterError &e) {
         result = m_run.failWith(e.message());
@@ -106,7 +112,7 @@ JobResult Session::runJob(const Job &job)
     const QString backupFile = job.file.isEmpty() ? defaultBackupFile(job.kind) : job.file;
     switch (job.kind) {
     case Job::Kind::Backup:
-        return m_run.runBackupOnly(QDir(m_files.dataDir).filePath(backupFile));
+        return m_run.runBackupOnly(QDir(m_files.dataDir).filePath(backupBesideJournal(backupFile)));
     case Job::Kind::Restore:
         return m_run.runRestoreOnly(backupFile, job.force, safetyBackupFile());
     case Job::Kind::Update:
@@ -118,6 +124,17 @@ JobResult Session::runJob(const Job &job)
     default:
         return {};
     }
+}
+
+QString Session::backupBesideJournal(const QString &file) const
+{
+    // The backup an unfinished run works from keeps its name and its values.
+    if (!m_journal ||
+        QFileInfo(QDir(m_files.dataDir).filePath(file)) !=
+            QFileInfo(QDir(m_files.dataDir).filePath(m_journal->backupFile)))
+        return file;
+    QString name = file;
+    return name.replace(u".xml"_s, u"_after_interrupted_update.xml"_s);
 }
 
 JobResult Session::connectJob(const QString &port)
@@ -132,6 +149,8 @@ JobResult Session::connectJob(const QString &port)
         m_connection.error = e.message();
         m_files.log->UpdateLog(e.message());
     }
+    findJournal();
+    findBoardOfTheRunInItsBootloader();
     JobResult result;
     result.stage = Stage::Connect;
     if (m_connection.connected || m_connection.bootloaderBoard) {
@@ -142,6 +161,58 @@ JobResult Session::connectJob(const QString &port)
             m_connection.error.isEmpty() ? Eligibility::noConnectionText() : m_connection.error;
     }
     return result;
+}
+
+void Session::findJournal()
+{
+    QString serial = m_connection.serialNumber;
+    if (serial.isEmpty())
+        serial = m_current[BoardKind::Cpu].SerialNumber();
+    JournalFound found = RunJournal::find(m_files.dataDir, serial);
+    m_journal = found.journal;
+    m_connection.journalProblem = found.problem;
+    m_connection.unfinishedRun = m_journal ? m_journal->describe() : QString();
+    if (!found.problem.isEmpty())
+        m_files.log->UpdateLog(u"Run journal not used: "_s + found.problem);
+}
+
+void Session::findBoardOfTheRunInItsBootloader()
+{
+    // A run stopped during a board's bootloader start or transfer leaves the instrument routing
+    // the line to that board's bootloader: it answers whatever it is sent with its "C" requests,
+    // so the greeting finds no identity, or a select telegram seems to find another board there.
+    if (!m_journal || m_connection.connected)
+        return;
+    std::optional<BoardKind> started;
+    for (const RunJournal::Board &b : std::as_const(m_journal->boards)) {
+        if (!b.done && (b.stage == Stage::BootloaderStart || b.stage == Stage::Transfer))
+            started = b.board;
+    }
+    if (!started)
+        return;
+    if (!m_connection.opened) {
+        if (!m_comm.OpenPort(cComm::Greeting::Silent))
+            return;
+        if (!m_comm.ReadT(kBootloaderListenMs, "C").contains('C')) {
+            m_comm.ClosePort();
+            return;
+        }
+        m_connection.opened = true;
+        m_connection.error.clear();
+    }
+    m_connection.bootloaderBoard = started;
+    m_files.log->UpdateLog(boardName(*started) +
+                           u" of the unfinished run found in its bootloader"_s);
+}
+
+bool Session::discardJournal()
+{
+    const bool removed = !m_journal || m_journal->discard();
+    if (m_journal)
+        m_files.log->UpdateLog(u"Run journal discarded by the operator: "_s + m_journal->path);
+    m_journal.reset();
+    m_connection.unfinishedRun.clear();
+    return removed;
 }
 
 JobResult Session::disconnectJob()

@@ -5,6 +5,7 @@
 #include "link/cComm.h"
 #include "update/Connection.h"
 #include "update/Job.h"
+#include "update/RunJournal.h"
 #include "update/UpdateRun.h"
 
 #include <QObject>
@@ -29,6 +30,9 @@ class Session : public QObject
     Q_OBJECT
 
 public:
+    // How long a connect listens for a bootloader's "C" when the greeting found nobody.
+    static constexpr int kBootloaderListenMs = 3000;
+
     Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
             QObject *parent = nullptr);
     ~Session() override;
@@ -53,6 +57,11 @@ public:
 
     cComm &comm() { return m_comm; }
 
+    // The unfinished update run of the connected instrument, if any.
+    const std::optional<RunJournal> &journal() const { return m_journal; }
+    // Forgets the unfinished run on purpose: its journal file is removed.
+    bool discardJournal();
+
 signals:
     void jobEvent(const JobEvent &event);
     // The update window's status line (animated by the window).
@@ -71,11 +80,15 @@ private:
     JobResult runJob(const Job &job);
     // Where a restore keeps the instrument's values before it writes any: a new name each time.
     QString safetyBackupFile();
+    void findJournal();
+    void findBoardOfTheRunInItsBootloader();
+    QString backupBesideJournal(const QString &file) const;
 
     SessionFiles m_files;
     cComm m_comm;
     BoardSet m_current;
     BoardSet m_fresh;
+    std::optional<RunJournal> m_journal; // an unfinished update run of the connected instrument
     UpdateRun m_run;
     Connection::Result m_connection;
 };

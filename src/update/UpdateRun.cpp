@@ -27,7 +27,8 @@ QString text(const char *latin1)
 } // namespace
 
 UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files,
-                     BoardSet &current, BoardSet &fresh, QObject *parent)
+                     BoardSet &current, BoardSet &fresh, std::optional<RunJournal> &journal,
+                     QObject *parent)
     : QObject(parent)
     , m_comm(comm)
     , m_clock(clock)
@@ -35,6 +36,7 @@ UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles
     , m_files(files)
     , m_current(current)
     , m_fresh(fresh)
+    , m_journal(journal)
 {
     m_backup.Init(&m_comm);
 }
@@ -73,26 +75,85 @@ void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardCon
     m_result.boardState = state;
     if (stage == Stage::Transfer)
         m_result.bytesSent = m_result.bytesTotal = 0;
+    if (RunJournal::Board *entry = board && m_journal ? m_journal->board(*board) : nullptr) {
+        if (stage != Stage::None && stage != entry->stage) {
+            entry->stage = stage;
+            saveJournal();
+        }
+    }
     emit jobEvent(JobEvent {board, stage});
+}
+
+void UpdateRun::saveJournal()
+{
+    QString error;
+    if (!m_journal->save(&error))
+        throw UpdaterError(error);
+}
+
+void UpdateRun::startJournal(const QString &backupFile, bool allowDowngrade)
+{
+    const QString serial = m_current[BoardKind::Cpu].SerialNumber();
+    RunJournal journal;
+    journal.path = QDir(m_files.dataDir).filePath(RunJournal::fileNameFor(serial));
+    journal.serialNumber = serial;
+    journal.backupFile = backupFile;
+    for (const BoardKind board : kUpdateOrder) {
+        if (Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
+            journal.boards.append({board,
+                                   QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()),
+                                   m_fresh[board].Firmware(), Stage::None, false});
+    }
+    m_journal = journal;
+    // On disk before the first board is touched.
+    saveJournal();
+}
+
+bool UpdateRun::finishBoard(const RunJournal::Board &entry)
+{
+    const BoardKind board = entry.board;
+    if (entry.stage == Stage::RestartWait || entry.stage == Stage::Restore) {
+        // Flashed before the run stopped: the parameters are all it may still need.
+        cControler &found = m_current[board];
+        found.InitFromDevice(&m_comm, board);
+        if (!found.IsInBTLMode() && found.Firmware() == entry.firmware) {
+            m_result.firmware = entry.firmware;
+            enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
+            const BoardFacts &facts = boardFacts(board);
+            SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
+            LogLine(u"Restoring data..."_s);
+            if (!restoreBoard(board, m_journal->backupFile))
+                return false;
+            m_result.updatedBoards.append(board);
+            m_journal->board(board)->done = true;
+            saveJournal();
+            enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
+            return true;
+        }
+    }
+    return boardSequence(board, entry.image, m_journal->backupFile);
 }
 
 JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup)
 {
     begin();
     emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (!backupInto(backupFile, true))
-        return finish(false);
-    Settings::saveLastBackupFileName(*m_files.ini, backupFile);
-
-    for (const BoardKind board : kUpdateOrder) {
-        if (!Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade)
-                 .needsUpdate())
-            continue;
-        if (!boardSequence(board, backupFile)) {
+    if (!m_journal) {
+        if (!backupInto(backupFile, true))
+            return finish(false);
+        Settings::saveLastBackupFileName(*m_files.ini, backupFile);
+        startJournal(backupFile, allowDowngrade);
+    } else {
+        LogLine(m_journal->describe());
+    }
+    for (const RunJournal::Board &entry : std::as_const(m_journal->boards)) {
+        if (!entry.done && !finishBoard(entry)) {
             LogLine(u"Failed"_s);
             return finish(false);
         }
     }
+    m_journal->discard();
+    m_journal.reset();
     if (checkBackup && !backupInto(text(kTestBackupFileName), true))
         return finish(false);
     emit succeeded();
@@ -103,9 +164,17 @@ JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
 {
     begin();
     emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
-    if (!boardSequence(board, backupFile)) {
+    // A board of an unfinished run gets the run's image and the run's backup.
+    const RunJournal::Board *entry = m_journal ? m_journal->board(board) : nullptr;
+    const QString image =
+        entry ? entry->image : QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName());
+    if (!boardSequence(board, image, entry ? m_journal->backupFile : backupFile)) {
         LogLine(u"Failed"_s);
         return finish(false);
+    }
+    if (m_journal && m_journal->finished()) {
+        m_journal->discard();
+        m_journal.reset();
     }
     emit succeeded();
     return finish(true);
@@ -209,15 +278,14 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
     return false;
 }
 
-bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
+bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QString &backupFile)
 {
     const BoardFacts &facts = boardFacts(board);
     bool ok = false;
     int passCounter = 1;
     do {
         enterStage(board, Stage::BootloaderStart, BoardCondition::BootloaderUncertain);
-        ok = bootloaderAndTransfer(
-            board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()));
+        ok = bootloaderAndTransfer(board, image);
         if (!ok)
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
@@ -231,6 +299,10 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &backupFile)
     if (!restoreBoard(board, backupFile))
         return false;
     m_result.updatedBoards.append(board);
+    if (RunJournal::Board *entry = m_journal ? m_journal->board(board) : nullptr) {
+        entry->done = true;
+        saveJournal();
+    }
     enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
     return true;
 }

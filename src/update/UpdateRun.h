@@ -4,6 +4,7 @@
 #include "boards/cControler.h"
 #include "shell/Settings.h"
 #include "update/Job.h"
+#include "update/RunJournal.h"
 
 #include <QObject>
 #include <QString>
@@ -51,11 +52,14 @@ public:
     static constexpr int kIdentityCheckWaitS = 2;
     static constexpr int kPacketDataSize = 128;
 
+    // journal: the run journal of the instrument, kept by the session: an unfinished run found
+    // at connect, or the one a full run starts.
     UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files, BoardSet &current,
-              BoardSet &fresh, QObject *parent = nullptr);
+              BoardSet &fresh, std::optional<RunJournal> &journal, QObject *parent = nullptr);
     ~UpdateRun() override;
 
-    // The full run: backup into backupFile (a path), then every board the plan changes.
+    // The full run: backup into backupFile, then every board the plan changes. With an
+    // unfinished run in the journal: no backup; the run's boards are finished from its backup.
     JobResult runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup);
     // One board found in its bootloader: transfer, restart and restore from backupFile.
     JobResult runSingleBoard(BoardKind board, const QString &backupFile);
@@ -99,7 +103,10 @@ private:
     void enterStage(std::optional<BoardKind> board, Stage stage, BoardCondition state);
     bool backupInto(const QString &file, bool showFailure);
     QString restoreRefusal(const QString &file, bool force, JobResult::Refusal *refusal) const;
-    bool boardSequence(BoardKind board, const QString &backupFile);
+    bool boardSequence(BoardKind board, const QString &image, const QString &backupFile);
+    void startJournal(const QString &backupFile, bool allowDowngrade);
+    void saveJournal();
+    bool finishBoard(const RunJournal::Board &entry);
     bool bootloaderAndTransfer(BoardKind board, const QString &imageFile);
     void recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, int *passCounter);
     bool restoreBoard(BoardKind board, const QString &backupFile);
@@ -122,6 +129,7 @@ private:
     BoardSet &m_fresh;
     cBackup m_backup;
     Settings m_settings;
+    std::optional<RunJournal> &m_journal;
     JobResult m_result; // where the run stands
     QString m_serialNumber;
     bool m_transferComplete = false; // the last transfer's EOT was acknowledged

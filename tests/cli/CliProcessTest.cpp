@@ -6,6 +6,7 @@
 #include "support/SimProcess.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -174,7 +175,7 @@ TEST_F(CliProcess, IdentifyReportsBoardsFilesAndVerdictAsTextAndAsJson)
             EXPECT_TRUE(help.contains(QRegularExpression(u"\n +"_s + key + u" "_s)))
                 << qPrintable(key);
     };
-    EXPECT_EQ(o.keys().size(), 10);
+    EXPECT_EQ(o.keys().size(), 12);
     documented(o);
     EXPECT_TRUE(o[u"connected"_s].toBool());
     EXPECT_EQ(o[u"serialNumber"_s].toString(), u"00042"_s);
@@ -399,6 +400,38 @@ TEST_F(CliProcess, AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState)
     EXPECT_TRUE(r.err.contains(u"Gave up"_s)) << qPrintable(r.err);
     EXPECT_TRUE(r.err.contains(u"The Main Board was left in its bootloader"_s))
         << qPrintable(r.err);
+}
+
+// The updater killed (SIGKILL) once the Main Board has taken its new image, before its
+// parameters are written back, and started again by the operator a little later: the second
+// update finishes the run from the backup made before the first one. (scripts/kill-matrix kills
+// it at more points.)
+TEST_F(CliProcess, AnUpdaterKilledMidRunIsFinishedByTheNextUpdate)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    Simulator sim;
+    QProcess first;
+    first.setStandardInputFile(QProcess::nullDevice());
+    first.start(cliProgram(),
+                {u"--dir"_s, dir.path(), u"--port"_s, sim.port, u"update"_s, u"--yes"_s});
+    QElapsedTimer waited;
+    waited.start();
+    while (!fileText(u"VarimoSentry_Updater.txt"_s).contains("Flash binary file finished") &&
+           waited.elapsed() < kCommandTimeoutMs)
+        QThread::msleep(20);
+    first.kill();
+    first.waitForFinished();
+    const QString before = path(u"before.xml"_s);
+    ASSERT_TRUE(QFile::copy(path(u"VarimoSentry_Backup_00042.xml"_s), before));
+
+    const CliResult again = cli(sim, {u"update"_s, u"--yes"_s});
+    EXPECT_EQ(again.exitCode, 0) << qPrintable(again.all());
+    EXPECT_TRUE(again.out.contains(u"Unfinished update of VARIMOsentry SN 00042"_s));
+    EXPECT_TRUE(again.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.03 "_s)));
+    EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+    ASSERT_EQ(cli(sim, {u"backup"_s, path(u"after.xml"_s)}).exitCode, 0);
+    const CliResult diff = runCli({u"diff"_s, before, path(u"after.xml"_s)});
+    EXPECT_EQ(diff.exitCode, 0) << qPrintable(diff.all());
 }
 
 } // namespace

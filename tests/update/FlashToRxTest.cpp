@@ -85,7 +85,8 @@ TEST(FlashUpdateToRx, DeliversTheImageByteExact)
 
     BoardSet current;
     BoardSet fresh;
-    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh);
+    std::optional<RunJournal> journal;
+    UpdateRun run(comm, clock, op, {&ini, &log, dir.path(), dir.path()}, current, fresh, journal);
 
     // rx exits once it has acknowledged the end of transmission. It takes an end only after a
     // second or two of quiet, while the updater repeats it every second, so rx may never see one

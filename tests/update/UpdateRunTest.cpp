@@ -161,7 +161,8 @@ protected:
     QString image;
     BoardSet current;
     BoardSet fresh;
-    UpdateRun run {comm, clock, op, files, current, fresh};
+    std::optional<RunJournal> journal;
+    UpdateRun run {comm, clock, op, files, current, fresh, journal};
 };
 
 TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)

@@ -1,0 +1,124 @@
+#include "boards/FirmwareFiles.h"
+#include "support/SimFixture.h"
+#include "update/Session.h"
+
+#include <QDir>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The updater is stopped (killed, the computer's power cut): nothing after that point runs, and
+// only what is on disk survives.
+struct Killed
+{
+};
+
+// How long the operator takes to start the updater again.
+constexpr int kRestartMs = 15000;
+
+struct KillPoint
+{
+    BoardKind board;
+    Stage stage;
+    int packet; // Transfer: the packet after which the updater stops; 0 at the stage's start
+};
+
+class Interrupt : public ::testing::TestWithParam<KillPoint>
+{
+protected:
+    void loadFirmware(Session &session)
+    {
+        for (const BoardKind kind : kPanelOrder) {
+            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+            session.fresh()[kind].InitFromBinFile(
+                rig.dir.path(), modHelper::FindNewestFile(rig.dir.path(), pattern), pattern, kind);
+        }
+    }
+    std::unique_ptr<Session> updater()
+    {
+        return std::make_unique<Session>(
+            rig.sim.line(), rig.clock, rig.op,
+            SessionFiles {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
+    }
+    // What an operator does with a fresh updater: connect, finish a board found waiting in its
+    // bootloader, connect again, update.
+    bool finishWithAFreshUpdater()
+    {
+        const auto session = updater();
+        if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
+            return false;
+        loadFirmware(*session);
+        if (const auto waiting = session->connection().bootloaderBoard) {
+            if (!session->run(Job::singleBoard(*waiting)).succeeded())
+                return false;
+            session->run(Job::disconnect());
+            if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
+                return false;
+        }
+        return session->run(Job::update(false)).succeeded();
+    }
+    PerBoard<QMap<QByteArray, QByteArray>> values()
+    {
+        PerBoard<QMap<QByteArray, QByteArray>> v;
+        for (const BoardKind kind : kPanelOrder)
+            v[kind] = rig.instrument().board(kind).values;
+        return v;
+    }
+
+    SimRig rig;
+};
+
+TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
+{
+    const KillPoint kill = GetParam();
+    rig.writeFirmware("2.01", "1.21", "1.03");
+    const auto before = values();
+    {
+        const auto first = updater();
+        ASSERT_TRUE(first->run(Job::connectTo(u"COM1"_s)).succeeded());
+        loadFirmware(*first);
+        bool armed = false;
+        QObject::connect(first.get(), &Session::jobEvent, [&](const JobEvent &e) {
+            armed = e.stage == kill.stage && (e.board == kill.board || kill.stage == Stage::Backup);
+            if (armed && kill.packet == 0)
+                throw Killed {};
+        });
+        int packets = 0;
+        QObject::connect(first.get(), &Session::transferProgressChanged,
+                         [&](const TransferProgress &) {
+                             if (armed && ++packets == kill.packet)
+                                 throw Killed {};
+                         });
+        EXPECT_THROW(first->run(Job::update(false)), Killed);
+    }
+    rig.sim.line().close(); // the killed program's port is closed by the system
+    rig.clock.sleepMs(kRestartMs);
+
+    EXPECT_TRUE(finishWithAFreshUpdater())
+        << rig.logLines().mid(rig.logLines().size() - 40).join('\n').constData();
+    for (const auto &[kind, version] :
+         {std::pair {BoardKind::Cpu, "2.01"}, {BoardKind::Meas, "1.21"}, {BoardKind::Main, "1.03"}})
+        EXPECT_EQ(rig.instrument().board(kind).firmware, QByteArray(version))
+            << boardName(kind).toStdString();
+    EXPECT_EQ(values(), before);
+    EXPECT_TRUE(QDir(rig.dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+}
+
+std::vector<KillPoint> killPoints()
+{
+    std::vector<KillPoint> points {{BoardKind::Main, Stage::Backup, 0}};
+    for (const BoardKind board : kUpdateOrder)
+        for (const auto &[stage, packet] : {std::pair {Stage::BootloaderStart, 0},
+                                            {Stage::Transfer, 0},
+                                            {Stage::Transfer, 20},
+                                            {Stage::RestartWait, 0},
+                                            {Stage::Restore, 0}})
+            points.push_back({board, stage, packet});
+    return points;
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryStageOfEveryBoard, Interrupt, ::testing::ValuesIn(killPoints()),
+                         [](const auto &info) { return "case" + std::to_string(info.index); });
+
+} // namespace

@@ -376,7 +376,7 @@ std::optional<int> UpdaterCli::disconnectInstrument()
 
 Eligibility::Verdict UpdaterCli::setConnectionState(bool connected)
 {
-    const Eligibility::Verdict verdict =
+    Eligibility::Verdict verdict =
         m_workspace->SetConnectionState(m_session->current(), m_session->fresh(), connected,
                                         m_session->connection().portValid, m_session->comPort());
     if (connected && !m_workspace->unsavedPortChoice().isEmpty())

@@ -36,7 +36,10 @@ void TerminalOperator::instruction(Instruction, const QStringList &lines)
         m_observer();
     QStringList shown;
     for (const QString &line : lines) {
-        if (!line.isEmpty())
+        // The windows' advice names their button; here the command does the same.
+        if (line == InstructionText::kTryRestoreAgain)
+            shown.append(u"Try again to restore the parameters with 'varimo-updater restore'."_s);
+        else if (!line.isEmpty())
             shown.append(QString(line).replace(u"&&"_s, u"&"_s));
     }
     ask(shown);

@@ -2,11 +2,13 @@
 
 #include "Console.h"
 #include "backup/BackupDiff.h"
+#include "backup/cBackup.h"
 #include "backup/cXML.h"
 #include "link/PortList.h"
 #include "link/SerialLine.h"
 #include "link/UpdaterError.h"
 #include "shell/AppInfo.h"
+#include "shell/Settings.h"
 #include "update/Session.h"
 
 #include <QCommandLineParser>
@@ -15,6 +17,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#ifndef Q_OS_WIN
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 using namespace Qt::StringLiterals;
 
@@ -43,6 +50,24 @@ QString timeText(qint64 ms)
 QString absolutePath(const QString &path)
 {
     return QFileInfo(path).absoluteFilePath();
+}
+
+// Whether an existing device is a serial port (a terminal device); true when it cannot be told.
+bool isSerialDevice(const QString &device)
+{
+#ifndef Q_OS_WIN
+    if (device.isEmpty() || !QFileInfo::exists(device))
+        return true;
+    const int fd = ::open(QFile::encodeName(device).constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0)
+        return true;
+    const bool terminal = ::isatty(fd) != 0;
+    ::close(fd);
+    return terminal;
+#else
+    Q_UNUSED(device);
+    return true;
+#endif
 }
 
 } // namespace
@@ -77,8 +102,10 @@ std::optional<QString> misfit(const CliOptions &options, bool dirSet)
         return u"--discard belongs to journal"_s;
     if (options.allowDowngrade && options.command != u"update")
         return u"--allow-downgrade belongs to update"_s;
-    if ((options.force || options.noRestore) && options.command != u"flash")
-        return u"--force and --no-restore belong to flash"_s;
+    if (options.force && options.command != u"flash" && options.command != u"restore")
+        return u"--force belongs to flash and restore"_s;
+    if (options.noRestore && options.command != u"flash")
+        return u"--no-restore belongs to flash"_s;
     if (options.command == u"flash" && !boardFromKey(options.arguments.front()))
         return u"flash: the board is cpu, main or meas, not '%1'"_s.arg(options.arguments.front());
     if (dirSet && options.dir.isEmpty())
@@ -204,7 +231,9 @@ int UpdaterCli::startWorkspace(bool withPort)
     if (!m_options.dir.isEmpty()) {
         const QFileInfo info(m_options.dir);
         if (!info.isDir()) {
-            m_console.error(u"The folder %1 does not exist."_s.arg(m_options.dir));
+            m_console.error((info.exists() ? u"%1 is a file, not a folder."_s
+                                           : u"The folder %1 does not exist."_s)
+                                .arg(m_options.dir));
             return Exit::Usage;
         }
         folders = {info.absoluteFilePath(), info.absoluteFilePath()};
@@ -259,6 +288,7 @@ JobResult UpdaterCli::runJob(Job::Kind kind, const QString &file, BoardKind boar
     job.board = board;
     job.allowDowngrade = m_workspace->AllowDowngrade();
     job.keepParameters = !m_options.noRestore;
+    job.force = m_options.force;
     m_job = kind;
     m_errorsShown.clear();
     JobResult result = m_session->run(job);
@@ -288,6 +318,13 @@ int UpdaterCli::ended(JobResult result)
         (result.stage != Stage::None || !result.updatedBoards.isEmpty()))
         m_console.error(describeWhereLeft(result));
 
+    if (result.stage == Stage::Restore && result.board && !cancelled)
+        m_console.error(
+            u"Restoring the parameters of the %1 failed."_s.arg(boardName(*result.board)));
+    if (result.refusal == JobResult::Refusal::OtherInstrument)
+        m_console.error(u"To restore it all the same: varimo-updater restore --force FILE"_s);
+    if (result.refusal != JobResult::Refusal::None)
+        return Exit::Usage;
     if (!cancelled)
         return Exit::Failed;
     return abort && abort->reason() == OperatorAbort::Reason::NoTerminal ? Exit::Usage
@@ -306,7 +343,10 @@ std::optional<int> UpdaterCli::connectInstrument(bool report)
     if (!r.opened) {
         // The port itself failed (missing device, no permission) or the instrument was silent.
         const bool portFailed = !m_line.errorString().isEmpty();
-        m_console.error(r.error.isEmpty() ? Eligibility::noConnectionText() : r.error);
+        if (portFailed && !isSerialDevice(modHelper::devicePathForPort(m_session->comPort())))
+            m_console.error(u"%1 is not a serial port."_s.arg(m_options.port));
+        else
+            m_console.error(r.error.isEmpty() ? Eligibility::noConnectionText() : r.error);
         return portFailed ? Exit::Usage : Exit::Failed;
     }
     if (!r.bootloaderBoard && !r.boardsRead) {
@@ -342,8 +382,12 @@ std::optional<int> UpdaterCli::disconnectInstrument()
 
 Eligibility::Verdict UpdaterCli::setConnectionState(bool connected)
 {
-    return m_workspace->SetConnectionState(m_session->current(), m_session->fresh(), connected,
-                                           m_session->connection().portValid, m_session->comPort());
+    Eligibility::Verdict verdict =
+        m_workspace->SetConnectionState(m_session->current(), m_session->fresh(), connected,
+                                        m_session->connection().portValid, m_session->comPort());
+    if (connected && !m_workspace->unsavedPortChoice().isEmpty())
+        m_console.error(m_workspace->unsavedPortChoice());
+    return verdict;
 }
 
 // ---- commands ---------------------------------------------------------------------------------
@@ -426,7 +470,9 @@ int UpdaterCli::identify()
         m_console.writeOut(identifyJson(current, verdict));
     } else if (r.opened) {
         printBoards(current);
-        printVerdict(verdict);
+        // A connection that failed is the news; the file check would only distract from it.
+        if (!failed)
+            printVerdict(verdict);
         printJournal();
     }
     if (failed)
@@ -465,12 +511,21 @@ std::optional<int> UpdaterCli::checkBackupFile(const QString &file)
         m_console.error(u"No backup file %1."_s.arg(file));
         return Exit::Usage;
     }
-    cXML document;
-    if (!document.OpenXMLDocument(file)) {
-        m_console.error(u"%1 is no backup file: %2"_s.arg(file, document.errorString()));
+    // The same check as the restore job's, before the port is opened.
+    if (const QString error = cBackup::CheckBackupFile(file).error; !error.isEmpty()) {
+        m_console.error(error);
         return Exit::Usage;
     }
     return std::nullopt;
+}
+
+std::optional<int> UpdaterCli::checkSettings()
+{
+    const QString harmful = Settings::read(m_workspace->ini()).harmfulSetting();
+    if (harmful.isEmpty())
+        return std::nullopt;
+    m_console.error(harmful);
+    return Exit::Usage;
 }
 
 int UpdaterCli::restore()
@@ -503,6 +558,8 @@ int UpdaterCli::update()
         m_console.error(m_filesVerdict.message);
         return Exit::Usage;
     }
+    if (const std::optional<int> harmful = checkSettings())
+        return *harmful;
     if (const std::optional<int> failed = connectInstrument())
         return *failed;
     if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard) {
@@ -578,6 +635,8 @@ int UpdaterCli::flash()
         m_console.error(u"Cannot read the firmware file %1."_s.arg(file));
         return Exit::Usage;
     }
+    if (const std::optional<int> harmful = checkSettings())
+        return *harmful;
     const qint64 imageSize = qint64(boardFacts(board).packets) * UpdateRun::kPacketDataSize;
     if (info.size() != imageSize) {
         const QString size = u"%1 holds %2 bytes; a %3 image has %4."_s.arg(file)

@@ -26,7 +26,9 @@ struct CliOptions
     bool verbose = false;
     bool json = false;
     bool allowDowngrade = false;
-    bool force = false; // flash: a file of another size than the board's image
+    // flash: a file of another size than the board's image; restore: a backup of another
+    // instrument
+    bool force = false;
     bool noRestore = false; // flash: no backup before, no restore after
     bool discard = false; // journal --discard
 };
@@ -95,6 +97,7 @@ private:
     std::optional<int> updateWaitingBoard(BoardKind board);
     int readAgain();
     std::optional<int> checkBackupFile(const QString &file);
+    std::optional<int> checkSettings();
     Eligibility::Verdict setConnectionState(bool connected);
     bool lineGone();
 

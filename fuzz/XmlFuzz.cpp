@@ -1,9 +1,11 @@
-// The backup document: any file opens without harm, and what is saved opens again the same.
+// The backup document: any file opens without harm, and what is saved opens again the same; no
+// value of a file that the restore accepts puts a byte below 0x20 on the wire.
 //
 // An input starting with the byte 0x01 builds a document from its fields (values of every byte)
 // and checks that each value comes back byte for byte; any other input is a file to be opened.
 
 #include "FuzzSupport.h"
+#include "backup/cBackup.h"
 #include "backup/cXML.h"
 #include "link/UpdaterError.h"
 
@@ -61,6 +63,14 @@ void openSaveOpen(const QByteArray &content)
         return;
     }
     const QList<QByteArray> telegrams = telegramsOf(first);
+    // A restore sends these telegrams one line each: a control byte would end or split one.
+    if (cBackup::CheckBackupFile(source).error.isEmpty()) {
+        for (const QByteArray &telegram : telegrams) {
+            FUZZ_CHECK(telegram.size() <= cBackup::kMaxTelegramBytes);
+            FUZZ_CHECK(std::none_of(telegram.cbegin(), telegram.cend(),
+                                    [](char c) { return quint8(c) < 0x20; }));
+        }
+    }
     try {
         first.SaveXMLDoc();
     } catch (const UpdaterError &) {

@@ -2,14 +2,16 @@
 
 #include "cXML.h"
 #include "link/Clock.h"
+#include "link/LogSink.h"
 #include "link/Operator.h"
 #include "link/UpdaterError.h"
 #include "link/cCRC.h"
 #include "link/cComm.h"
-#include "link/LogSink.h"
 
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
+#include <filesystem>
 
 using namespace Qt::StringLiterals;
 
@@ -44,26 +46,13 @@ bool echoes(const QByteArray &telegram, const QByteArray &answer)
         answer.at(telegram.size()) == ';';
 }
 
-// Keeps an existing valid backup as <name>.bak before a new run replaces it, so a run that fails
-// half-way never destroys the last good backup. Returns an error text, or "" on success.
-QString keepPreviousBackup(const QString &fileName)
+const QString kSerialNumberAttribute = u"SerialNumber"_s;
+const QString kRootPath = u"/VARIMOsentry"_s;
+
+// The new backup is written beside the old one under this name until it is complete.
+QString partialNameFor(const QString &fileName)
 {
-    if (!QFile::exists(fileName))
-        return {};
-    cXML previous;
-    if (!previous.OpenXMLDocument(fileName))
-        return {}; // not a backup (or a root-only file of a failed run): nothing worth keeping
-    const QString bak = fileName + u".bak"_s;
-    const QString tmp = bak + u".tmp"_s;
-    QFile::remove(tmp);
-    if (!QFile::copy(fileName, tmp))
-        return u"Cannot keep the previous backup as %1"_s.arg(bak);
-    QFile::remove(bak);
-    if (!QFile::rename(tmp, bak)) {
-        QFile::remove(tmp);
-        return u"Cannot keep the previous backup as %1"_s.arg(bak);
-    }
-    return {};
+    return fileName + u".incomplete"_s;
 }
 
 // Whether a restore telegram's echo carries the value sent: the same bytes, or the same number
@@ -174,6 +163,67 @@ void cBackup::StoreIdentity(cXML &xml)
         xml.SetAttribute(u"Build"_s, fields[3]);
 }
 
+QString cBackup::CheckTelegram(const QByteArray &telegram)
+{
+    if (telegram.size() > kMaxTelegramBytes) {
+        return u"the telegram %1... holds %2 bytes, more than the %3 a board takes"_s.arg(
+            QString::fromLatin1(telegram.left(20)), QString::number(telegram.size()),
+            QString::number(kMaxTelegramBytes));
+    }
+    const auto control = std::find_if(telegram.cbegin(), telegram.cend(),
+                                      [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+    if (control == telegram.cend())
+        return {};
+    // Shown with its control bytes written as \xNN, so the message itself stays one line.
+    QString shown;
+    for (const char c : telegram.left(60)) {
+        const auto byte = static_cast<unsigned char>(c);
+        shown += byte < 0x20 ? u"\\x%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'))
+                             : QString(QLatin1Char(c));
+    }
+    return u"the telegram %1 holds the control byte 0x%2, which would end it on the line"_s.arg(
+        shown, u"%1"_s.arg(uint(static_cast<unsigned char>(*control)), 2, 16, QLatin1Char('0')));
+}
+
+cBackup::FileCheck cBackup::CheckBackupFile(const QString &fileName)
+{
+    FileCheck check;
+    cXML xml;
+    if (!xml.OpenXMLDocument(fileName)) {
+        check.error = u"%1 is no backup file: %2"_s.arg(fileName, xml.errorString());
+        return check;
+    }
+    check.serialNumber = QString::fromLatin1(xml.RootAttribute(kSerialNumberAttribute));
+    try {
+        for (const BoardKind board : kUpdateOrder) {
+            QList<QByteArray> telegrams;
+            xml.GetTelegramsFromXML(elementFor(board), telegrams);
+            for (const QByteArray &telegram : telegrams) {
+                if (const QString why = CheckTelegram(telegram); !why.isEmpty()) {
+                    check.error = u"Backup file %1 cannot be restored: %2"_s.arg(fileName, why);
+                    return check;
+                }
+            }
+        }
+    } catch (const UpdaterError &e) {
+        check.error = u"Backup file %1: %2"_s.arg(fileName, e.message());
+    }
+    return check;
+}
+
+// Stores a value read from the board. A value that could not be sent back as one telegram (a
+// control byte, or too long) fails the backup now rather than the restore after an update.
+bool cBackup::StoreValue(cXML &xml, const QByteArray &telegram, const QByteArray &answer,
+                         const QByteArray &value)
+{
+    if (!CheckTelegram(telegram + ';' + value).isEmpty()) {
+        m_lastError = invalidAnswer(answer);
+        return false;
+    }
+    xml.CreateAndSetChild(u"Value"_s, value);
+    return true;
+}
+
 bool cBackup::ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams)
 {
     for (const QByteArray &telegram : telegrams) {
@@ -184,7 +234,8 @@ bool cBackup::ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams)
             m_lastError = invalidAnswer(answer);
             return false;
         }
-        xml.CreateAndSetChild(u"Value"_s, ExtractValue(telegram, answer));
+        if (!StoreValue(xml, telegram, answer, ExtractValue(telegram, answer)))
+            return false;
         xml.SetAttribute(u"Telegram"_s, telegram);
         xml.SetParent();
     }
@@ -204,36 +255,59 @@ bool cBackup::ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastInd
             m_lastError = u"Invalid CRC Answer: "_s + QString::fromLatin1(answer);
             return false;
         }
-        xml.CreateAndSetChild(u"Value"_s, ExtractValue(telegram, answer, true));
+        if (!StoreValue(xml, telegram, answer, ExtractValue(telegram, answer, true)))
+            return false;
         xml.SetAttribute(u"id"_s, QByteArray::number(i));
         xml.SetParent();
     }
     return true;
 }
 
-bool cBackup::SecureData(const QString &fileName)
+bool cBackup::SecureData(const QString &fileName, const QString &serialNumber)
 {
     m_lastError.clear();
+    m_partialFile.clear();
     m_currAction = actionFor(BoardKind::Main);
-    if (const QString kept = keepPreviousBackup(fileName); !kept.isEmpty()) {
-        m_lastError = kept;
+    if (fileName.isEmpty()) {
+        m_lastError = u"No backup file name: the serial number was not read."_s;
         return false;
     }
-
+    // The previous backup stays in place under its own name until the new one is complete.
+    const QString partial = partialNameFor(fileName);
     cXML xml(&m_comm->clock());
+    bool ok = false;
     try {
-        xml.CreateXMLDocument(fileName);
-        if (!ReadMainBoard(xml) || !ReadMeasuringModule(xml) || !ReadCpuBoard(xml))
-            return false;
-        xml.SaveXMLDoc();
+        xml.CreateXMLDocument(partial);
+        if (!serialNumber.isEmpty())
+            xml.SetAttribute(kSerialNumberAttribute, serialNumber.toLatin1());
+        ok = ReadMainBoard(xml) && ReadMeasuringModule(xml) && ReadCpuBoard(xml);
+        if (ok)
+            xml.SaveXMLDoc();
     } catch (const UpdaterError &e) {
         m_lastError = e.message();
+        ok = false;
+    }
+    if (ok && m_afterSave)
+        m_afterSave(partial);
+    if (ok && VerifySaved(xml, partial) && PutInPlace(partial, fileName))
+        return true;
+    if (QFile::exists(partial))
+        m_partialFile = partial;
+    return false;
+}
+
+bool cBackup::PutInPlace(const QString &partial, const QString &fileName)
+{
+    // A rename within one folder replaces the old file in one step: no moment without a backup.
+    std::error_code error;
+    std::filesystem::rename(std::filesystem::path(partial.toStdU16String()),
+                            std::filesystem::path(fileName.toStdU16String()), error);
+    if (error) {
+        m_lastError = u"Cannot put the backup file %1 in place of %2: %3"_s.arg(
+            partial, fileName, QString::fromStdString(error.message()));
         return false;
     }
-
-    if (m_afterSave)
-        m_afterSave(fileName);
-    return VerifySaved(xml, fileName);
+    return true;
 }
 
 bool cBackup::SelectBoard(cXML &xml, BoardKind board, bool firstBoard)
@@ -293,7 +367,8 @@ bool cBackup::VerifySaved(const cXML &xml, const QString &fileName)
     // No board may be flashed after a backup that did not reach the disk intact.
     cXML saved;
     if (!saved.OpenXMLDocument(fileName)) {
-        m_lastError = u"Backup file %1 cannot be read back: %2"_s.arg(fileName, saved.errorString());
+        m_lastError =
+            u"Backup file %1 cannot be read back: %2"_s.arg(fileName, saved.errorString());
         return false;
     }
     for (const BoardKind board : kUpdateOrder) {
@@ -336,6 +411,12 @@ bool cBackup::RestoreData(BoardKind board, const QString &xmlSource)
     } catch (const UpdaterError &e) {
         m_lastError = u"Backup file %1: %2"_s.arg(xmlSource, e.message());
         return false;
+    }
+    for (const QByteArray &telegram : telegrams) {
+        if (const QString why = CheckTelegram(telegram); !why.isEmpty()) {
+            m_lastError = u"Backup file %1 cannot be restored: %2"_s.arg(xmlSource, why);
+            return false;
+        }
     }
 
     m_comm->Transceive(boardFacts(board).select);

@@ -21,11 +21,32 @@ public:
     void Init(cComm *comm);
     cComm *comm() const { return m_comm; }
 
-    // Creates the backup document at fileName and fills it from the instrument; true only when
-    // every board was read and the saved file was read back intact.
-    bool SecureData(const QString &fileName);
-    // Writes the parameters of the board back from the backup file xmlSource.
+    // Reads every board into a new backup document beside fileName (PartialFile()) and puts it
+    // in place of fileName only when it is complete and read back intact; true then. A run that
+    // fails leaves the file fileName as it was. serialNumber, when known, is kept in the
+    // document's root.
+    bool SecureData(const QString &fileName, const QString &serialNumber = {});
+    // Where the incomplete document of the last failed SecureData was left ("" when none was).
+    QString PartialFile() const { return m_partialFile; }
+    // Writes the parameters of the board back from the backup file xmlSource. Nothing is sent
+    // when one of the board's restore telegrams cannot be sent (CheckTelegram).
     bool RestoreData(BoardKind board, const QString &xmlSource);
+
+    // The longest telegram, without its line end, that the boards take in one line.
+    static constexpr qsizetype kMaxTelegramBytes = 1024;
+    // Why a restore telegram cannot be sent as one line (a byte below 0x20, which would end or
+    // split it on the wire, or more than kMaxTelegramBytes); "" when it can.
+    static QString CheckTelegram(const QByteArray &telegram);
+
+    // What a backup file holds for a restore: why it cannot be restored ("" when every board's
+    // telegrams can be sent) and the serial number of the instrument it was made from ("" when
+    // the file does not say).
+    struct FileCheck
+    {
+        QString error;
+        QString serialNumber;
+    };
+    static FileCheck CheckBackupFile(const QString &fileName);
 
     // Called between the final save and its read-back; tests use it to damage the file there.
     void setAfterSaveHook(std::function<void(const QString &)> hook)
@@ -64,10 +85,14 @@ private:
     bool ReadMeasuringModule(cXML &xml);
     bool ReadCpuBoard(cXML &xml);
     bool VerifySaved(const cXML &xml, const QString &fileName);
+    bool PutInPlace(const QString &partial, const QString &fileName);
+    bool StoreValue(cXML &xml, const QByteArray &telegram, const QByteArray &answer,
+                    const QByteArray &value);
     bool RestoreTelegram(const QByteArray &telegram, bool writeEnable);
 
     cComm *m_comm = nullptr;
     QString m_currAction;
     QString m_lastError;
+    QString m_partialFile;
     std::function<void(const QString &)> m_afterSave;
 };

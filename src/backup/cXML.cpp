@@ -49,9 +49,8 @@ void checkValue(const QByteArray &value, const QString &what)
         const auto byte = static_cast<unsigned char>(ch);
         if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') {
             const QString hex = u"%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'));
-            throw UpdaterError(
-                u"the value %1 of %2 holds the byte 0x%3, which an XML file "
-                "cannot carry"_s.arg(shown(QString::fromLatin1(value)), what, hex));
+            throw UpdaterError(u"the value %1 of %2 holds the byte 0x%3, which an XML file "
+                               "cannot carry"_s.arg(shown(QString::fromLatin1(value)), what, hex));
         }
     }
 }
@@ -175,8 +174,7 @@ void cXML::SaveXMLDoc()
         throw UpdaterError(u"the backup document has no file name to be saved to"_s);
     const QDomElement root = m_doc.documentElement();
     if (root.isNull())
-        throw UpdaterError(
-            u"cannot save backup file %1: the document is empty"_s.arg(m_fileName));
+        throw UpdaterError(u"cannot save backup file %1: the document is empty"_s.arg(m_fileName));
 
     QByteArray content;
     QXmlStreamWriter writer(&content);
@@ -407,11 +405,15 @@ QByteArray cXML::GetAttrOfElement(const QString &path, const QString &attribute)
 {
     m_current = elementAt(path);
     if (!m_current.hasAttribute(attribute)) {
-        throw UpdaterError(
-            u"%1: element %2 has no attribute %3"_s.arg(where(), path, attribute));
+        throw UpdaterError(u"%1: element %2 has no attribute %3"_s.arg(where(), path, attribute));
     }
-    return toBytes(m_current.attribute(attribute),
-                   u"%1: %2/@%3"_s.arg(where(), path, attribute));
+    return toBytes(m_current.attribute(attribute), u"%1: %2/@%3"_s.arg(where(), path, attribute));
+}
+
+QByteArray cXML::RootAttribute(const QString &attribute) const
+{
+    const QString value = m_doc.documentElement().attribute(attribute);
+    return isLatin1(value) ? value.toLatin1() : QByteArray();
 }
 
 void cXML::GetTelegramsFromXML(const QString &boardElement, QList<QByteArray> &telegrams) const

@@ -19,7 +19,7 @@ class QXmlStreamWriter;
 // with SetParent) and saves it; the restore step opens it again and takes each board's restore
 // telegrams from it.
 //
-//   <VARIMOsentry DocumentVersion="1.0" Created="...">
+//   <VARIMOsentry DocumentVersion="1.0" Created="..." SerialNumber="00042">
 //     <Mainboard Name=".." Firmware=".." Build="..">
 //       <Value Telegram="CH">12.5</Value>...
 //     </Mainboard>
@@ -34,6 +34,9 @@ class QXmlStreamWriter;
 //   </VARIMOsentry>
 //
 // (shown indented here; the file holds no whitespace between elements)
+//
+// SerialNumber names the instrument the backup was made from, so that a restore into another
+// instrument is refused; readers of the layout ignore it, and older backups lack it.
 //
 // Values are bytes 0-255: they enter the document as Latin-1 and come back byte for byte, whatever
 // they hold ("&", "<", ";", 0xB0, CR, LF, TAB, blanks only, nothing at all). The bytes below 0x20
@@ -96,6 +99,8 @@ public:
     // match in document order) becomes current; returns its text or the named attribute.
     QByteArray GetValueOfElement(const QString &path);
     QByteArray GetAttrOfElement(const QString &path, const QString &attribute);
+    // An attribute of the root element; empty when the root or the attribute is missing.
+    QByteArray RootAttribute(const QString &attribute) const;
 
     // Replaces telegrams by the restore telegrams of one board ("Mainboard", "Measureboard",
     // "CPUboard"); another name leaves telegrams as they are. Each value gives its attribute

@@ -51,13 +51,15 @@ void EngineWorker::tearDown()
     m_link = EngineLink();
 }
 
-void EngineWorker::run(const EngineJob &job)
+void EngineWorker::run(EngineJob job)
 {
-    m_session->current() = job.current;
-    m_session->fresh() = job.fresh;
+    // The job is taken apart, not copied: nothing of it may be released on this thread after the
+    // outcome went back, or the windows' copies would share data with a dying one.
+    m_session->current() = std::move(job.current);
+    m_session->fresh() = std::move(job.fresh);
     EngineOutcome outcome;
-    outcome.job = job.job;
-    outcome.result = m_session->run(job.job);
+    outcome.job = std::move(job.job);
+    outcome.result = m_session->run(outcome.job);
     outcome.connection = m_session->connection();
     outcome.current = m_session->current();
     outcome.portValid = m_session->portValid();
@@ -135,5 +137,6 @@ void Engine::stop()
 void Engine::run(const EngineJob &job)
 {
     ++m_pending;
-    m_worker->inbox()->post([worker = m_worker, job] { worker->run(job); });
+    m_worker->inbox()->post(
+        [worker = m_worker, job]() mutable { worker->run(std::move(job)); });
 }

@@ -72,7 +72,7 @@ public:
 
     void setUp();
     void tearDown();
-    void run(const EngineJob &job);
+    void run(EngineJob job);
 
 signals:
     void jobFinished(const EngineOutcome &outcome);

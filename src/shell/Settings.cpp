@@ -32,8 +32,8 @@ Settings Settings::read(const cINI &ini)
     s.logParserTele = ini.GetBoolValue(kSection, kLogParserTele, true);
     s.xmodemWaitTimeMs = ini.GetIntValue(kSection, kXModemWaitTime, 1);
     const qint32 retries = ini.GetIntValue(kSection, kRetryUpdates, kDefaultRetryUpdates);
-    s.retryUpdates = retries >= -32768 && retries <= 32767 ? qint16(retries)
-                                                           : qint16(kDefaultRetryUpdates);
+    s.retryUpdates =
+        retries >= -32768 && retries <= 32767 ? qint16(retries) : qint16(kDefaultRetryUpdates);
     s.allowDowngrade = ini.GetBoolValue(kSection, kAllowDowngrade, false);
     for (const BoardKind kind : kPanelOrder) {
         const BoardFacts &facts = boardFacts(kind);
@@ -45,9 +45,21 @@ Settings Settings::read(const cINI &ini)
     return s;
 }
 
-void Settings::saveComPort(cINI &ini, const QString &port)
+QString Settings::harmfulSetting() const
 {
-    ini.SetValue(kSection, kComPort, port);
+    if (xmodemWaitTimeMs < 0 || xmodemWaitTimeMs > kMaxXmodemWaitTimeMs) {
+        return u"The setting %1=%2 in section [%3] of the settings file is out of range: allowed "
+               "are 0 to %4 ms. Nothing was sent to VARIMOsentry."_s.arg(kXModemWaitTime)
+                   .arg(xmodemWaitTimeMs)
+                   .arg(kSection)
+                   .arg(kMaxXmodemWaitTimeMs);
+    }
+    return {};
+}
+
+bool Settings::saveComPort(cINI &ini, const QString &port)
+{
+    return ini.SetValue(kSection, kComPort, port);
 }
 
 void Settings::saveLastBackupFileName(cINI &ini, const QString &name)

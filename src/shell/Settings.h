@@ -25,7 +25,15 @@ struct Settings
 
     static Settings read(const cINI &ini);
 
-    static void saveComPort(cINI &ini, const QString &port);
+    // The range of the pause before each firmware packet: a longer one makes the board give up
+    // waiting in its bootloader.
+    static constexpr qint32 kMaxXmodemWaitTimeMs = 1000;
+    // Why these settings would harm an update run, naming the key and its allowed range; "" when
+    // they would not.
+    QString harmfulSetting() const;
+
+    // False when the file could not be written (cINI::errorString says why).
+    static bool saveComPort(cINI &ini, const QString &port);
     static void saveLastBackupFileName(cINI &ini, const QString &name);
 
     // "VarimoSentry_Backup.xml": the backup name when the settings name none.

@@ -85,9 +85,11 @@ Eligibility::Verdict Workspace::SetConnectionState(BoardSet &current, const Boar
         verdict.message =
             portValid ? Eligibility::instructionLines() : Eligibility::invalidPortText();
     } else {
-        verdict = Eligibility::CheckConnected(current, fresh, Settings::read(m_ini),
-                                              m_allowDowngrade);
-        Settings::saveComPort(m_ini, comPort);
+        verdict =
+            Eligibility::CheckConnected(current, fresh, Settings::read(m_ini), m_allowDowngrade);
+        m_unsavedPortChoice = Settings::saveComPort(m_ini, comPort)
+            ? QString()
+            : u"The port choice was not saved: "_s + m_ini.errorString();
     }
     const Eligibility::Verdict files = CheckUpdateFiles(current, fresh);
     if (!files.message.isEmpty())

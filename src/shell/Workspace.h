@@ -79,8 +79,9 @@ public:
     // message. Connected: the eligibility check, and comPort is saved as the port to preselect
     // next time. In both states missing or invalid firmware files override the message.
     Eligibility::Verdict SetConnectionState(BoardSet &current, const BoardSet &fresh,
-                                            bool connected, bool portValid,
-                                            const QString &comPort);
+                                            bool connected, bool portValid, const QString &comPort);
+    // Why the last connected state's port choice was not saved ("" when it was).
+    QString unsavedPortChoice() const { return m_unsavedPortChoice; }
 
 private:
     Folders m_folders;
@@ -88,4 +89,5 @@ private:
     cLog m_log;
     Settings m_settings;
     bool m_allowDowngrade = false;
+    QString m_unsavedPortChoice;
 };

@@ -1,6 +1,7 @@
 #include "cINI.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QList>
 #include <QSaveFile>
 #include <optional>
@@ -155,12 +156,19 @@ qint32 cINI::GetIntValue(const QString &sectionName, const QString &entryName,
     return ok ? n : defaultValue;
 }
 
-bool cINI::SetValue(const QString &sectionName, const QString &entryName,
-                    const QString &newValue)
+bool cINI::SetValue(const QString &sectionName, const QString &entryName, const QString &newValue)
 {
     m_error.clear();
     if (m_path.isEmpty()) {
         m_error = u"no settings file set"_s;
+        return false;
+    }
+    // A file made read-only stays as it is, also for root, who could replace it.
+    const QFileInfo info(m_path);
+    constexpr auto kAnyWrite =
+        QFileDevice::WriteOwner | QFileDevice::WriteGroup | QFileDevice::WriteOther;
+    if (info.exists() && !(info.permissions() & kAnyWrite)) {
+        m_error = u"the settings file %1 is read-only"_s.arg(m_path);
         return false;
     }
     QByteArray content;

@@ -50,6 +50,7 @@ struct Job
     // Flash: every parameter backed up first (into this instrument's backup file) and the
     // board's restored after its restart; false: bootloader start and transfer, nothing else.
     bool keepParameters = true;
+    bool force = false; // Restore: also a backup made from another instrument
 
     static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
     static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
@@ -115,7 +116,15 @@ struct JobResult
 {
     enum class Status { Succeeded, Failed, Cancelled };
 
+    // Why a job was refused before anything was written to the instrument.
+    enum class Refusal {
+        None,
+        BadInput, // a backup file or a setting that would harm the instrument
+        OtherInstrument, // a restore from the backup of another instrument (Job::force allows it)
+    };
+
     Status status = Status::Failed;
+    Refusal refusal = Refusal::None;
     // Where it failed (or was cancelled): the board (empty before any board) and the stage.
     std::optional<BoardKind> board;
     Stage stage = Stage::None;

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include "link/Clock.h"
 #include "link/Operator.h"
 #include "link/UpdaterError.h"
 #include "shell/Eligibility.h"
@@ -93,14 +94,31 @@ JobResult Session::run(const Job &job)
     return result;
 }
 
+QString Session::safetyBackupFile()
+{
+    // "VarimoSentry_Backup_00042.xml" ->
+    // "VarimoSentry_Backup_00042_BeforeRestore_20260314-104713.xml"
+    QString name = defaultBackupFile(Job::Kind::Backup);
+    if (name.endsWith(u".xml"_s, Qt::CaseInsensitive))
+        name.chop(4);
+    return name + u"_BeforeRestore_"_s + m_comm.clock().now().toString(u"yyyyMMdd-HHmmss"_s) +
+        u".xml"_s;
+}
+
 JobResult Session::runJob(const Job &job)
 {
+    // A setting that would leave a board stuck in its bootloader stops a run before it begins.
+    const bool transfers = job.kind == Job::Kind::Update || job.kind == Job::Kind::SingleBoard ||
+        job.kind == Job::Kind::Flash;
+    if (const QString harmful = Settings::read(*m_files.ini).harmfulSetting();
+        transfers && !harmful.isEmpty())
+        return m_run.refuse(JobResult::Refusal::BadInput, harmful);
     const QString backupFile = job.file.isEmpty() ? defaultBackupFile(job.kind) : job.file;
     switch (job.kind) {
     case Job::Kind::Backup:
         return m_run.runBackupOnly(QDir(m_files.dataDir).filePath(backupBesideJournal(backupFile)));
     case Job::Kind::Restore:
-        return m_run.runRestoreOnly(backupFile);
+        return m_run.runRestoreOnly(backupFile, job.force, safetyBackupFile());
     case Job::Kind::Update:
         return m_run.runFull(backupFile, job.allowDowngrade, job.checkBackup);
     case Job::Kind::SingleBoard:
@@ -126,8 +144,10 @@ QString Session::backupBesideJournal(const QString &file) const
 JobResult Session::connectJob(const QString &port)
 {
     Connection connection(m_comm, *m_files.ini, *m_files.log, m_current, m_files.dataDir);
+    m_run.setSerialNumber(QString());
     try {
         m_connection = connection.ConnectAndIdentify(port);
+        m_run.setSerialNumber(m_connection.serialNumber);
     } catch (const UpdaterError &e) {
         m_connection.connected = false;
         m_connection.error = e.message();

@@ -78,6 +78,8 @@ private:
     JobResult backupJob(const QString &file);
     JobResult flashJob(const Job &job);
     JobResult runJob(const Job &job);
+    // Where a restore keeps the instrument's values before it writes any: a new name each time.
+    QString safetyBackupFile();
     void findJournal();
     void findBoardOfTheRunInItsBootloader();
     QString backupBesideJournal(const QString &file) const;

@@ -10,6 +10,7 @@
 #include "shell/cLog.h"
 
 #include <QDir>
+#include <QFile>
 
 using namespace Qt::StringLiterals;
 
@@ -179,11 +180,47 @@ JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
     return finish(true);
 }
 
-JobResult UpdateRun::runRestoreOnly(const QString &backupFile)
+JobResult UpdateRun::refuse(JobResult::Refusal refusal, const QString &message)
+{
+    m_result = JobResult();
+    m_result.refusal = refusal;
+    return failWith(message);
+}
+
+QString UpdateRun::restoreRefusal(const QString &file, bool force,
+                                  JobResult::Refusal *refusal) const
+{
+    const cBackup::FileCheck check = cBackup::CheckBackupFile(file);
+    *refusal = JobResult::Refusal::BadInput;
+    if (!check.error.isEmpty())
+        return check.error + u" Nothing was restored."_s;
+    *refusal = JobResult::Refusal::OtherInstrument;
+    // A backup holds one instrument's calibration; in another one it would replace that
+    // instrument's own values.
+    if (!force && !check.serialNumber.isEmpty() && !m_serialNumber.isEmpty() &&
+        check.serialNumber != m_serialNumber) {
+        return u"The backup file %1 was made from VARIMOsentry SN %2, not from this VARIMOsentry "
+               "(SN %3). Nothing was restored."_s.arg(file, check.serialNumber, m_serialNumber);
+    }
+    *refusal = JobResult::Refusal::None;
+    return {};
+}
+
+JobResult UpdateRun::runRestoreOnly(const QString &backupFile, bool force,
+                                    const QString &safetyBackupFile)
 {
     begin();
     emit statusTextChanged(u"Restoring parameters to VARIMOsentry"_s);
     const QString file = QDir(m_files.dataDir).filePath(backupFile);
+    JobResult::Refusal refusal = JobResult::Refusal::None;
+    if (const QString why = restoreRefusal(file, force, &refusal); !why.isEmpty())
+        return refuse(refusal, why);
+    // The instrument's own values are kept before the first value is written.
+    if (!safetyBackupFile.isEmpty() && !backupInto(safetyBackupFile, false)) {
+        m_result.message += u"\r\nNothing was restored: the current parameters could not be "
+                            "backed up first."_s;
+        return finish(false);
+    }
     for (const BoardKind board : kUpdateOrder) {
         SetCurrentAction(text(boardFacts(board).restoreText));
         if (!m_backup.RestoreData(board, file)) {
@@ -227,13 +264,22 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
     enterStage(std::nullopt, Stage::Backup, BoardCondition::Untouched);
     SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
     // Without a name (no serial number was read) the backup has nowhere to go and fails.
-    if (m_backup.SecureData(file.isEmpty() ? file : QDir(m_files.dataDir).filePath(file))) {
+    const QString path = file.isEmpty() ? QString() : QDir(m_files.dataDir).filePath(file);
+    if (m_backup.SecureData(path, m_serialNumber)) {
         SetCurrentAction(u"Backup successful completed."_s);
         enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
     }
     m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
     SetCurrentAction(m_result.message, true);
+    // The previous backup is untouched; the incomplete one lies beside it.
+    if (!m_backup.PartialFile().isEmpty()) {
+        const QString kept = QFile::exists(path)
+            ? u"The previous backup %1 was kept; the incomplete one is %2."_s
+            : u"No backup %1 was made; the incomplete one is %2."_s;
+        m_result.message += u"\r\n"_s + kept.arg(path, m_backup.PartialFile());
+        LogLine(kept.arg(path, m_backup.PartialFile()));
+    }
     if (showFailure)
         ShowMessage(m_backup.CurrAction(), m_backup.LastError(), u"No update is possible."_s,
                     InstructionText::kCheckConnection, QString());

@@ -64,8 +64,15 @@ public:
     JobResult runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup);
     // One board found in its bootloader: transfer, restart and restore from backupFile.
     JobResult runSingleBoard(BoardKind board, const QString &backupFile);
-    // Every board's parameters back from backupFile.
-    JobResult runRestoreOnly(const QString &backupFile);
+    // Every board's parameters back from backupFile, after the instrument's current values were
+    // backed up into safetyBackupFile. A file that cannot be restored, or one made from another
+    // instrument (unless force), is refused before anything is sent.
+    JobResult runRestoreOnly(const QString &backupFile, bool force,
+                             const QString &safetyBackupFile);
+    // Refuses a job for a bad input, before anything was sent.
+    JobResult refuse(JobResult::Refusal refusal, const QString &message);
+    // The serial number of the connected instrument ("" when unknown); backups record it.
+    void setSerialNumber(const QString &serialNumber) { m_serialNumber = serialNumber; }
     // Every parameter into backupFile, nothing else.
     JobResult runBackupOnly(const QString &backupFile);
     // Bootloader start and transfer of imageFile to one board; with a backupFile, then the
@@ -99,6 +106,7 @@ private:
     void begin();
     void enterStage(std::optional<BoardKind> board, Stage stage, BoardCondition state);
     bool backupInto(const QString &file, bool showFailure);
+    QString restoreRefusal(const QString &file, bool force, JobResult::Refusal *refusal) const;
     bool boardSequence(BoardKind board, const QString &image, const QString &backupFile);
     void startJournal(const QString &backupFile, bool allowDowngrade);
     void saveJournal();
@@ -128,5 +136,6 @@ private:
     Settings m_settings;
     std::optional<RunJournal> &m_journal;
     JobResult m_result; // where the run stands
+    QString m_serialNumber;
     bool m_transferComplete = false; // the last transfer's EOT was acknowledged
 };

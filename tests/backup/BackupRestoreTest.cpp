@@ -273,7 +273,8 @@ TEST_F(BackupSurvives, AFailedRunKeepsTheLastGoodBackup)
     const QByteArray good = previousGoodBackup();
     instrument().addFault(FaultRule::ignoreTelegram("DUV;40", FaultRule::kForever));
     EXPECT_FALSE(backup.SecureData(file));
-    EXPECT_EQ(contentOf(file + u".bak"_s), good);
+    EXPECT_EQ(contentOf(file), good);
+    EXPECT_EQ(backup.PartialFile(), file + u".incomplete"_s);
 }
 
 TEST_F(BackupSurvives, AFullDiskFailsTheRunWithAReason)
@@ -304,7 +305,7 @@ TEST_F(BackupSurvives, AFullDiskFailsTheRunWithAReason)
     instrument().removeObserver(&limiter);
     EXPECT_FALSE(ok);
     EXPECT_TRUE(backup.LastError().contains(file)) << backup.LastError().toStdString();
-    EXPECT_EQ(contentOf(file + u".bak"_s), good);
+    EXPECT_EQ(contentOf(file), good);
 }
 
 TEST_F(BackupSurvives, AFileThatDoesNotReadBackIntactFailsTheRun)
@@ -330,7 +331,7 @@ TEST_F(BackupSurvives, AFileThatDoesNotReadBackIntactFailsTheRun)
         EXPECT_FALSE(backup.SecureData(file));
         EXPECT_TRUE(backup.LastError().contains(QString::fromLatin1(c.error)))
             << backup.LastError().toStdString();
-        EXPECT_EQ(contentOf(file + u".bak"_s), good);
+        EXPECT_EQ(contentOf(file), good);
     }
 }
 

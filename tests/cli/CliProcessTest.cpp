@@ -263,6 +263,72 @@ TEST_F(CliProcess, BackupReadsEveryBoardAndRestoreWritesAFileBack)
     EXPECT_EQ(main[u"values"_s].toObject()[u"CH"_s].toString(), u"13.5"_s);
 }
 
+// Input of a careless or hostile user: each is refused with a clear message, no telegram writes
+// a value and the instrument's good backup stays as it was.
+TEST_F(CliProcess, BadInputIsRefusedWithoutWritingAValueOrLosingAFile)
+{
+    makeFirmware(kOnlyMainBoardNewer);
+    Simulator sim({u"--state"_s, path(u"instrument.json"_s)});
+    ASSERT_EQ(cli(sim, {u"backup"_s}).exitCode, 0);
+    const QByteArray good = fileText(u"VarimoSentry_Backup_00042.xml"_s);
+    ASSERT_TRUE(good.contains(" SerialNumber=\"00042\"")) << good.left(200).constData();
+    const auto variant = [&](const char *name, const QByteArray &from, const QByteArray &to) {
+        QFile f(path(QString::fromLatin1(name)));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(good).replace(from, to));
+        return f.fileName();
+    };
+    const QByteArray ch = "<Value Telegram=\"CH\">12.5<";
+    const QString foreign = variant("sn77.xml", "SerialNumber=\"00042\"", "SerialNumber=\"00077\"");
+    const QString plain = variant("plain.txt", good, "not a port");
+    const struct
+    {
+        QStringList arguments; // after --dir and --port, unless they start with an option
+        QByteArray ini; // the settings file during the case
+        const char *says;
+    } cases[] = {
+        {{u"restore"_s, foreign}, {}, "not from this VARIMOsentry (SN 00042)"},
+        {{u"restore"_s, variant("crlf.xml", ch, "<Value Telegram=\"CH\">12&#13;&#10;5<")},
+         {},
+         "control byte 0x0d"},
+        {{u"restore"_s,
+          variant("inject.xml", ch, "<Value Telegram=\"CH\">1&#13;&#10;CEW;1&#13;&#10;CH;666<")},
+         {},
+         "control byte 0x0d"},
+        {{u"restore"_s,
+          variant("long.xml", ch, "<Value Telegram=\"CH\">" + QByteArray(2000, '9') + "<")},
+         {},
+         "more than the 1024"},
+        {{u"update"_s, u"--yes"_s}, "[Settings]\nXModemWaitTime=999999\n", "0 to 1000 ms"},
+        {{u"flash"_s, u"main"_s, plain}, "[Settings]\nXModemWaitTime=-5\n", "0 to 1000 ms"},
+        {{u"--dir"_s, dir.path(), u"--port"_s, plain, u"identify"_s}, {}, "is not a serial port"},
+        {{u"--dir"_s, plain, u"--port"_s, sim.port, u"identify"_s}, {}, "is a file, not a folder"},
+    };
+    const QByteArray settings = fileText(u"VarimoSentry_Updater.ini"_s);
+    for (const auto &tc : cases) {
+        QFile ini(path(u"VarimoSentry_Updater.ini"_s));
+        ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+        ini.write(tc.ini.isEmpty() ? settings : tc.ini);
+        ini.close();
+        const CliResult r = tc.arguments.front().startsWith(u"--"_s) ? runCli(tc.arguments)
+                                                                     : cli(sim, tc.arguments);
+        EXPECT_EQ(r.exitCode, 2) << tc.says << "\n" << qPrintable(r.all());
+        EXPECT_TRUE(r.err.contains(QString::fromLatin1(tc.says))) << qPrintable(r.all());
+        EXPECT_EQ(fileText(u"VarimoSentry_Backup_00042.xml"_s), good) << tc.says;
+    }
+    const QByteArray log = fileText(u"VarimoSentry_Updater.txt"_s);
+    for (const char *write :
+         {"Telegram sent : CEW;1", "Telegram sent : XUC", "Telegram sent : BOT"})
+        EXPECT_FALSE(log.contains(write)) << write;
+
+    // Forced, the restore first keeps the instrument's own values.
+    QFile(path(u"VarimoSentry_Updater.ini"_s)).remove();
+    const CliResult forced = cli(sim, {u"restore"_s, u"--force"_s, foreign});
+    EXPECT_EQ(forced.exitCode, 0) << qPrintable(forced.all());
+    EXPECT_EQ(
+        QDir(dir.path()).entryList({u"VarimoSentry_Backup_00042_BeforeRestore_*.xml"_s}).size(), 1);
+}
+
 TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
 {
     QFile image(path(u"image.bin"_s));

@@ -131,8 +131,8 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     const QCommandLineOption discard(u"discard"_s);
     const QCommandLineOption version(u"version"_s);
     const QCommandLineOption help(QStringList {u"help"_s, u"h"_s});
-    parser.addOptions({dir, port, yes, verbose, json, allowDowngrade, force, noRestore, discard,
-                       version, help});
+    parser.addOptions(
+        {dir, port, yes, verbose, json, allowDowngrade, force, noRestore, discard, version, help});
 
     const auto usage = [&](const QString &text) {
         console.error(u"varimo-updater: "_s + text);
@@ -307,8 +307,8 @@ int UpdaterCli::ended(JobResult result)
 
     // Where it left the instrument: after any update run, and after any cancelled job but a
     // restore (which changes no firmware).
-    const bool updateRun = m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard ||
-        m_job == Job::Kind::Flash;
+    const bool updateRun =
+        m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard || m_job == Job::Kind::Flash;
     if (result.stage == Stage::Connect) {
         result.stage = Stage::None;
         result.board.reset();

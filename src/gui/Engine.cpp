@@ -6,6 +6,7 @@
 #include <QThread>
 #include <functional>
 #include <future>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -53,10 +54,10 @@ void EngineWorker::tearDown()
 
 void EngineWorker::run(EngineJob job)
 {
-    // The job is taken apart, not copied: nothing of it may be released on this thread after the
-    // outcome went back, or the windows' copies would share data with a dying one.
-    m_session->current() = std::move(job.current);
-    m_session->fresh() = std::move(job.fresh);
+    // Nothing handed over may be released on this thread after the outcome went back: the job is
+    // taken apart, and the session's previous boards (swapped out by the moves) die right here.
+    m_session->current() = std::exchange(job.current, {});
+    m_session->fresh() = std::exchange(job.fresh, {});
     EngineOutcome outcome;
     outcome.job = std::move(job.job);
     outcome.result = m_session->run(outcome.job);
@@ -134,9 +135,9 @@ void Engine::stop()
     handover::received();
 }
 
-void Engine::run(const EngineJob &job)
+void Engine::run(EngineJob job)
 {
     ++m_pending;
     m_worker->inbox()->post(
-        [worker = m_worker, job]() mutable { worker->run(std::move(job)); });
+        [worker = m_worker, job = std::move(job)]() mutable { worker->run(std::move(job)); });
 }

@@ -109,7 +109,7 @@ public:
     // Jobs asked for whose outcome has not arrived yet.
     int pendingJobs() const { return m_pending; }
 
-    void run(const EngineJob &job);
+    void run(EngineJob job);
 
 signals:
     void jobFinished(const EngineOutcome &outcome);

@@ -1,10 +1,13 @@
 #include "FirmwareImage.h"
 #include "GuiSupport.h"
 #include "SimulatedInstrument.h"
+#include "boards/FirmwareFiles.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/frmUpdate.h"
 #include "gui/userControler.h"
 #include "shell/AppInfo.h"
+#include "support/SimFixture.h"
+#include "update/Session.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -227,6 +230,55 @@ TEST_F(Run, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
 }
 
+TEST_F(Run, AnUnfinishedRunIsShownAndUpdateFinishesIt)
+{
+    // An updater stopped after the Main Board took its new image, before its parameters went
+    // back: its journal and backup are on disk, the board holds its new firmware's defaults.
+    SimRig killed;
+    killed.writeFirmware("2.01", "1.21", "1.03");
+    const InstrumentState before = killed.instrument().state();
+    {
+        Session first(
+            killed.sim.line(), killed.clock, killed.op,
+            SessionFiles {&killed.ini, &killed.log, killed.dir.path(), killed.dir.path()});
+        ASSERT_TRUE(first.run(Job::connectTo(u"COM1"_s)).succeeded());
+        for (const BoardKind kind : kPanelOrder) {
+            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+            first.fresh()[kind].InitFromBinFile(
+                killed.dir.path(), modHelper::FindNewestFile(killed.dir.path(), pattern), pattern,
+                kind);
+        }
+        QObject::connect(&first, &Session::jobEvent, [](const JobEvent &e) {
+            if (e.board == BoardKind::Main && e.stage == Stage::Restore)
+                throw std::runtime_error("killed");
+        });
+        EXPECT_THROW(first.run(Job::update(false)), std::runtime_error);
+    }
+    for (const QString &name : QDir(killed.dir.path()).entryList({u"VarimoSentry_*_00042*"_s}))
+        ASSERT_TRUE(QFile::copy(killed.dir.filePath(name), folder.file(name)));
+    access->state = killed.instrument().state();
+    ASSERT_NE(access->state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
+
+    gui::WindowUnderTest w(folder, simulatedLink(access));
+    ASSERT_TRUE(w.connect());
+    EXPECT_TRUE(w->statusText().endsWith(u"Update finishes it."_s))
+        << w->statusText().toStdString();
+    EXPECT_TRUE(w->lblJournal->isVisible());
+    EXPECT_TRUE(w->cmdUpdate->isEnabled());
+    gui::screenshot(w.window.get(), u"run-main-unfinished-run"_s);
+
+    DialogAnswerer answerer;
+    w->cmdUpdate->click();
+    ASSERT_TRUE(gui::waitUntil([&] { return w->updateWindow()->cmdOk->isVisible(); }, 300000));
+    w->updateWindow()->cmdOk->click();
+    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
+    for (const BoardKind kind : kPanelOrder)
+        EXPECT_EQ(access->sim->instrument().state().board(kind).values, before.board(kind).values)
+            << boardName(kind).toStdString();
+    EXPECT_FALSE(w->lblJournal->isVisible());
+    EXPECT_TRUE(QDir(folder.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+}
+
 // The real program on a real display (Xvfb), connected to varimo-sim on a pseudo-terminal by the
 // program's test hook.
 TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
@@ -260,8 +312,9 @@ TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
     // The title as the window manager gets it from the X server, printed while the window is up.
     const QString titleOnScreen = u"\"$0\" \"$@\" & xdotool search --sync --onlyvisible --name "
                                   u"VARIMOsentry getwindowname; wait $!"_s;
-    app.start(xvfbRun, {u"-a"_s, u"-s"_s, u"-screen 0 1024x768x24"_s, u"sh"_s, u"-c"_s,
-                        titleOnScreen, program, u"--connect"_s, port, u"--screenshot"_s, picture});
+    app.start(xvfbRun,
+              {u"-a"_s, u"-s"_s, u"-screen 0 1024x768x24"_s, u"sh"_s, u"-c"_s, titleOnScreen,
+               program, u"--connect"_s, port, u"--screenshot"_s, picture});
     ASSERT_TRUE(app.waitForStarted());
     const bool finished = app.waitForFinished(180000);
     const QByteArray output = app.readAll();
@@ -269,9 +322,8 @@ TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
     sim.waitForFinished();
     ASSERT_TRUE(finished) << output.toStdString();
     EXPECT_EQ(app.exitCode(), 0) << output.toStdString();
-    EXPECT_TRUE(output.split('\n').contains(u"VARIMOsentry Firmware Updater (%1)"_s
-                                                .arg(AppInfo::versionText())
-                                                .toUtf8()))
+    EXPECT_TRUE(output.split('\n').contains(
+        u"VARIMOsentry Firmware Updater (%1)"_s.arg(AppInfo::versionText()).toUtf8()))
         << output.toStdString();
 
     QImage image(picture);

@@ -134,7 +134,8 @@ QWidget *frmMain::buildStatusFrame(QWidget *parent)
     box->setContentsMargins(12, 10, 12, 12);
     box->addWidget(lblStatus);
     lblJournal = named<QLabel>(u"lblJournal"_s, fraStatus);
-    lblJournal->setText(u"<a href=\"discard\">Discard the unfinished update run...</a>"_s);
+    lblJournal->setText(
+        u"Update finishes it, or <a href=\"discard\">discard the unfinished update run...</a>"_s);
     lblJournal->hide();
     connect(lblJournal, &QLabel::linkActivated, this, &frmMain::discardUnfinishedRun);
     box->addWidget(lblJournal);
@@ -297,7 +298,7 @@ void frmMain::SetConnectionState(bool connected)
     const bool unfinished = connected && !m_unfinishedRun.isEmpty();
     cmdUpdate->setEnabled(verdict.updateEnabled || unfinished);
     if (unfinished)
-        ShowStatus(m_unfinishedRun + u"\r\nUpdate finishes it."_s, Eligibility::eError);
+        ShowStatus(m_unfinishedRun, Eligibility::eError);
     else
         ShowStatus(verdict.message, verdict.kind);
     lblJournal->setVisible(unfinished);

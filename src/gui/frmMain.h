@@ -66,7 +66,7 @@ public:
     QToolButton *cmdRetry;
     QGroupBox *fraStatus;
     QLabel *lblStatus;
-    QLabel *lblJournal; // "Discard the unfinished update run...", while there is one
+    QLabel *lblJournal; // "Update finishes it, or discard ...", while a run is unfinished
     userControler *CurrentControler;
     userControler *NewControler;
     QPushButton *cmdUpdate;

@@ -1,8 +1,10 @@
 #include "boards/FirmwareFiles.h"
 #include "support/SimFixture.h"
+#include "update/RunJournal.h"
 #include "update/Session.h"
 
 #include <QDir>
+#include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
@@ -120,5 +122,52 @@ std::vector<KillPoint> killPoints()
 
 INSTANTIATE_TEST_SUITE_P(EveryStageOfEveryBoard, Interrupt, ::testing::ValuesIn(killPoints()),
                          [](const auto &info) { return "case" + std::to_string(info.index); });
+
+// A journal that cannot be trusted is named at connect and never used: the run starts afresh.
+TEST(UntrustedJournal, IsReportedAndNotUsed)
+{
+    // A journal as a run writes it, and ways of spoiling it.
+    QTemporaryDir made;
+    RunJournal journal;
+    journal.path = made.filePath(u"journal.json"_s);
+    journal.serialNumber = u"00042"_s;
+    journal.backupFile = u"VarimoSentry_Backup_00042.xml"_s;
+    journal.boards = {
+        {BoardKind::Main, u"FW_MAINBOARD_103_CRC5678.bin"_s, u"1.03"_s, Stage::Restore, false}};
+    QString error;
+    ASSERT_TRUE(journal.save(&error)) << error.toStdString();
+    QFile saved(journal.path);
+    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+    const QByteArray valid = saved.readAll();
+    const auto spoilt = [&](const char *from, const char *to) {
+        return QByteArray(valid).replace(from, to);
+    };
+    const struct
+    {
+        QByteArray content;
+        const char *problem;
+    } rows[] = {
+        {QByteArray("\x00\xff{not json", 10), "is damaged"},
+        {spoilt("varimo-run-journal", "something-else"), "is damaged"},
+        {spoilt("\"main\"", "\"top\""), "is damaged"},
+        {spoilt("\"restore\"", "\"sideways\""), "is damaged"},
+        {spoilt("\"00042\"", "\"00077\""), "belongs to VARIMOsentry SN 00077"},
+        {QByteArray(1024 * 1024, ' '), "cannot be read"},
+    };
+    for (const auto &row : rows) {
+        SimRig rig;
+        QFile file(rig.path(RunJournal::fileNameFor(u"00042"_s)));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(row.content);
+        file.close();
+        Session session(rig.sim.line(), rig.clock, rig.op,
+                        SessionFiles {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
+        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
+        EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(row.problem)))
+            << session.connection().journalProblem.toStdString();
+        EXPECT_TRUE(session.connection().unfinishedRun.isEmpty());
+        EXPECT_FALSE(session.journal());
+    }
+}
 
 } // namespace

@@ -33,11 +33,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         names.append(QString::fromLatin1(line));
     QStringList sorted = names;
     modHelper::SortStrings(sorted);
-    for (qsizetype i = 1; i < sorted.size(); ++i)
-        FUZZ_CHECK(!(sorted.at(i).toUpper() < sorted.at(i - 1).toUpper()));
-    std::sort(names.begin(), names.end());
-    QStringList same = sorted;
-    std::sort(same.begin(), same.end());
-    FUZZ_CHECK(same == names);
+    FUZZ_CHECK(
+        std::is_sorted(sorted.cbegin(), sorted.cend(), [](const QString &a, const QString &b) {
+            return a.toUpper() < b.toUpper();
+        }));
+    FUZZ_CHECK(std::is_permutation(sorted.cbegin(), sorted.cend(), names.cbegin(), names.cend()));
     return 0;
 }

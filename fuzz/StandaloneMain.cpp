@@ -1,5 +1,5 @@
 // Runs a fuzz target without libFuzzer, for the test suite: every file of the seed corpus, then
-// a fixed number of inputs made from them by deterministic mutation and of random bytes. A broken
+// a fixed number of inputs made from them (and from nothing) by deterministic mutation. A broken
 // property or a sanitizer finding ends the process with an error and the input in hex.
 //
 //   <target> [-runs=N] [-seed=S] CORPUS_DIR_OR_FILE...
@@ -12,8 +12,6 @@
 #include <csignal>
 #include <cstring>
 #include <random>
-#include <string>
-#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/common_interface_defs.h>
@@ -21,20 +19,12 @@
 
 namespace {
 
-using Input = std::vector<uint8_t>;
-
-// The input under test, for the report when it fails.
-const Input *g_current = nullptr;
-const char *g_origin = "";
+QByteArray g_current; // the input under test, for the report when it fails
 
 void reportCurrent()
 {
-    if (!g_current)
-        return;
-    std::fprintf(stderr, "failing input (%s, %zu bytes):", g_origin, g_current->size());
-    for (size_t i = 0; i < g_current->size() && i < 1024; ++i)
-        std::fprintf(stderr, " %02x", (*g_current)[i]);
-    std::fprintf(stderr, "\n");
+    std::fprintf(stderr, "failing input (%lld bytes): %s\n", qint64(g_current.size()),
+                 g_current.left(1024).toHex(' ').constData());
     std::fflush(stderr);
 }
 
@@ -45,128 +35,69 @@ void onAbort(int)
     std::raise(SIGABRT);
 }
 
-// Bytes that matter to the parsers: separators, line ends, the acknowledge bytes, XML markup.
-const std::vector<std::string> kTokens = {";",      "\r\n",
-                                          "\r",     "\n",
-                                          "\x06",   "\x0f",
-                                          "\x15",   "=",
-                                          "[",      "]",
-                                          "\"",     "'",
-                                          "<",      ">",
-                                          "&",      "&#xd;",
-                                          "]]>",    "<![CDATA[",
-                                          "</",     "/>",
-                                          "=\"",    "XXX",
-                                          "\\",     "/",
-                                          "E;03",   "KVT;",
-                                          "SER;",   "{",
-                                          "}",      ":",
-                                          "\\x",    "count=",
-                                          "nth=",   "2147483648",
-                                          "-32768", "65535",
-                                          "\x01",   std::string(1, '\0')};
+// Bytes that matter to the parsers: separators, line ends, the acknowledge bytes, XML markup,
+// settings and fault-rule syntax, numbers at the edges of their types.
+const QByteArrayList kTokens =
+    QByteArray(";|\r\n|\r|\n|\x06|\x0f|\x15|=|[|]|\"|'|<|>|&|&#xd;|]]>|<![CDATA[|</|/>|=\"|XXX|\\|"
+               "/|E;03|KVT;|SER;|{|}|:|\\x|count=|nth=|2147483648|-32768|65535|\x01")
+        .split('|')
+    << QByteArray(1, '\0');
 
-class Mutator
+std::mt19937 g_random;
+
+qsizetype below(qsizetype n)
 {
-public:
-    explicit Mutator(uint32_t seed)
-        : m_random(seed)
-    {
-    }
-
-    size_t below(size_t n)
-    {
-        return n == 0 ? 0 : std::uniform_int_distribution<size_t>(0, n - 1)(m_random);
-    }
-
-    Input randomInput()
-    {
-        Input out(below(64));
-        for (uint8_t &b : out) {
-            if (below(4) == 0) {
-                b = uint8_t(below(256));
-            } else {
-                const std::string &t = kTokens[below(kTokens.size())];
-                b = uint8_t(t[0]);
-            }
-        }
-        return out;
-    }
-
-    Input mutate(Input in, const std::vector<Input> &corpus)
-    {
-        const size_t steps = 1 + below(4);
-        for (size_t s = 0; s < steps; ++s) {
-            switch (below(7)) {
-            case 0: // flip a bit
-                if (!in.empty())
-                    in[below(in.size())] ^= uint8_t(1u << below(8));
-                break;
-            case 1: // any byte
-                if (!in.empty())
-                    in[below(in.size())] = uint8_t(below(256));
-                break;
-            case 2: { // a token in
-                const std::string &t = kTokens[below(kTokens.size())];
-                const size_t at = below(in.size() + 1);
-                in.insert(in.begin() + ptrdiff_t(at), t.begin(), t.end());
-                break;
-            }
-            case 3: { // a range out
-                if (in.empty())
-                    break;
-                const size_t at = below(in.size());
-                const size_t n = 1 + below(std::min<size_t>(8, in.size() - at));
-                in.erase(in.begin() + ptrdiff_t(at), in.begin() + ptrdiff_t(at + n));
-                break;
-            }
-            case 4: { // a range twice
-                if (in.empty())
-                    break;
-                const size_t at = below(in.size());
-                const size_t n = 1 + below(std::min<size_t>(16, in.size() - at));
-                const Input part(in.begin() + ptrdiff_t(at), in.begin() + ptrdiff_t(at + n));
-                in.insert(in.begin() + ptrdiff_t(below(in.size() + 1)), part.begin(), part.end());
-                break;
-            }
-            case 5: { // spliced with another input
-                const Input &other = corpus[below(corpus.size())];
-                const size_t cut = below(in.size() + 1);
-                const size_t from = below(other.size() + 1);
-                in.resize(cut);
-                in.insert(in.end(), other.begin() + ptrdiff_t(from), other.end());
-                break;
-            }
-            default: // cut short
-                in.resize(below(in.size() + 1));
-            }
-        }
-        if (in.size() > 4096)
-            in.resize(4096);
-        return in;
-    }
-
-private:
-    std::mt19937 m_random;
-};
-
-Input readFile(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        std::fprintf(stderr, "cannot read %s\n", qPrintable(path));
-        std::exit(2);
-    }
-    const QByteArray content = file.readAll();
-    return Input(content.begin(), content.end());
+    return n <= 0 ? 0 : qsizetype(g_random() % quint64(n));
 }
 
-void run(const Input &input, const char *origin)
+// Up to 64 bytes, most of them ones that matter.
+QByteArray fresh()
 {
-    g_current = &input;
-    g_origin = origin;
-    LLVMFuzzerTestOneInput(input.data(), input.size());
-    g_current = nullptr;
+    QByteArray out(below(64), '\0');
+    for (char &c : out)
+        c = below(4) ? kTokens[below(kTokens.size())].front() : char(below(256));
+    return out;
+}
+
+QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
+{
+    for (qsizetype steps = 1 + below(4); steps > 0; --steps) {
+        const qsizetype at = below(in.size() + 1);
+        switch (below(8)) {
+        case 0: // a byte changed
+            if (!in.isEmpty())
+                in[below(in.size())] ^= char(1 + below(255));
+            break;
+        case 1: // a byte in
+            in.insert(at, char(below(256)));
+            break;
+        case 2:
+        case 3: // a token in
+            in.insert(at, kTokens[below(kTokens.size())]);
+            break;
+        case 4: // a range out
+            in.remove(at, 1 + below(8));
+            break;
+        case 5: // a range twice
+            in.insert(below(in.size() + 1), in.mid(at, 1 + below(16)));
+            break;
+        case 6: { // spliced with another input
+            const QByteArray &other = corpus[below(corpus.size())];
+            in = in.left(at) + other.mid(below(other.size() + 1));
+            break;
+        }
+        default: // cut short
+            in.truncate(at);
+        }
+    }
+    return in.left(4096);
+}
+
+void run(const QByteArray &input)
+{
+    g_current = input;
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(input.constData()),
+                           size_t(input.size()));
 }
 
 } // namespace
@@ -175,22 +106,27 @@ int main(int argc, char **argv)
 {
     long runs = 2000;
     uint32_t seed = 1;
-    std::vector<Input> corpus;
+    QList<QByteArray> corpus;
     for (int i = 1; i < argc; ++i) {
-        const char *arg = argv[i];
-        if (std::strncmp(arg, "-runs=", 6) == 0) {
-            runs = std::strtol(arg + 6, nullptr, 10);
-        } else if (std::strncmp(arg, "-seed=", 6) == 0) {
-            seed = uint32_t(std::strtoul(arg + 6, nullptr, 10));
-        } else {
-            const QString path = QString::fromLocal8Bit(arg);
-            if (QFileInfo(path).isDir()) {
-                const QDir dir(path);
-                for (const QString &name : dir.entryList(QDir::Files, QDir::Name))
-                    corpus.push_back(readFile(dir.filePath(name)));
-            } else {
-                corpus.push_back(readFile(path));
+        if (std::strncmp(argv[i], "-runs=", 6) == 0) {
+            runs = std::strtol(argv[i] + 6, nullptr, 10);
+            continue;
+        }
+        if (std::strncmp(argv[i], "-seed=", 6) == 0) {
+            seed = uint32_t(std::strtoul(argv[i] + 6, nullptr, 10));
+            continue;
+        }
+        const QFileInfo given(QString::fromLocal8Bit(argv[i]));
+        const QFileInfoList files = given.isDir()
+            ? QDir(given.filePath()).entryInfoList(QDir::Files, QDir::Name)
+            : QFileInfoList {given};
+        for (const QFileInfo &file : files) {
+            QFile f(file.filePath());
+            if (!f.open(QIODevice::ReadOnly)) {
+                std::fprintf(stderr, "cannot read %s\n", qPrintable(file.filePath()));
+                return 2;
             }
+            corpus.append(f.readAll());
         }
     }
 
@@ -199,18 +135,14 @@ int main(int argc, char **argv)
     __sanitizer_set_death_callback(reportCurrent);
 #endif
 
-    for (const Input &input : corpus)
-        run(input, "corpus");
-    if (corpus.empty())
-        corpus.push_back({});
-    Mutator mutator(seed);
-    for (long i = 0; i < runs; ++i) {
-        const bool fresh = mutator.below(4) == 0;
-        const Input input = fresh ? mutator.randomInput()
-                                  : mutator.mutate(corpus[mutator.below(corpus.size())], corpus);
-        run(input, fresh ? "random" : "mutated");
-    }
-    std::printf("%s: %zu corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                corpus.size(), runs, seed);
+    for (const QByteArray &input : corpus)
+        run(input);
+    if (corpus.isEmpty())
+        corpus.append(QByteArray());
+    g_random.seed(seed);
+    for (long i = 0; i < runs; ++i)
+        run(below(4) ? mutate(corpus[below(corpus.size())], corpus) : fresh());
+    std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
+                qint64(corpus.size()), runs, seed);
     return 0;
 }

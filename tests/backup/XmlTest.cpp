@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <cerrno>
 #include <csignal>
@@ -91,21 +90,17 @@ protected:
 TEST_F(XmlTest, SavedBackupGivesTheRestoreTelegramsOfEachBoard)
 {
     cXML written(&clock);
-    written.CreateXMLDocument(path());
-    cXML read;
-    EXPECT_FALSE(read.OpenXMLDocument(path())) << "the root alone is no backup";
-    EXPECT_TRUE(read.GetAttrOfElement(u"/VARIMOsentry"_s, u"Created"_s).endsWith(" 09:00:00"));
-
     buildBackup(written);
+    cXML read;
     ASSERT_TRUE(read.OpenXMLDocument(path())) << read.errorString().toStdString();
+    EXPECT_EQ(read.GetAttrOfElement(u"/VARIMOsentry"_s, u"DocumentVersion"_s), "1.0");
+    EXPECT_TRUE(read.GetAttrOfElement(u"/VARIMOsentry"_s, u"Created"_s).endsWith(" 09:00:00"));
     EXPECT_EQ(telegrams(read, u"Mainboard"_s), (QList<QByteArray> {"SER;42", "CH;12.5"}));
     EXPECT_EQ(telegrams(read, u"Measureboard"_s), (QList<QByteArray> {"HV;3", "CEF;1;2;17"}));
     const QList<QByteArray> cpu = telegrams(read, u"CPUboard"_s);
     ASSERT_EQ(cpu.size(), 86);
     EXPECT_EQ(cpu.mid(55, 3), (QList<QByteArray> {"DUV;55;U55", "DUV;56;U56", "DPV;0;P0"}));
     EXPECT_EQ(cpu.mid(84), (QList<QByteArray> {"DPV;27;P27", "USR"}));
-    for (const QString &board : {u"Mainboard"_s, u"Measureboard"_s, u"CPUboard"_s})
-        EXPECT_EQ(written.FirstDifference(read, board), QString()) << board.toStdString();
 }
 
 TEST_F(XmlTest, HandWrittenFileKeepsAttributeOrderAndRestoresByPosition)

@@ -1,61 +1,53 @@
+#include "boards/FirmwareFiles.h"
 #include "boards/cControler.h"
 #include "link/cComm.h"
 #include "support/ScriptedLine.h"
 #include "support/ScriptedOperator.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
+using namespace modHelper;
 
 namespace {
 
 TEST(Controler, FillFromIdentityAnswer)
 {
-    const struct
-    {
-        const char *answer;
-        const char *name, *firmware, *build;
-        bool valid;
-    } cases[] = {{"KVT;Board;2.01;17", "Board", "2.01", "17", true},
-                 {"KVT;Board;2.01;17;extra", "Board", "2.01", "17", true},
-                 {"KVT;X;1.02", "X", "1.02", "", true},
-                 {"KVT;X", "X", "", "", false},
-                 {"KVT", "", "", "", false}};
-    for (const auto &c : cases) {
+    const std::tuple<QByteArray, const char *, bool> cases[] = {
+        // answer, name;firmware;build, valid
+        {"KVT;Board;2.01;17", "Board;2.01;17", true},
+        {"KVT;Board;2.01;17;x", "Board;2.01;17", true},
+        {"KVT;X;1.02", "X;1.02;", true},
+        {"KVT;X", "X;;", false},
+        {"KVT", ";;", false}};
+    for (const auto &[answer, fields, valid] : cases) {
         cControler board;
         board.setBuild(u"old"_s);
-        board.FillFromKVTTelegram(c.answer);
-        EXPECT_EQ(board.Name(), QString::fromLatin1(c.name)) << c.answer;
-        EXPECT_EQ(board.Firmware(), QString::fromLatin1(c.firmware)) << c.answer;
-        EXPECT_EQ(board.Build(), QString::fromLatin1(c.build)) << c.answer;
-        EXPECT_EQ(board.IsValid(), c.valid) << c.answer;
+        board.FillFromKVTTelegram(answer);
+        EXPECT_EQ(board.Name() + u';' + board.Firmware() + u';' + board.Build(),
+                  QString::fromLatin1(fields));
+        EXPECT_EQ(board.IsValid(), valid) << answer.data();
     }
 }
 
 TEST(Controler, SerialNumberFromAnswer)
 {
-    const struct
-    {
-        const char *answer;
-        bool ok;
-        const char *serial;
-    } cases[] = {
+    const std::tuple<const char *, bool, const char *> cases[] = {
         {"SER;42", true, "00042"}, {"SER;123", true, "00123"},  {"SER;32767", true, "32767"},
         {"SER;123456", false, ""}, {"SER;32768", false, ""},    {"SER;abc", false, ""},
         {"", false, ""},           {"SER;SER;7", true, "00007"}};
-    for (const auto &c : cases) {
+    for (const auto &[answer, ok, expected] : cases) {
         QString serial, error;
-        EXPECT_EQ(SerialNumberFromAnswer(c.answer, &serial, &error), c.ok) << c.answer;
-        if (c.ok)
-            EXPECT_EQ(serial, QString::fromLatin1(c.serial));
-        else
-            EXPECT_TRUE(error.contains(QString::fromLatin1(c.answer))) << error.toStdString();
+        EXPECT_EQ(SerialNumberFromAnswer(answer, &serial, &error), ok);
+        EXPECT_EQ(serial, QString::fromLatin1(expected)) << answer;
+        EXPECT_EQ(error.contains(QString::fromLatin1(answer)), !ok) << error.toStdString();
     }
 }
 
-// The board's identity read against a scripted instrument: a table of telegram -> answer.
+// The board's identity read against a scripted instrument.
 class InitFromDevice : public ::testing::Test
 {
 protected:
@@ -63,26 +55,36 @@ protected:
     {
         line.open();
         line.setResponder([this](const QByteArray &written) -> ScriptedLine::Reply {
-            QByteArray telegram = written;
-            if (telegram.endsWith("\r\n"))
-                telegram.chop(2);
-            const auto it = answers.find(telegram);
-            return {it == answers.end() ? QByteArray() : *it + "\r\n"};
+            QByteArrayList &queue = answers[written.chopped(2)];
+            const QByteArray answer = queue.value(0);
+            if (queue.size() > 1)
+                queue.removeFirst();
+            return {answer.isEmpty() || answer == "C" ? answer : answer + "\r\n"};
         });
     }
 
-    QList<QByteArray> telegrams() const
+    // Runs the read with a script "telegram=answer,answer ..." (each telegram takes its answers
+    // in turn, the last one again and again; a telegram not named meets silence) and sums up
+    // the outcome, the telegrams sent, name;firmware;build;serial number and the error.
+    std::string read(BoardKind kind, const char *script)
     {
-        QList<QByteArray> out;
-        for (QByteArray w : line.writes) {
-            if (w.endsWith("\r\n"))
-                w.chop(2);
-            out << w;
-        }
-        return out;
+        answers.clear();
+        line.writes.clear();
+        for (const QByteArray &entry : QByteArray(script).split(' '))
+            answers[entry.left(entry.indexOf('='))] = entry.mid(entry.indexOf('=') + 1).split(',');
+        QByteArray summary = board.InitFromDevice(&comm, kind) ? "found |" : "not found |";
+        if (board.IsInBTLMode())
+            summary.replace(" |", ", bootloader |");
+        for (const QByteArray &w : line.writes)
+            summary += ' ' + w.chopped(2);
+        summary += " | " +
+            (board.Name() + u';' + board.Firmware() + u';' + board.Build() + u';' +
+             board.SerialNumber() + u" | "_s + board.LastError())
+                .toLatin1();
+        return summary.toStdString();
     }
 
-    QMap<QByteArray, QByteArray> answers;
+    QMap<QByteArray, QByteArrayList> answers;
     VirtualClock clock;
     ScriptedLine line {clock};
     ScriptedOperator op;
@@ -90,153 +92,128 @@ protected:
     cControler board;
 };
 
-TEST_F(InitFromDevice, CpuBoardWithSerialNumber)
+// One board object for all rows: each read starts from nothing.
+TEST_F(InitFromDevice, ReadsTheIdentityOrFindsTheBootloader)
 {
-    answers = {{"DHR;0", "DHR;0"}, {"KVT", "KVT;VARIMOsentry;2.00;15"}, {"SER", "SER;42"}};
-    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Cpu));
-    EXPECT_EQ(board.Name(), u"VARIMOsentry"_s);
-    EXPECT_EQ(board.Firmware(), u"2.00"_s);
-    EXPECT_EQ(board.Build(), u"15"_s);
-    EXPECT_EQ(board.SerialNumber(), u"00042"_s);
-    EXPECT_FALSE(board.IsInBTLMode());
-    EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;0", "KVT", "SER"}));
-}
-
-TEST_F(InitFromDevice, BadSerialNumberFailsTheReadWithAReason)
-{
-    answers = {{"DHR;0", "DHR;0"}, {"KVT", "KVT;VARIMOsentry;2.00;15"}, {"SER", "SER;40000"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Cpu));
-    EXPECT_TRUE(board.LastError().contains(u"SER;40000"_s));
-}
-
-TEST_F(InitFromDevice, OtherBoardsSendNoSerialQuery)
-{
-    answers = {{"DHR;1", "DHR;1"}, {"KVT", "KVT;Vm2MM-Measure;1.20;3"}};
-    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Meas));
-    EXPECT_EQ(board.SerialNumber(), QString());
-    EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;1", "KVT"}));
-}
-
-TEST_F(InitFromDevice, MainBoardAnsweringWithTheMeasuringModuleIdentity)
-{
-    answers = {{"DHR;2", "DHR;2"}, {"KVT", "KVT;Vm2MM-Measure;1.20;3"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
-    EXPECT_EQ(board.Name(), QString());
-    EXPECT_EQ(board.Firmware(), QString());
-    EXPECT_FALSE(board.IsInBTLMode());
-}
-
-TEST_F(InitFromDevice, AnswerEndingInCIsABootloaderEvenWithAnIdentity)
-{
-    answers = {{"DHR;2", "DHR;2"}, {"KVT", "KVT;Vm2PS;1.02;7C"}};
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
-    EXPECT_TRUE(board.IsInBTLMode());
-    EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;2", "KVT"}));
-}
-
-TEST_F(InitFromDevice, CpuBootloaderAnnouncementIsAnsweredWithF)
-{
-    // The CPU bootloader: announces itself, and after "F" asks with "C".
-    bool started = false;
-    line.setResponder([&](const QByteArray &w) -> ScriptedLine::Reply {
-        if (w == "F\r\n")
-            started = true;
-        if (started)
-            return {"C"};
-        return {w.startsWith("DHR") ? w : QByteArray("KVT;BLCPU;1\r\n")};
-    });
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Cpu));
-    EXPECT_TRUE(board.IsInBTLMode());
-    EXPECT_EQ(telegrams(), QList<QByteArray>({"DHR;0", "KVT", "F", "DHR;0", "KVT"}));
-}
-
-TEST_F(InitFromDevice, ErrorOneAsksOnceMore)
-{
-    int kvts = 0;
-    line.setResponder([&](const QByteArray &w) -> ScriptedLine::Reply {
-        if (w == "KVT\r\n")
-            return {++kvts == 1 ? QByteArray("E;1\r\n")
-                                : QByteArray("KVT;VARIMOsentry;2.00;15\r\n")};
-        return {w == "SER\r\n" ? QByteArray("SER;42\r\n") : w};
-    });
-    EXPECT_TRUE(board.InitFromDevice(&comm, BoardKind::Cpu));
-    EXPECT_EQ(kvts, 2);
+    const std::tuple<BoardKind, const char *, const char *> cases[] = {
+        {BoardKind::Cpu, "DHR;0=DHR;0 KVT=KVT;VARIMOsentry;2.00;15 SER=SER;42",
+         "found | DHR;0 KVT SER | VARIMOsentry;2.00;15;00042 | "},
+        {BoardKind::Cpu, "DHR;0=DHR;0 KVT=KVT;VARIMOsentry;2.00;15 SER=SER;40000",
+         "not found | DHR;0 KVT SER | VARIMOsentry;2.00;15; | "
+         "Invalid serial number answer: SER;40000"},
+        // Other boards are not asked for a serial number.
+        {BoardKind::Meas, "DHR;1=DHR;1 KVT=KVT;Vm2MM-Measure;1.20;3",
+         "found | DHR;1 KVT | Vm2MM-Measure;1.20;3; | "},
+        {BoardKind::Main, "DHR;2=DHR;2 KVT=KVT;Vm2MM-Measure;1.20;3",
+         "not found | DHR;2 KVT | ;;; | "
+         "Board 2 answered with another identity: KVT;Vm2MM-Measure;1.20;3"},
+        // An answer ending in C is a bootloader even with an identity.
+        {BoardKind::Main, "DHR;2=DHR;2 KVT=KVT;Vm2PS;1.02;7C",
+         "not found, bootloader | DHR;2 KVT | ;;; | "},
+        // E;1 asks once more.
+        {BoardKind::Cpu, "DHR;0=DHR;0 KVT=E;1,KVT;VARIMOsentry;2.00;15 SER=SER;42",
+         "found | DHR;0 KVT KVT SER | VARIMOsentry;2.00;15;00042 | "},
+        // The CPU bootloader's announcement is answered with F; then it asks with "C".
+        {BoardKind::Cpu, "DHR;0=DHR;0,C KVT=KVT;BLCPU;1,C F=C",
+         "not found, bootloader | DHR;0 KVT F DHR;0 KVT | ;;; | "},
+        // A silent board is probed for its waiting bootloader, here found the first time.
+        {BoardKind::Main, "DHR;4=C",
+         "not found, bootloader | DHR;2 DHR;2 DHR;2 KVT KVT KVT DHR;4 | ;;; | "},
+    };
+    for (const auto &[kind, script, expected] : cases)
+        EXPECT_EQ(read(kind, script), expected);
 }
 
 TEST_F(InitFromDevice, SilentBoardIsProbedThreeTimesForItsBootloader)
 {
     const qint64 start = clock.elapsedMs();
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Meas));
-    EXPECT_FALSE(board.IsInBTLMode());
-    const QList<QByteArray> w = line.writes;
-    ASSERT_EQ(w.size(), 3 + 3 + 3);
-    EXPECT_EQ(w.mid(6), QList<QByteArray>({"DHR;3\r\n", "DHR;3\r\n", "DHR;3\r\n"}));
+    EXPECT_EQ(read(BoardKind::Meas, ""),
+              "not found | DHR;1 DHR;1 DHR;1 KVT KVT KVT DHR;3 DHR;3 DHR;3 | ;;; | ");
     // two silent Transceives, then three probes of 3000 ms sleep + a single poll each
-    EXPECT_NEAR(double(clock.elapsedMs() - start), 2 * 6600.0 + 3 * 3000.0, 30.0);
+    EXPECT_EQ(clock.elapsedMs() - start, 2 * 6606 + 3 * 3000);
 }
 
-TEST_F(InitFromDevice, WaitingBootloaderFoundByTheProbe)
+TEST(Controler, InitFromBinFileChecksTheImageSize)
 {
-    line.setResponder([&](const QByteArray &w) -> ScriptedLine::Reply {
-        if (w == "DHR;4\r\n")
-            return {"C", 1000};
-        return {};
-    });
-    EXPECT_FALSE(board.InitFromDevice(&comm, BoardKind::Main));
-    EXPECT_TRUE(board.IsInBTLMode());
-    EXPECT_EQ(line.writes.count("DHR;4\r\n"), 1);
-}
-
-struct BinFileCase
-{
-    const char *what;
-    const char *file; // created with size bytes unless null
-    qint64 size;
-    BoardKind kind;
-    const char *firmware;
-    qint32 color;
-    bool valid;
-};
-
-class InitFromBinFile : public ::testing::TestWithParam<BinFileCase>
-{
-};
-
-TEST_P(InitFromBinFile, ChecksTheImageSize)
-{
-    const BinFileCase c = GetParam();
-    QTemporaryDir dir;
-    QString name;
-    if (c.file) {
-        name = QString::fromLatin1(c.file);
-        QFile f(dir.filePath(name));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(c.size, '\x5a'));
+    const struct
+    {
+        const char *file; // created with size bytes unless null
+        qint64 size;
+        const char *firmware;
+        bool valid;
+    } cases[] = {
+        {nullptr, 0, "<not found>", false},
+        {"FW_MAINBOARD_103_CRC1.bin", 14336, "1.03", true},
+        {"FW_MAINBOARD_103_CRC1.bin", 0, "<empty>", false},
+        {"FW_MAINBOARD_103_CRC1.bin", 14337, "<invalid size>", false}, // one byte too long
+        {"FW_MAINBOARD_103_CRC1.bin", 126976, "<invalid size>", false}, // another board's size
+        {"FW_MAINBOARD_1", 14336, "", true}, // a short version part
+    };
+    for (const auto &c : cases) {
+        QTemporaryDir dir;
+        const QString name = QString::fromLatin1(c.file);
+        if (c.file) {
+            QFile f(dir.filePath(name));
+            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+            f.write(QByteArray(c.size, '\x5a'));
+        }
+        cControler board;
+        board.InitFromBinFile(dir.path(), name, u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
+        EXPECT_EQ(board.Firmware(), QString::fromLatin1(c.firmware)) << c.firmware << " " << c.size;
+        EXPECT_EQ(board.Color(), c.valid ? 0 : 255); // black or red
+        EXPECT_EQ(board.ValidBinFile(), c.valid);
+        EXPECT_EQ(board.BinFileName(), name);
+        EXPECT_EQ(board.ToolTipText(), name);
+        EXPECT_EQ(board.Name(), c.valid ? name : QString());
     }
-    cControler board;
-    board.InitFromBinFile(dir.path(), name, u"FW_MAINBOARD_XXX_CRC"_s, c.kind);
-    EXPECT_EQ(board.Firmware(), QString::fromLatin1(c.firmware)) << c.what;
-    EXPECT_EQ(board.Color(), c.color) << c.what;
-    EXPECT_EQ(board.ValidBinFile(), c.valid) << c.what;
-    EXPECT_EQ(board.BinFileName(), name);
-    EXPECT_EQ(board.ToolTipText(), name);
-    EXPECT_EQ(board.Name(), c.valid ? name : QString());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, InitFromBinFile,
-    ::testing::Values(BinFileCase {"no file", nullptr, 0, BoardKind::Main, "<not found>", 255,
-                                   false},
-                      BinFileCase {"valid", "FW_MAINBOARD_103_CRC1.bin", 14336, BoardKind::Main,
-                                   "1.03", 0, true},
-                      BinFileCase {"empty", "FW_MAINBOARD_103_CRC1.bin", 0, BoardKind::Main,
-                                   "<empty>", 255, false},
-                      BinFileCase {"one byte too long", "FW_MAINBOARD_103_CRC1.bin", 14337,
-                                   BoardKind::Main, "<invalid size>", 255, false},
-                      BinFileCase {"size of another board", "FW_MAINBOARD_103_CRC1.bin", 126976,
-                                   BoardKind::Main, "<invalid size>", 255, false},
-                      BinFileCase {"short version part, valid size", "FW_MAINBOARD_1", 14336,
-                                   BoardKind::Main, "", 0, true}),
-    [](const auto &info) { return "case" + std::to_string(info.index); });
+const QString kMain = u"FW_MAINBOARD_XXX_CRC"_s;
+
+void create(const QTemporaryDir &dir, const QStringList &names)
+{
+    for (const QString &name : names)
+        ASSERT_TRUE(QFile(dir.filePath(name)).open(QIODevice::WriteOnly));
+}
+
+TEST(FirmwareFiles, FindsTheNewestMatchingFile)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        // files, the newest
+        {"FW_MAINBOARD_101_X.bin FW_MAINBOARD_102_Y.bin", "FW_MAINBOARD_102_Y.bin"},
+        {"OLD_FW_MAINBOARD_100.bin", "OLD_FW_MAINBOARD_100.bin"},
+        {"FW_MAINBOARD_102_Y.bin fw_mainboard_103.BIN", "fw_mainboard_103.BIN"},
+        {"FW_MAINBOARD_1.txt FW_MESSMODUL_1.bin FW_MAINBOARD_1.bin.old", ""}};
+    for (const auto &[files, newest] : cases) {
+        QTemporaryDir dir;
+        create(dir, QString::fromLatin1(files).split(u' '));
+        EXPECT_EQ(FindNewestFile(dir.path(), kMain), QString::fromLatin1(newest)) << files;
+    }
+}
+
+TEST(FirmwareFiles, ListIsSortedWithoutRegardToCaseAndHoldsFilesOnly)
+{
+    QTemporaryDir dir;
+    create(dir, {u"b.bin"_s, u"C.BIN"_s, u"a_.bin"_s, u"A.bin"_s});
+    ASSERT_TRUE(QDir(dir.path()).mkdir(u"D.bin"_s));
+    EXPECT_EQ(ListFiles(dir.path(), {}, u"bin"_s),
+              (QStringList {u"A.bin"_s, u"a_.bin"_s, u"b.bin"_s, u"C.BIN"_s}));
+    EXPECT_FALSE(FileExists(dir.filePath(u"D.bin"_s)));
+    EXPECT_TRUE(FileExists(dir.filePath(u"b.bin"_s)));
+}
+
+TEST(FirmwareFiles, VersionsAndPathParts)
+{
+    const QString cpu = u"FW_CPU-BOARD_VXXX-YYY_CRC"_s;
+    EXPECT_EQ(PatternPrefix(cpu), u"FW_CPU-BOARD_V"_s);
+    EXPECT_EQ(VersionFromFileName(u"FW_CPU-BOARD_V201-005_CRC.bin"_s, cpu), u"2.01"_s);
+    EXPECT_EQ(VersionFromFileName(u"fw_mainboard_102_Y.BIN"_s, kMain), u"1.02"_s);
+    EXPECT_EQ(VersionFromFileName(u"FW_MAINBOARD_12"_s, kMain), QString());
+
+    // The name is the rest of the path (a property the fuzz target checks on any path).
+    EXPECT_EQ(SplitPath(u"C:\\Program\\fw.bin"_s, true), u"C:\\Program\\"_s);
+    EXPECT_EQ(SplitPath(u"/opt/updater/fw.bin"_s, true), u"/opt/updater/"_s);
+    EXPECT_EQ(SplitPath(u"fw.bin"_s, true), QString());
+}
 
 } // namespace

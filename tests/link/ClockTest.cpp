@@ -21,7 +21,7 @@ TEST(VirtualClock, SleepRunsDueEventsInTimeOrderAtTheirOwnTime)
     EXPECT_EQ(clock.nextEventMs(), 900);
 }
 
-TEST(VirtualClock, EventsScheduledByEventsRunInTheSameAdvance)
+TEST(VirtualClock, EventsScheduledByEventsRunInTheSameAdvanceAndCancelledOnesNot)
 {
     VirtualClock clock;
     int count = 0;
@@ -30,18 +30,9 @@ TEST(VirtualClock, EventsScheduledByEventsRunInTheSameAdvance)
             clock.scheduleIn(10, tick);
     };
     clock.schedule(10, tick);
+    clock.cancel(clock.scheduleIn(20, [&] { count += 100; }));
     clock.advanceTo(1000);
     EXPECT_EQ(count, 5);
-}
-
-TEST(VirtualClock, CancelledEventsDoNotRun)
-{
-    VirtualClock clock;
-    bool ran = false;
-    const quint64 id = clock.scheduleIn(50, [&] { ran = true; });
-    clock.cancel(id);
-    clock.sleepMs(100);
-    EXPECT_FALSE(ran);
 }
 
 TEST(VirtualClock, TickCountWrapsLikeTheSystemCounter)

@@ -6,83 +6,92 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
+TEST(Crc, MatchesTheXmodemCheckValuesOverTextsArraysAndAppendedText)
+{
+    // 0xFF enters as 255, not sign-extended.
+    const std::tuple<QByteArray, qint32, qint32> cases[] = {
+        {"123456789", 0, 12739}, {"KVT", 0, 21300}, {"E;1", 0, 2368}, {"A", 0, 0x58E5},
+        {"\xff", 0, 0x1EF0},     {"", 0, 0},        {"", 4711, 4711}};
+    for (const auto &[text, startVal, expected] : cases) {
+        EXPECT_EQ(cCRC::crc16FromString(text, startVal), expected) << text.data();
+        if (text.isEmpty())
+            continue;
+        // Inside a larger array, from lowBound on; appended as its decimal digits, not padded.
+        EXPECT_EQ(cCRC::crc16("xx" + text + "yy", 2, qint32(text.size()), startVal), expected);
+        EXPECT_EQ(cCRC::appendCrcToString(text), text + QByteArray::number(expected));
+    }
+}
+
+TEST(Crc, StartValueChainsBlocks)
+{
+    const QByteArray first("XUX;QJR4");
+    const QByteArray second("TW;\xb0\xff", 5);
+    const QByteArray bytes = first + second;
+    const qint32 whole = cCRC::crc16FromString(bytes);
+    EXPECT_EQ(cCRC::crc16FromString(second, cCRC::crc16FromString(first)), whole);
+    const qint32 head = cCRC::crc16(bytes, 0, qint32(first.size()));
+    EXPECT_EQ(cCRC::crc16(bytes, qint32(first.size()), qint32(second.size()), head), whole);
+}
+
+TEST(Crc, LengthZeroRunsOffTheArrayAndFailsCleanly)
+{
+    EXPECT_THROW(cCRC::crc16("123456789", 0, 0), UpdaterError);
+    EXPECT_THROW(cCRC::crc16("123456789", 9, 1), UpdaterError);
+    EXPECT_THROW(cCRC::crc16(QByteArray(), 0, 1), UpdaterError);
+}
+
 class ParserTest : public ::testing::Test
 {
 protected:
-    QString writeImage(const QByteArray &bytes)
+    QString writeImage(int size)
     {
-        const QString path = dir.filePath(u"image.bin"_s);
+        QByteArray bytes(size, '\0');
+        for (int i = 0; i < size; ++i)
+            bytes[i] = char((i * 7 + 3) & 0xFF); // every byte value, high bit included
+        image = bytes;
+        const QString path = dir.filePath(u"image%1.bin"_s.arg(size));
         QFile f(path);
         EXPECT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(bytes);
         return path;
     }
 
-    static QByteArray ramp(int n)
+    // SOH, number, its complement, the 128 data bytes, the CRC high byte first.
+    QByteArray packet(quint8 number, const QByteArray &data)
     {
-        QByteArray b(n, '\0');
-        for (int i = 0; i < n; ++i)
-            b[i] = char((i * 7 + 3) & 0xFF); // every byte value, high bit included
-        return b;
-    }
-
-    static void expectHeaderAndCrc(const QByteArray &packet, quint8 number)
-    {
-        ASSERT_EQ(packet.size(), 133);
-        EXPECT_EQ(quint8(packet[0]), 0x01);
-        EXPECT_EQ(quint8(packet[1]), number);
-        EXPECT_EQ(quint8(packet[2]), quint8(255 - number));
-        const qint32 crc = cCRC::crc16FromString(packet.mid(3, 128));
-        EXPECT_EQ(quint8(packet[131]), crc >> 8);
-        EXPECT_EQ(quint8(packet[132]), crc & 0xFF);
+        const qint32 crc = cCRC::crc16FromString(data);
+        return QByteArray(1, '\x01') + char(number) + char(255 - number) + data + char(crc >> 8) +
+            char(crc & 0xFF);
     }
 
     QTemporaryDir dir;
+    QByteArray image;
     cParser parser;
 };
 
 TEST_F(ParserTest, FileOf256BytesGivesTwoPacketsThenEot)
 {
-    const QByteArray image = ramp(256);
-    EXPECT_EQ(parser.OpenFile(writeImage(image)), 256);
-
-    const QByteArray p1 = parser.GetTelegram(1, 128, 1);
-    expectHeaderAndCrc(p1, 1);
-    EXPECT_EQ(p1.mid(3, 128), image.left(128));
-
-    const QByteArray p2 = parser.GetTelegram(129, 128, 2);
-    expectHeaderAndCrc(p2, 2);
-    EXPECT_EQ(p2.mid(3, 128), image.mid(128));
-
+    EXPECT_EQ(parser.OpenFile(writeImage(256)), 256);
+    EXPECT_EQ(parser.GetTelegram(1, 128, 255), packet(255, image.left(128)));
+    EXPECT_EQ(parser.GetTelegram(129, 128, 0), packet(0, image.mid(128)));
     EXPECT_EQ(parser.GetTelegram(257, 128, 3), QByteArray(1, '\x04'));
 }
 
 TEST_F(ParserTest, ShortLastPacketOverwritesTheLastByteAndLeavesPosition131Zero)
 {
-    const QByteArray image = ramp(130);
-    parser.OpenFile(writeImage(image));
-    const QByteArray p2 = parser.GetTelegram(129, 128, 2);
-    expectHeaderAndCrc(p2, 2);
-    EXPECT_EQ(p2[3], image[128]); // position 4: file byte 129
-    for (int pos = 5; pos <= 130; ++pos)
-        EXPECT_EQ(quint8(p2[pos - 1]), 0x1A) << "position " << pos;
-    EXPECT_EQ(p2[130], '\0'); // position 131 keeps 0; file byte 130 is gone
-}
-
-TEST_F(ParserTest, PacketNumberComplementAndZeroCrc)
-{
-    parser.OpenFile(writeImage(QByteArray(128, '\0')));
-    const QByteArray p = parser.GetTelegram(1, 128, 255);
-    EXPECT_EQ(quint8(p[1]), 255);
-    EXPECT_EQ(quint8(p[2]), 0);
-    EXPECT_EQ(p[131], '\0');
-    EXPECT_EQ(p[132], '\0');
-    EXPECT_EQ(quint8(parser.GetTelegram(1, 128, 0)[2]), 255);
+    parser.OpenFile(writeImage(130));
+    // File byte 129 at position 4, 0x1A from position 5 to 130 (file byte 130 is gone), 0 at 131.
+    const QByteArray data = image.mid(128, 1) + QByteArray(126, '\x1a') + '\0';
+    EXPECT_EQ(parser.GetTelegram(129, 128, 2), packet(2, data));
+    // A last packet of one byte: that byte is replaced too.
+    parser.OpenFile(writeImage(129));
+    EXPECT_EQ(parser.GetTelegram(129, 128, 2), packet(2, QByteArray(127, '\x1a') + '\0'));
 }
 
 TEST_F(ParserTest, OpenFileLogsAndReportsProblems)
@@ -92,11 +101,11 @@ TEST_F(ParserTest, OpenFileLogsAndReportsProblems)
     log.Setlogging(true);
     parser.Init(&log);
 
-    const QString empty = writeImage({});
+    const QString empty = writeImage(0);
     EXPECT_EQ(parser.OpenFile(empty), 0);
     EXPECT_EQ(parser.OpenFile(QString()), 0);
     EXPECT_THROW(parser.OpenFile(dir.filePath(u"missing.bin"_s)), UpdaterError);
-    const QString full = writeImage(ramp(128));
+    const QString full = writeImage(128);
     EXPECT_EQ(parser.OpenFile(full), 128);
 
     QFile f(log.path());

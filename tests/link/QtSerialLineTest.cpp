@@ -1,25 +1,23 @@
 #include "link/QtSerialLine.h"
 
+#include "boards/cControler.h"
 #include "link/Clock.h"
 #include "link/cComm.h"
+#include "shell/cLog.h"
 #include "support/Pty.h"
 #include "support/ScriptedOperator.h"
+#include "support/SimProcess.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <thread>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QByteArray allByteValues()
-{
-    QByteArray b(256, '\0');
-    for (int i = 0; i < 256; ++i)
-        b[i] = char(i);
-    return b;
-}
 
 class QtSerialLineTest : public ::testing::Test
 {
@@ -50,7 +48,9 @@ protected:
 
 TEST_F(QtSerialLineTest, MovesEveryByteValueBothWaysUnchanged)
 {
-    const QByteArray bytes = allByteValues();
+    QByteArray bytes(256, '\0');
+    for (int i = 0; i < 256; ++i)
+        bytes[i] = char(i);
     ASSERT_TRUE(line.write(bytes));
     EXPECT_EQ(pty.read(256, 2000), bytes);
 
@@ -67,10 +67,8 @@ TEST_F(QtSerialLineTest, WaitReturnsAsSoonAsDataArrives)
     QElapsedTimer t;
     t.start();
     EXPECT_TRUE(line.waitForData(5000));
-    const qint64 waited = t.elapsed();
+    EXPECT_LT(t.elapsed(), 2500); // woken by the data, not by the 5 s deadline
     sender.join();
-    // Woken by the data, not by the 5 s deadline.
-    EXPECT_LT(waited, 2500);
     EXPECT_TRUE(readFromLine(7, 1000).startsWith("KVT;x"));
 }
 
@@ -91,12 +89,6 @@ TEST_F(QtSerialLineTest, ProbeFindsTheCThatCameDuringItsSleep)
     EXPECT_EQ(comm.ReadT(1000, {}), QByteArray("C"));
 }
 
-TEST_F(QtSerialLineTest, WaitWithNothingComingEndsAtTheDeadline)
-{
-    EXPECT_FALSE(line.waitForData(50));
-    EXPECT_TRUE(line.readAll().isEmpty());
-}
-
 TEST_F(QtSerialLineTest, DiscardDropsReceivedBytesButNotOurOwnWrite)
 {
     pty.write("stale\r\n");
@@ -105,7 +97,7 @@ TEST_F(QtSerialLineTest, DiscardDropsReceivedBytesButNotOurOwnWrite)
     ASSERT_TRUE(line.write("DHR;0\r\n"));
     line.discardInput();
     EXPECT_EQ(pty.read(7, 1000), QByteArray("DHR;0\r\n"));
-    EXPECT_FALSE(line.waitForData(50));
+    EXPECT_FALSE(line.waitForData(50)); // nothing coming: ends at the deadline
 }
 
 TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnce)
@@ -120,34 +112,78 @@ TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnce)
     EXPECT_FALSE(line.errorString().isEmpty());
 }
 
-TEST_F(QtSerialLineTest, ClosedLineReportsClosed)
+TEST_F(QtSerialLineTest, ClosedLineReportsClosedAndAMissingDeviceDoesNotOpen)
 {
     line.close();
     EXPECT_FALSE(line.isOpen());
     EXPECT_FALSE(line.write("X"));
     EXPECT_FALSE(line.waitForData(10));
+    line.setPortName(u"/dev/does-not-exist"_s);
+    EXPECT_FALSE(line.open());
+    EXPECT_FALSE(line.isOpen());
+    EXPECT_TRUE(line.errorString().contains(u"/dev/does-not-exist"_s));
 }
 
 TEST(QtSerialLineSettings, ParsesTheSettingsText)
 {
     LineSettings s;
-    ASSERT_TRUE(LineSettings::parse(u"57600,N,8,1"_s, &s));
-    EXPECT_EQ(s.baud, 57600);
-    EXPECT_EQ(s.parity, 'N');
-    EXPECT_EQ(s.dataBits, 8);
-    EXPECT_EQ(s.stopBits, 1);
+    ASSERT_TRUE(LineSettings::parse(u"9600,E,7,2"_s, &s)); // not the defaults
+    EXPECT_EQ(std::tuple(s.baud, s.parity, s.dataBits, s.stopBits), std::tuple(9600, 'E', 7, 2));
     for (const QString &bad : {u""_s, u"57600,N,8"_s, u"fast,N,8,1"_s, u"57600,X,8,1"_s,
                                u"57600,N,9,1"_s, u"57600,N,8,3"_s})
         EXPECT_FALSE(LineSettings::parse(bad, &s)) << bad.toStdString();
 }
 
-TEST(QtSerialLineOpen, MissingDeviceFailsWithAReason)
+// The real serial code against varimo-sim on a pseudo-terminal, at 57600 baud: the connect
+// sequence reads the three boards and the serial number, and the log shows every exchange.
+TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
 {
+    SimProcess sim;
+    ASSERT_TRUE(sim.start({u"--answer-delay"_s, u"2"_s}));
+
+    QTemporaryDir dir;
+    SystemClock clock;
+    cLog log(&clock);
+    log.Init(dir.filePath(u"VarimoSentry_Updater.txt"_s));
+    log.Setlogging(true);
+    ScriptedOperator op;
     QtSerialLine line;
-    line.setPortName(u"/dev/does-not-exist"_s);
-    EXPECT_FALSE(line.open());
-    EXPECT_FALSE(line.isOpen());
-    EXPECT_TRUE(line.errorString().contains(u"/dev/does-not-exist"_s));
+    cComm comm(line, clock, op);
+    comm.Init(&log);
+    comm.setComPort(sim.port);
+    ASSERT_TRUE(comm.OpenPort()) << comm.lastError().toStdString();
+
+    for (BoardKind kind : {BoardKind::Cpu, BoardKind::Meas, BoardKind::Main})
+        ASSERT_TRUE(cControler().InitFromDevice(&comm, kind)) << int(kind);
+    comm.Transceive("DHR;0");
+    comm.Transceive("SER");
+    comm.ClosePort();
+
+    QFile f(log.path());
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    QByteArrayList entries;
+    for (const QByteArray &l : f.readAll().split('\n'))
+        if (l.size() > 11)
+            entries << l.mid(11).chopped(1);
+    // The greeting, the opened line, then per board its select and identity (and serial number);
+    // "telegram=answer", or the telegram alone for its echo.
+    const QByteArray port = sim.port.toLatin1();
+    QByteArrayList expected;
+    for (const QByteArray &step :
+         QByteArray("KVT=KVT;VARIMOsentry;2.00;15 DHR;0 KEY;0 opened DHR;0 "
+                    "KVT=KVT;VARIMOsentry;2.00;15 SER=SER;42 DHR;1 KVT=KVT;Vm2MM;1.20;3 DHR;2 "
+                    "KVT=KVT;Vm2PS;1.02;7 DHR;0 SER=SER;42 closed")
+             .split(' ')) {
+        const QByteArrayList exchange = step.split('=');
+        if (step == "opened")
+            expected << port + " opened: 57600 Baud, No parity, 8 data bits, 1 stop bit";
+        else if (step == "closed")
+            expected << port + " closed";
+        else
+            expected << "Telegram sent : " + exchange.first()
+                     << "    Received  : " + exchange.last();
+    }
+    EXPECT_EQ(entries, expected);
 }
 
 } // namespace

@@ -29,39 +29,27 @@ protected:
     cLog log {&clock};
 };
 
-struct EntryCase
+TEST_F(LogTest, EntryIsWrittenInTheLogFormat)
 {
-    const char *what;
-    quint8 defaultIndent;
-    std::optional<int> additionalTabs;
-    std::optional<int> newline;
-    const char *expected;
-};
-
-class LogEntry : public LogTest, public ::testing::WithParamInterface<EntryCase>
-{
-};
-
-TEST_P(LogEntry, IsWrittenInTheLogFormat)
-{
-    const EntryCase c = GetParam();
-    log.SetTabs(c.defaultIndent);
-    ASSERT_TRUE(log.UpdateLog(u"Telegram sent : KVT"_s, c.additionalTabs, c.newline));
-    EXPECT_EQ(content(), QByteArray(c.expected)) << c.what;
+    const struct
+    {
+        quint8 defaultIndent;
+        std::optional<int> additionalTabs, newline;
+        const char *expected;
+    } cases[] = {
+        {0, {}, {}, "14:03:07 : Telegram sent : KVT\r\n"},
+        {3, 0, {}, "14:03:07 : \t\t\tTelegram sent : KVT\r\n"},
+        {3, 2, {}, "14:03:07 : \t\t\t\t\tTelegram sent : KVT\r\n"},
+        {0, {}, -2, "\r\n\r\n14:03:07 : Telegram sent : KVT\r\n"}, // blank lines before
+        {0, {}, 2, "14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"}, // and after
+    };
+    for (const auto &c : cases) {
+        QFile::remove(log.path());
+        log.SetTabs(c.defaultIndent);
+        ASSERT_TRUE(log.UpdateLog(u"Telegram sent : KVT"_s, c.additionalTabs, c.newline));
+        EXPECT_EQ(content(), QByteArray(c.expected));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, LogEntry,
-    ::testing::Values(
-        EntryCase {"plain", 0, {}, {}, "14:03:07 : Telegram sent : KVT\r\n"},
-        EntryCase {
-            "default indent plus additional", 1, 1, {}, "14:03:07 : \t\tTelegram sent : KVT\r\n"},
-        EntryCase {
-            "additional 0 keeps the default", 3, 0, {}, "14:03:07 : \t\t\tTelegram sent : KVT\r\n"},
-        EntryCase {"three plus two", 3, 2, {}, "14:03:07 : \t\t\t\t\tTelegram sent : KVT\r\n"},
-        EntryCase {"blank lines before", 0, {}, -2, "\r\n\r\n14:03:07 : Telegram sent : KVT\r\n"},
-        EntryCase {"blank lines after", 0, {}, 2, "14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"}),
-    [](const auto &info) { return "case" + std::to_string(info.index); });
 
 TEST_F(LogTest, AppendsEntriesAndKeepsBytesAbove127)
 {
@@ -76,12 +64,10 @@ TEST_F(LogTest, AppendsEntriesAndKeepsBytesAbove127)
 TEST_F(LogTest, DisabledLoggingDoesNotTouchTheFile)
 {
     log.Setlogging(false); // writes "..." while still on
-    ASSERT_TRUE(log.UpdateLog(u"packet"_s));
     log.Setlogging(false); // already off: nothing more
     EXPECT_EQ(content(), QByteArray("14:03:07 : ...\r\n"));
-
     QFile::remove(log.path());
-    log.UpdateLog(u"packet"_s);
+    ASSERT_TRUE(log.UpdateLog(u"packet"_s));
     EXPECT_FALSE(QFile::exists(log.path()));
 
     log.Setlogging(true);

@@ -11,7 +11,21 @@ QByteArray xmodemBlock(quint8 number, const QByteArray &data128)
     return block;
 }
 
-QByteArray sendImage(SimDriver &driver, const QByteArray &image)
+QByteArray SimDriver::talk(const QByteArray &script, int timeoutMs)
+{
+    QByteArray wrong;
+    for (const QByteArray &step : script.split(' ')) {
+        const qsizetype equals = step.indexOf('=');
+        const QByteArray telegram = step.left(equals < 0 ? step.size() : equals);
+        const QByteArray expected = equals < 0 ? step : step.mid(equals + 1);
+        const QByteArray got = ask(telegram, timeoutMs);
+        if (got != expected)
+            wrong += telegram + " -> " + got + " (expected " + expected + ") ";
+    }
+    return wrong;
+}
+
+QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock)
 {
     QByteArray answers;
     auto exchange = [&](const QByteArray &bytes) {
@@ -30,7 +44,7 @@ QByteArray sendImage(SimDriver &driver, const QByteArray &image)
         }
         answers.append(answer);
     };
-    for (qsizetype at = 0, n = 1; at < image.size(); at += 128, ++n)
+    for (qsizetype at = 0, n = firstBlock; at < image.size(); at += 128, ++n)
         exchange(xmodemBlock(quint8(n), image.mid(at, 128)));
     exchange(QByteArray(1, char(0x04)));
     return answers;

@@ -49,6 +49,11 @@ struct SimDriver
         return got.endsWith("\r\n") ? got.chopped(2) : got;
     }
 
+    // Asks the telegrams of a script "telegram[=answer] ..." in turn; without "=answer" the echo
+    // is expected, with "=" alone silence. Returns the exchanges that went otherwise ("" when all
+    // went as written).
+    QByteArray talk(const QByteArray &script, int timeoutMs = 1000);
+
     // The keys pressed so far, from the trace.
     QByteArrayList keys()
     {
@@ -66,6 +71,6 @@ struct SimDriver
 
 // An XMODEM-CRC block as the updater sends it.
 QByteArray xmodemBlock(quint8 number, const QByteArray &data128);
-// Sends image block by block (waiting up to 1 s for each ACK or NAK) and the EOT; returns the
-// answers, one byte each (0 for none).
-QByteArray sendImage(SimDriver &driver, const QByteArray &image);
+// Sends image block by block, numbered from firstBlock (waiting up to 1 s for each ACK or NAK),
+// and the EOT; returns the answers, one byte each (0 for none).
+QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock = 1);

@@ -56,45 +56,12 @@ struct EngineOutcome
     QString comPort;
 };
 
-// The object that does the serial work. It lives on the engine thread: it creates the line and
-// the clock there (through the factory) and the session on them. One job runs at a time; jobs
-// queue in the order they were asked for. Outcomes and reports leave by signals carrying copies.
-class EngineWorker : public QObject
-{
-    Q_OBJECT
-
-public:
-    EngineWorker(EngineLinkFactory factory, Operator &windows, const SessionFiles &files);
-    ~EngineWorker() override;
-
-    // Where jobs for the engine thread are posted (lives on it).
-    handover::Inbox *inbox() const { return m_inbox; }
-
-    void setUp();
-    void tearDown();
-    void run(EngineJob job);
-
-signals:
-    void jobFinished(const EngineOutcome &outcome);
-    void statusTextChanged(const QString &text);
-    void currentActionChanged(const QString &text, bool isError);
-    void transferProgressChanged(const TransferProgress &progress);
-    void jobEvent(const JobEvent &event);
-    void succeeded();
-
-private:
-    EngineLinkFactory m_factory;
-    Operator &m_windows;
-    SessionFiles m_files;
-    EngineLink m_link;
-    std::unique_ptr<Session> m_session;
-    handover::Inbox *m_inbox;
-};
-
-// The windows' handle on the engine: owns the engine thread and its worker, hands jobs over and
-// passes outcomes and reports on. Lives on the GUI thread; its signals arrive there. The windows
-// never touch the worker's objects. Shutdown (stop, or the destructor) lets the running job end,
-// then quits the thread and waits for it.
+// The windows' handle on the engine: owns the engine thread and does the serial work there. The
+// line, the clock and the session are created (through the factory), used and destroyed on the
+// engine thread only, by functions posted to it. One job runs at a time; jobs queue in the order
+// they were asked for. Outcomes and reports arrive on the GUI thread as copies, by the signals.
+// Shutdown (stop, or the destructor) lets the running job end, then quits the thread and waits
+// for it.
 class Engine : public QObject
 {
     Q_OBJECT
@@ -120,11 +87,20 @@ signals:
     void succeeded();
 
 private:
-    void finish(const EngineOutcome &outcome);
+    // Engine thread.
+    void setUp();
+    EngineOutcome runJob(EngineJob job);
 
     QThread *m_thread;
-    EngineWorker *m_worker;
+    // Where work for the engine thread is posted (lives on it), and where its results arrive (lives
+    // on the GUI thread).
+    std::unique_ptr<handover::Inbox> m_engineSide;
+    handover::Inbox *m_inbox;
+    EngineLinkFactory m_factory;
+    Operator &m_windows;
+    SessionFiles m_files;
+    // Touched on the engine thread only.
+    EngineLink m_link;
+    std::unique_ptr<Session> m_session;
     int m_pending = 0;
-    // Where results from the engine thread arrive (lives on the GUI thread).
-    handover::Inbox *m_inbox = nullptr;
 };

@@ -5,9 +5,7 @@
 #include "gui/frmUpdate.h"
 #include "shell/AppInfo.h"
 
-#include <QEventLoop>
 #include <QMessageBox>
-#include <QThread>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -25,11 +23,6 @@ GuiOperator::GuiOperator(QObject *parent)
     : QObject(parent)
     , m_inbox(new handover::Inbox(this))
 {
-}
-
-GuiOperator::~GuiOperator()
-{
-    releaseAll();
 }
 
 void GuiOperator::setWindows(QWidget *mainWindow, frmUpdate *updateWindow)
@@ -54,20 +47,6 @@ void GuiOperator::releaseAll()
 
 void GuiOperator::showAndWait(Show show)
 {
-    if (QThread::currentThread() == thread()) {
-        // Asked on the GUI thread itself (a job run without the engine thread): wait in a local
-        // event loop instead of blocking.
-        QEventLoop loop;
-        bool done = false;
-        show([&] {
-            done = true;
-            loop.quit();
-        });
-        if (!done)
-            loop.exec();
-        return;
-    }
-
     auto answered = std::make_shared<bool>(false);
     {
         const std::lock_guard lock(m_mutex);

@@ -19,14 +19,14 @@ class frmUpdate;
 // no run is going on. Once released (the program is closing), every call that would wait for
 // the operator ends the job instead: it throws OperatorCancel.
 //
-// Lives on the GUI thread; messageBox and instruction may be called from any thread.
+// Lives on the GUI thread; messageBox and instruction are called from the engine thread (on the
+// GUI thread they would wait for a dialog that is never shown).
 class GuiOperator : public QObject, public Operator
 {
     Q_OBJECT
 
 public:
     explicit GuiOperator(QObject *parent = nullptr);
-    ~GuiOperator() override;
 
     void setWindows(QWidget *mainWindow, frmUpdate *updateWindow);
 

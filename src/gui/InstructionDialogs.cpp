@@ -21,8 +21,7 @@ constexpr int kIconSize = 40;
 
 QString labelTextOf(const QString &systemText)
 {
-    QString text = systemText;
-    return text.replace(u"&&"_s, u"&"_s);
+    return QString(systemText).replace(u"&&"_s, u"&"_s);
 }
 
 QFont windowFont(bool bold, qreal points)
@@ -40,6 +39,14 @@ void setTextColor(QWidget *widget, const QColor &color)
     widget->setPalette(palette);
 }
 
+void setUpDialog(QDialog *dialog, const QString &objectName, const QString &title)
+{
+    dialog->setObjectName(objectName);
+    dialog->setWindowTitle(title);
+    dialog->setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+    dialog->setFont(windowFont());
+}
+
 void openDialog(QDialog *dialog, const QObject *context, std::function<void()> onFinished)
 {
     dialog->setAttribute(Qt::WA_DeleteOnClose);
@@ -47,18 +54,16 @@ void openDialog(QDialog *dialog, const QObject *context, std::function<void()> o
     dialog->open();
 }
 
-InstructionDialog::InstructionDialog(const QList<int> &heights, QWidget *parent)
+InstructionDialog::InstructionDialog(const QString &objectName, const QList<int> &heights,
+                                     QWidget *parent)
     : QDialog(parent)
     , Frame1(named<QFrame>(u"Frame1"_s, this))
     , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
     , m_icon(new QLabel(this))
 {
-    setWindowTitle(AppInfo::productTitle());
-    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    setFont(windowFont());
+    setUpDialog(this, objectName, AppInfo::productTitle());
 
-    Frame1->setFrameShape(QFrame::StyledPanel);
-    Frame1->setFrameShadow(QFrame::Sunken);
+    Frame1->setFrameStyle(QFrame::StyledPanel | QFrame::Sunken);
     Frame1->setAutoFillBackground(true);
     QPalette framePalette = Frame1->palette();
     framePalette.setColor(QPalette::Window, framePalette.color(QPalette::Base));
@@ -111,24 +116,20 @@ QString InstructionDialog::shownLine(int n) const
 }
 
 frmMsgCPU::frmMsgCPU(QWidget *parent)
-    : InstructionDialog({40, 22, 60, 22, 0}, parent)
+    : InstructionDialog(u"frmMsgCPU"_s, {40, 22, 60, 22, 0}, parent)
 {
-    setObjectName(u"frmMsgCPU"_s);
     setLines(InstructionText::cpuUpdateMode());
 }
 
 frmMsgMainBoard::frmMsgMainBoard(QWidget *parent)
-    : InstructionDialog({40, 22, 40, 22, 0}, parent)
+    : InstructionDialog(u"frmMsgMainBoard"_s, {40, 22, 40, 22, 0}, parent)
 {
-    setObjectName(u"frmMsgMainBoard"_s);
     setLines(InstructionText::mainBoardRestart());
 }
 
 frmMsgGeneral::frmMsgGeneral(QWidget *parent)
-    : InstructionDialog(QList<int>(kLines, kLineHeight), parent)
+    : InstructionDialog(u"frmMsgGeneral"_s, QList<int>(kLines, kLineHeight), parent)
 {
-    setObjectName(u"frmMsgGeneral"_s);
-    setLines({});
 }
 
 void frmMsgGeneral::Init(const QString &line1, const QString &line2, const QString &line3,

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QDialog>
-#include <QList>
 #include <QStringList>
 #include <functional>
 
@@ -19,6 +18,10 @@ QString labelTextOf(const QString &systemText);
 QFont windowFont(bool bold = false, qreal points = 9.75);
 
 void setTextColor(QWidget *widget, const QColor &color);
+
+// What every dialog of the windows has: its object name, its title, no help button, the windows'
+// font.
+void setUpDialog(QDialog *dialog, const QString &objectName, const QString &title);
 
 // A new control with its object name; args go to its constructor (the parent last).
 template<typename T, typename... Args>
@@ -53,7 +56,7 @@ public:
 
 protected:
     // heights: the height of each of the five lines; 0 hides a line.
-    InstructionDialog(const QList<int> &heights, QWidget *parent);
+    InstructionDialog(const QString &objectName, const QList<int> &heights, QWidget *parent);
     QLabel *lineLabel(int n) const { return m_lines.at(n - 1); }
     void setLines(const QStringList &lines);
     // An error is marked with the warning sign instead of the information sign.

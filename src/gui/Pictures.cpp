@@ -21,7 +21,6 @@ QPixmap reloadPixmap(int size, const QColor &color)
     const qreal pen = s * 0.12;
     const QRectF circle(s * 0.2, s * 0.2, s * 0.6, s * 0.6);
     p.setPen(QPen(color, pen, Qt::SolidLine, Qt::FlatCap));
-    p.setBrush(Qt::NoBrush);
     // Two arcs, each ending in an arrow head pointing along the circle.
     for (const int start : {20, 200}) {
         p.drawArc(circle, start * 16, 130 * 16);
@@ -36,28 +35,10 @@ QPixmap reloadPixmap(int size, const QColor &color)
         arrow.lineTo(tip + normal * head);
         arrow.lineTo(tip - normal * head);
         arrow.closeSubpath();
-        p.save();
-        p.setPen(Qt::NoPen);
-        p.setBrush(color);
-        p.drawPath(arrow);
-        p.restore();
+        p.fillPath(arrow, color);
     }
     return pixmap;
 }
-
-} // namespace
-
-QIcon Pictures::reloadIcon()
-{
-    QIcon icon;
-    for (const int size : {16, 24, 32, 48}) {
-        icon.addPixmap(reloadPixmap(size, kAccent), QIcon::Normal);
-        icon.addPixmap(reloadPixmap(size, QColor(160, 160, 160)), QIcon::Disabled);
-    }
-    return icon;
-}
-
-namespace {
 
 // The display with a measured value.
 QRectF drawDisplay(QPainter &p, const QRectF &body)
@@ -86,18 +67,26 @@ void drawKeys(QPainter &p, const QRectF &body, const QRectF &display)
     const qreal keyW = body.width() * 0.10;
     const qreal keyH = body.height() * 0.14;
     const qreal keysTop = body.top() + body.height() * 0.70;
-    for (int i = 0; i < 4; ++i) {
-        const QRectF key(display.left() + i * (keyW * 1.45), keysTop, keyW, keyH);
-        p.setPen(QPen(QColor(90, 98, 110), 1));
-        p.setBrush(QColor(108, 118, 132));
-        p.drawRoundedRect(key, 2, 2);
-    }
+    p.setPen(QPen(QColor(90, 98, 110), 1));
+    p.setBrush(QColor(108, 118, 132));
+    for (int i = 0; i < 4; ++i)
+        p.drawRoundedRect(QRectF(display.left() + i * (keyW * 1.45), keysTop, keyW, keyH), 2, 2);
     const QRectF power(body.left() + body.width() * 0.76, keysTop, keyW * 1.2, keyH);
     p.setBrush(QColor(200, 40, 40));
     p.drawRoundedRect(power, 2, 2);
 }
 
 } // namespace
+
+QIcon Pictures::reloadIcon()
+{
+    QIcon icon;
+    for (const int size : {16, 24, 32, 48}) {
+        icon.addPixmap(reloadPixmap(size, kAccent), QIcon::Normal);
+        icon.addPixmap(reloadPixmap(size, QColor(160, 160, 160)), QIcon::Disabled);
+    }
+    return icon;
+}
 
 QPixmap Pictures::instrumentPicture(const QSize &size, qreal devicePixelRatio)
 {
@@ -116,7 +105,6 @@ QPixmap Pictures::instrumentPicture(const QSize &size, qreal devicePixelRatio)
     cable.moveTo(w * 0.80, h * 0.50);
     cable.cubicTo(w * 0.97, h * 0.50, w * 0.90, h * 0.92, w * 0.99, h * 0.95);
     p.setPen(QPen(QColor(70, 70, 70), h * 0.05, Qt::SolidLine, Qt::RoundCap));
-    p.setBrush(Qt::NoBrush);
     p.drawPath(cable);
 
     // Housing.

@@ -9,12 +9,12 @@
 #include <QCommandLineParser>
 #include <QCryptographicHash>
 #include <QDir>
+#include <QLocalServer>
 #include <QLocalSocket>
 #include <QLockFile>
 #include <QPushButton>
 #include <QScreen>
 #include <QTimer>
-#include <QWindow>
 
 using namespace Qt::StringLiterals;
 
@@ -25,6 +25,50 @@ namespace {
 constexpr int kConnectWaitMs = 500;
 constexpr int kLockWaitMs = 5000;
 constexpr char kActivate[] = "activate\n";
+
+// Only one copy of the program runs. The first copy listens on a local socket; a later copy finds
+// it there, asks it to bring its window to the front and ends without showing anything. Works the
+// same on Linux (a socket file) and on Windows (a named pipe). True when this is the only copy,
+// which now listens on server.
+bool claim(QLocalServer &server, const QString &key)
+{
+    // Two copies started at the same moment take turns here.
+    QLockFile lock(QDir(QDir::tempPath()).filePath(key + u".lock"_s));
+    // Not had within the wait (a copy hanging on to it): start all the same.
+    static_cast<void>(lock.tryLock(kLockWaitMs));
+
+    QLocalSocket socket;
+    socket.connectToServer(key);
+    if (socket.waitForConnected(kConnectWaitMs)) {
+        socket.write(kActivate);
+        socket.waitForBytesWritten(kConnectWaitMs);
+        socket.disconnectFromServer();
+        return false;
+    }
+    // Nobody answered: a socket left behind by a copy that crashed is in the way.
+    QLocalServer::removeServer(key);
+    server.setSocketOptions(QLocalServer::UserAccessOption);
+    server.listen(key);
+    return true;
+}
+
+// A later copy asks through server: the window comes to the front.
+void bringToFrontOnRequest(QLocalServer &server, frmMain &window)
+{
+    QObject::connect(&server, &QLocalServer::newConnection, &window, [&server, &window] {
+        while (QLocalSocket *socket = server.nextPendingConnection()) {
+            QObject::connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+            QObject::connect(socket, &QLocalSocket::readyRead, &window, [socket, &window] {
+                if (!socket->readAll().contains(kActivate))
+                    return;
+                qInfo("VarimoSentry_Updater: brought to the front by a second start");
+                window.showNormal();
+                window.raise();
+                window.activateWindow();
+            });
+        }
+    });
+}
 
 } // namespace
 
@@ -37,43 +81,6 @@ QString InstanceKey(const QString &programDir)
         (user + u'\n' + QDir::cleanPath(QDir(programDir).absolutePath())).toUtf8();
     const QByteArray hash = QCryptographicHash::hash(id, QCryptographicHash::Sha1).toHex().left(16);
     return QString::fromLatin1(Workspace::kApplicationName) + u'-' + QString::fromLatin1(hash);
-}
-
-SingleInstance::SingleInstance(const QString &key, QObject *parent)
-    : QObject(parent)
-    , m_key(key)
-{
-    connect(&m_server, &QLocalServer::newConnection, this, [this] {
-        while (QLocalSocket *socket = m_server.nextPendingConnection()) {
-            connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-            connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
-                if (socket->readAll().contains(kActivate))
-                    emit activationRequested();
-            });
-        }
-    });
-}
-
-bool SingleInstance::claim()
-{
-    // Two copies started at the same moment take turns here.
-    QLockFile lock(QDir(QDir::tempPath()).filePath(m_key + u".lock"_s));
-    // Not had within the wait (a copy hanging on to it): start all the same.
-    static_cast<void>(lock.tryLock(kLockWaitMs));
-
-    QLocalSocket socket;
-    socket.connectToServer(m_key);
-    if (socket.waitForConnected(kConnectWaitMs)) {
-        socket.write(kActivate);
-        socket.waitForBytesWritten(kConnectWaitMs);
-        socket.disconnectFromServer();
-        return false;
-    }
-    // Nobody answered: a socket left behind by a copy that crashed is in the way.
-    QLocalServer::removeServer(m_key);
-    m_server.setSocketOptions(QLocalServer::UserAccessOption);
-    m_server.listen(m_key);
-    return true;
 }
 
 int run(int argc, char *argv[])
@@ -98,20 +105,15 @@ int run(int argc, char *argv[])
     const Workspace::Folders folders =
         Workspace::ChooseFolders(programDir, Workspace::UserDataDir());
 
-    SingleInstance instance(InstanceKey(programDir));
-    if (!instance.claim())
+    QLocalServer server;
+    if (!claim(server, InstanceKey(programDir)))
         return 0;
 
     frmMainSetup setup;
     setup.programDir = folders.program;
     setup.dataDir = folders.data;
     frmMain window(setup);
-    QObject::connect(&instance, &SingleInstance::activationRequested, &window, [&window] {
-        qInfo("VarimoSentry_Updater: brought to the front by a second start");
-        window.showNormal();
-        window.raise();
-        window.activateWindow();
-    });
+    bringToFrontOnRequest(server, window);
     window.show();
 
     if (parser.isSet(connectOption)) {

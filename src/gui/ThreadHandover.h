@@ -81,23 +81,19 @@ public:
 protected:
     bool event(QEvent *e) override
     {
-        if (e->type() != callType())
+        if (e->type() != kCallType)
             return QObject::event(e);
         static_cast<Call *>(e)->fn();
         return true;
     }
 
 private:
-    static QEvent::Type callType()
-    {
-        static const auto registered = QEvent::Type(QEvent::registerEventType());
-        return registered;
-    }
+    static inline const QEvent::Type kCallType = QEvent::Type(QEvent::registerEventType());
 
     struct Call : QEvent
     {
         explicit Call(std::function<void()> f)
-            : QEvent(callType())
+            : QEvent(kCallType)
             , fn(std::move(f))
         {
         }

@@ -25,10 +25,7 @@ frmBackup::frmBackup(const QString &folder, QWidget *parent)
     , CmdBack(named<QPushButton>(u"CmdBack"_s, u"&Cancel"_s, this))
     , m_folder(folder)
 {
-    setObjectName(u"frmBackup"_s);
-    setWindowTitle(u"TEST: Update to version"_s);
-    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    setFont(windowFont());
+    setUpDialog(this, u"frmBackup"_s, u"TEST: Update to version"_s);
 
     auto *frame = new QGroupBox(u"Firmware files"_s, this);
     auto *grid = new QGridLayout(frame);

@@ -34,7 +34,17 @@ frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
         m_fresh[kind].setControler(kind);
     }
     buildControls();
-    Form_Load();
+
+    // The window's key handler sees every key before the control that has the focus.
+    QApplication::instance()->installEventFilter(this);
+
+    // The log, the settings and what is read from them at start.
+    m_workspace.Start();
+    SetTexts();
+    fillPorts();
+    startEngine();
+    m_workspace.LoadFirmwareFiles(m_fresh);
+    CheckUpdateFiles();
 }
 
 frmMain::~frmMain()
@@ -104,8 +114,6 @@ QWidget *frmMain::buildConnectionFrame(QWidget *parent)
     cmdRetry = named<QToolButton>(u"cmdRetry"_s, fraConnect);
     cmdRetry->setIcon(Pictures::reloadIcon());
     cmdRetry->setIconSize(QSize(22, 22));
-    cmdRetry->setToolButtonStyle(Qt::ToolButtonIconOnly);
-    cmdRetry->setAutoRaise(false);
     cmdRetry->setFixedSize(34, 30);
     for (QWidget *w : std::initializer_list<QWidget *> {lblComPort, cmbPorts, cmdConnect, cmdRetry})
         w->setFont(windowFont());
@@ -167,7 +175,7 @@ QLayout *frmMain::buildButtons(QWidget *parent)
 
 void frmMain::SetTexts()
 {
-    setWindowTitle(AppInfo::mainWindowTitle());
+    setWindowTitle(AppInfo::productTitle() + u" ("_s + AppInfo::versionText() + u")"_s);
     fraConnect->setTitle(u"Connection"_s);
     lblComPort->setText(u"COM-Port:"_s);
     showConnectCommand(false);
@@ -193,28 +201,13 @@ void frmMain::showConnectCommand(bool connected)
 
 // --- Start and state -----------------------------------------------------------------------
 
-void frmMain::Form_Load()
-{
-    // The window's key handler sees every key before the control that has the focus.
-    QApplication::instance()->installEventFilter(this);
-
-    // The log, the settings and what is read from them at start.
-    m_workspace.Start();
-    SetTexts();
-    fillPorts();
-    startEngine();
-    m_workspace.LoadFirmwareFiles(m_fresh);
-    CheckUpdateFiles();
-}
-
 void frmMain::fillPorts()
 {
     const QStringList ports = m_setup.listPorts();
     cmbPorts->addItems(ports);
     m_portsAvailable = !ports.isEmpty();
-    cmbPorts->setEnabled(m_portsAvailable);
-    cmdConnect->setEnabled(m_portsAvailable);
-    cmdRetry->setEnabled(m_portsAvailable);
+    for (QWidget *w : std::initializer_list<QWidget *> {cmbPorts, cmdConnect, cmdRetry})
+        w->setEnabled(m_portsAvailable);
     if (!m_portsAvailable) {
         ShowStatus(u"ERROR: No COM port available"_s, Eligibility::eError);
         return;
@@ -256,14 +249,11 @@ void frmMain::ShowStatus(const QString &text, int statusKind)
 {
     m_statusText = text;
     m_statusKind = statusKind;
-    QString shown = labelTextOf(text);
-    lblStatus->setText(shown.replace(u"\r\n"_s, u"\n"_s));
-    QColor color(0, 0, 255);
-    if (statusKind == Eligibility::eError)
-        color = QColor(255, 0, 0);
-    else if (statusKind == Eligibility::eBlack)
-        color = QColor(0, 0, 0);
-    setTextColor(lblStatus, color);
+    lblStatus->setText(labelTextOf(text).replace(u"\r\n"_s, u"\n"_s));
+    setTextColor(lblStatus,
+                 statusKind == Eligibility::eError       ? Qt::red
+                     : statusKind == Eligibility::eBlack ? Qt::black
+                                                         : Qt::blue);
     lblStatus->repaint();
 }
 
@@ -277,7 +267,7 @@ void frmMain::CheckUpdateFiles()
 {
     const Eligibility::Verdict files = m_workspace.CheckUpdateFiles(m_current, m_fresh);
     showBoards();
-    if (Eligibility::IsOneInvalid(m_fresh)) {
+    if (!files.message.isEmpty()) {
         cmdUpdate->setEnabled(false);
         ShowStatus(files.message, files.kind);
     }
@@ -289,11 +279,9 @@ void frmMain::SetConnectionState(bool connected)
     const Eligibility::Verdict verdict =
         m_workspace.SetConnectionState(m_current, m_fresh, connected, m_portValid, m_comPort);
     showConnectCommand(connected);
-    if (!connected) {
-        // Without an instrument there is nothing to restore to.
+    // Without an instrument there is nothing to restore to.
+    if (!connected)
         cmdRestore->setEnabled(false);
-        cmdConnect->setEnabled(cmbPorts->isEnabled());
-    }
     // An unfinished run is finished by Update, whatever the boards' versions say now.
     const bool unfinished = connected && !m_unfinishedRun.isEmpty();
     cmdUpdate->setEnabled(verdict.updateEnabled || unfinished);
@@ -314,9 +302,7 @@ void frmMain::discardUnfinishedRun()
         QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
     if (answer != QMessageBox::Yes || m_busy)
         return;
-    m_busy = true;
-    disableCommands();
-    runJob(Job::discardJournal());
+    startCommand(Job::discardJournal());
 }
 
 void frmMain::settle()
@@ -325,11 +311,13 @@ void frmMain::settle()
     emit idle();
 }
 
-void frmMain::disableCommands()
+void frmMain::startCommand(const Job &job)
 {
+    m_busy = true;
     for (QWidget *w : std::initializer_list<QWidget *> {cmdQuit, cmdConnect, cmbPorts, cmdRetry,
                                                         cmdUpdate, cmdRestore})
         w->setEnabled(false);
+    runJob(job);
 }
 
 void frmMain::runJob(const Job &job)
@@ -346,12 +334,15 @@ void frmMain::onJobFinished(const EngineOutcome &outcome)
         break;
     case Job::Kind::Disconnect:
         // Reload all: the connect queued behind this disconnect decides what the window shows.
-        if (!m_closing && m_engine->pendingJobs() == 0)
-            onDisconnectFinished(outcome);
+        if (!m_closing && m_engine->pendingJobs() == 0) {
+            m_portValid = outcome.portValid;
+            m_connected = false;
+            finishCommand();
+        }
         break;
     case Job::Kind::DiscardJournal:
         m_unfinishedRun.clear();
-        finishConnecting();
+        finishCommand();
         break;
     default:
         m_update->runFinished(outcome.result.succeeded());
@@ -372,17 +363,15 @@ void frmMain::cmdConnect_Click()
     if (!m_connected)
         ConnectAndIdentify();
     else
-        Disconnect();
+        startCommand(Job::disconnect());
 }
 
 void frmMain::ConnectAndIdentify()
 {
-    m_busy = true;
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    disableCommands();
     ShowStatus(u"Connecting VARIMOsentry to "_s + cmbPorts->currentText() + u"..."_s);
     m_connected = false;
-    runJob(Job::connectTo(cmbPorts->currentText()));
+    startCommand(Job::connectTo(cmbPorts->currentText()));
 }
 
 void frmMain::onConnectFinished(const EngineOutcome &outcome)
@@ -399,7 +388,7 @@ void frmMain::onConnectFinished(const EngineOutcome &outcome)
         // failure goes through Reload all, which connects afresh (the port had opened).
         startRun(Job::singleBoard(*result.bootloaderBoard), [this](bool succeeded) {
             if (succeeded) {
-                finishConnecting();
+                finishCommand();
                 return;
             }
             QApplication::restoreOverrideCursor();
@@ -412,34 +401,17 @@ void frmMain::onConnectFinished(const EngineOutcome &outcome)
         m_backupFileName = result.backupFileName;
         cmdRestore->setEnabled(result.backupExists);
     }
-    finishConnecting();
+    finishCommand();
 }
 
-void frmMain::finishConnecting()
+void frmMain::finishCommand()
 {
     QApplication::restoreOverrideCursor();
     cmdQuit->setEnabled(true);
-    cmdConnect->setEnabled(true);
-    cmbPorts->setEnabled(m_portsAvailable);
-    cmdRetry->setEnabled(m_portsAvailable);
+    // Connected or not, the port commands follow the ports there are (a connection needs one).
+    for (QWidget *w : std::initializer_list<QWidget *> {cmbPorts, cmdConnect, cmdRetry})
+        w->setEnabled(m_portsAvailable);
     SetConnectionState(m_connected);
-    settle();
-}
-
-void frmMain::Disconnect()
-{
-    m_busy = true;
-    disableCommands();
-    runJob(Job::disconnect());
-}
-
-void frmMain::onDisconnectFinished(const EngineOutcome &outcome)
-{
-    m_portValid = outcome.portValid;
-    cmdQuit->setEnabled(true);
-    cmbPorts->setEnabled(m_portsAvailable);
-    cmdRetry->setEnabled(m_portsAvailable);
-    SetConnectionState(false);
     settle();
 }
 

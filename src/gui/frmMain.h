@@ -88,22 +88,21 @@ private:
     QWidget *buildConnectionFrame(QWidget *parent);
     QWidget *buildStatusFrame(QWidget *parent);
     QLayout *buildButtons(QWidget *parent);
-    void Form_Load();
     void SetTexts();
     void fillPorts();
     void startEngine();
     void ShowStatus(const QString &text, int statusKind = 0);
     void showBoards();
     void showConnectCommand(bool connected);
-    void disableCommands();
+    // Disables the commands that could start another job, and runs job.
+    void startCommand(const Job &job);
 
     void cmdConnect_Click();
     void ConnectAndIdentify();
     void onJobFinished(const EngineOutcome &outcome);
     void onConnectFinished(const EngineOutcome &outcome);
-    void finishConnecting();
-    void Disconnect();
-    void onDisconnectFinished(const EngineOutcome &outcome);
+    // The job is done: the commands come back as the connection state allows.
+    void finishCommand();
 
     void cmdUpdate_Click();
     void cmdRestore_Click();

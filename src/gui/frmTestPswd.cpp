@@ -24,10 +24,7 @@ frmTestPswd::frmTestPswd(QWidget *parent)
     , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
     , CmdBack(named<QPushButton>(u"CmdBack"_s, u"&Cancel"_s, this))
 {
-    setObjectName(u"frmTestPswd"_s);
-    setWindowTitle(u"Enter Testmode"_s);
-    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
-    setFont(windowFont());
+    setUpDialog(this, u"frmTestPswd"_s, u"Enter Testmode"_s);
 
     auto *icon = new QLabel(this);
     icon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(40));

@@ -4,7 +4,6 @@
 #include "shell/AppInfo.h"
 
 #include <QApplication>
-#include <QCloseEvent>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -26,12 +25,9 @@ frmUpdate::frmUpdate(QWidget *parent)
     , cmdOk(named<QPushButton>(u"cmdOk"_s, u"OK"_s, this))
     , Timer1(named<QTimer>(u"Timer1"_s, this))
 {
-    setObjectName(u"frmUpdate"_s);
-    setWindowTitle(AppInfo::productTitle());
-    setWindowFlag(Qt::WindowContextHelpButtonHint, false);
+    setUpDialog(this, u"frmUpdate"_s, AppInfo::productTitle());
     setWindowFlag(Qt::WindowCloseButtonHint, false);
     setModal(true);
-    setFont(windowFont());
     buildFrame();
     buildButtons();
     setFixedSize(580, 270);
@@ -44,8 +40,7 @@ frmUpdate::frmUpdate(QWidget *parent)
 
 void frmUpdate::buildFrame()
 {
-    Frame1->setFrameShape(QFrame::StyledPanel);
-    Frame1->setFrameShadow(QFrame::Sunken);
+    Frame1->setFrameStyle(QFrame::StyledPanel | QFrame::Sunken);
     lblStatus->setFont(windowFont(true));
     lblStatus->setTextFormat(Qt::PlainText);
     lblStatus->setMinimumHeight(24);
@@ -69,7 +64,6 @@ void frmUpdate::buildFrame()
 
 void frmUpdate::buildButtons()
 {
-    lblStatus2->setFont(windowFont(true));
     lblStatus2->setTextFormat(Qt::PlainText);
     lblStatus2->setAlignment(Qt::AlignCenter);
 
@@ -117,18 +111,9 @@ void frmUpdate::showEvent(QShowEvent *event)
     QApplication::setOverrideCursor(Qt::BusyCursor);
 }
 
-void frmUpdate::closeEvent(QCloseEvent *event)
-{
-    if (m_running) {
-        event->ignore();
-        return;
-    }
-    QDialog::closeEvent(event);
-}
-
 void frmUpdate::reject()
 {
-    // Escape and the window frame cannot interrupt a run.
+    // Escape and the window frame (whose close asks reject) cannot interrupt a run.
     if (!m_running)
         QDialog::reject();
 }

@@ -5,7 +5,6 @@
 #include <QWidget>
 
 class QGroupBox;
-class QLabel;
 class QLineEdit;
 
 // How the windows label a board and name its controls: "CPU Board:" beside "lblCPU", "txtCPU",

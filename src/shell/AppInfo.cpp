@@ -13,8 +13,3 @@ QString AppInfo::versionText()
         .arg(VARIMO_VERSION_MINOR)
         .arg(VARIMO_VERSION_PATCH);
 }
-
-QString AppInfo::mainWindowTitle()
-{
-    return productTitle() + u" ("_s + versionText() + u")"_s;
-}

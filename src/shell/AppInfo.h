@@ -8,7 +8,5 @@ namespace AppInfo {
 QString productTitle();
 // major.minor.revision in plain decimal, for example 1.0.1.
 QString versionText();
-// The main window's title: productTitle() + " (" + versionText() + ")".
-QString mainWindowTitle();
 
 } // namespace AppInfo

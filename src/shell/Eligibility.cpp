@@ -3,6 +3,8 @@
 #include "Settings.h"
 #include "link/Operator.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace Eligibility {
@@ -11,20 +13,31 @@ namespace {
 
 bool versionsDiffer(const BoardSet &current, const BoardSet &fresh)
 {
-    for (const BoardKind kind : kPanelOrder) {
-        if (current[kind].Firmware() != fresh[kind].Firmware())
-            return true;
-    }
-    return false;
+    return std::ranges::any_of(kPanelOrder, [&](BoardKind kind) {
+        return current[kind].Firmware() != fresh[kind].Firmware();
+    });
 }
 
 Verdict belowMinimum(BoardKind kind, const QString &minimum)
 {
-    const BoardFacts &facts = boardFacts(kind);
-    const QString defaultVersion = QString::fromLatin1(facts.minimumVersion);
-    QString limit = u"Update only possible to firmware versions >= "_s + defaultVersion;
-    limit.replace(defaultVersion, minimum);
-    return {false, QString::fromLatin1(facts.belowMinimumText) + u"\r\n"_s + limit, eError};
+    const QString limit = u"Update only possible to firmware versions >= "_s + minimum;
+    return {false, QString::fromLatin1(boardFacts(kind).belowMinimumText) + u"\r\n"_s + limit,
+            eError};
+}
+
+// The panel colour of a plan, in the 0x00BBGGRR encoding: black, blue for an upgrade, red for a
+// downgrade.
+qint32 ColorOf(Plan plan)
+{
+    switch (plan) {
+    case Plan::Upgrade:
+        return cControler::kBlue;
+    case Plan::Downgrade:
+        return cControler::kRed;
+    case Plan::Keep:
+        break;
+    }
+    return cControler::kBlack;
 }
 
 } // namespace
@@ -56,26 +69,11 @@ BoardVerdict JudgeBoard(const cControler &current, const cControler &fresh, bool
     return v;
 }
 
-qint32 ColorOf(Plan plan)
-{
-    switch (plan) {
-    case Plan::Upgrade:
-        return cControler::kBlue;
-    case Plan::Downgrade:
-        return cControler::kRed;
-    case Plan::Keep:
-        break;
-    }
-    return cControler::kBlack;
-}
-
 bool IsOneInvalid(const BoardSet &fresh)
 {
-    for (const cControler &board : fresh) {
-        if (board.Firmware().isEmpty() || !board.ValidBinFile())
-            return true;
-    }
-    return false;
+    return std::ranges::any_of(fresh, [](const cControler &board) {
+        return board.Firmware().isEmpty() || !board.ValidBinFile();
+    });
 }
 
 QString instructionLines()
@@ -98,30 +96,27 @@ QString noConnectionText()
 Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Settings &settings,
                        bool allowDowngrade)
 {
+    const Verdict noUpdates {false, u"No updates required"_s, eNormal};
     if (IsOneInvalid(fresh) || !versionsDiffer(current, fresh))
-        return {false, u"No updates required"_s, eNormal};
-    for (const cControler &board : current) {
-        if (board.Firmware().isEmpty())
-            return {false,
-                    QStringList {noConnectionText(), InstructionText::kPower,
-                                 InstructionText::kWaitForDisplay}
-                        .join(u"\r\n"_s),
-                    eError};
-    }
+        return noUpdates;
+    if (std::ranges::any_of(current,
+                            [](const cControler &board) { return board.Firmware().isEmpty(); }))
+        return {false,
+                QStringList {noConnectionText(), InstructionText::kPower,
+                             InstructionText::kWaitForDisplay}
+                    .join(u"\r\n"_s),
+                eError};
     Verdict v {true, QString(), eNormal};
     for (const BoardKind kind : kPanelOrder) {
         const QString &minimum = settings.minimumVersions[kind];
         if (CompareVersions(current[kind].Firmware(), minimum) == -1)
             v = belowMinimum(kind, minimum);
     }
-    if (!allowDowngrade) {
-        bool anyNewer = false;
-        for (const BoardKind kind : kPanelOrder)
-            anyNewer = anyNewer ||
-                CompareVersions(current[kind].Firmware(), fresh[kind].Firmware()) == -1;
-        if (!anyNewer)
-            v = {false, u"No updates required"_s, eNormal};
-    }
+    const bool anyNewer = std::ranges::any_of(kPanelOrder, [&](BoardKind kind) {
+        return CompareVersions(current[kind].Firmware(), fresh[kind].Firmware()) == -1;
+    });
+    if (!allowDowngrade && !anyNewer)
+        v = noUpdates;
     if (v.updateEnabled)
         v = {true, u"VARIMOsentry ready for update"_s, eNormal};
     return v;
@@ -131,12 +126,14 @@ Verdict CheckUpdateFiles(BoardSet &current, const BoardSet &fresh, bool allowDow
 {
     for (const BoardKind kind : kPanelOrder) {
         if (current[kind].IsValid() && fresh[kind].IsValid())
-            current[kind].setColor(ColorOf(JudgeBoard(current[kind], fresh[kind], allowDowngrade).plan));
+            current[kind].setColor(
+                ColorOf(JudgeBoard(current[kind], fresh[kind], allowDowngrade).plan));
     }
     if (IsOneInvalid(fresh))
-        return {false,
-                u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
-                eError};
+        return {
+            false,
+            u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
+            eError};
     return {true, QString(), eNormal};
 }
 

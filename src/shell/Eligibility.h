@@ -44,10 +44,6 @@ qint16 CompareVersions(const QString &current, const QString &compareTo);
 // The plan for one board; Keep unless both descriptors are valid.
 BoardVerdict JudgeBoard(const cControler &current, const cControler &fresh, bool allowDowngrade);
 
-// The panel colour of a plan, in the 0x00BBGGRR encoding: black, blue for an upgrade, red for a
-// downgrade.
-qint32 ColorOf(Plan plan);
-
 // True when any firmware file is missing or invalid, or has no version.
 bool IsOneInvalid(const BoardSet &fresh);
 

@@ -7,40 +7,31 @@ using namespace Qt::StringLiterals;
 namespace {
 const QString kSection = u"Settings"_s;
 const QString kComPort = u"COMPort"_s;
-const QString kBackupFileName = u"BackupFileName"_s;
 const QString kLastBackupFileName = u"LastBackupFileName"_s;
-const QString kLogParserTele = u"LogParserTele"_s;
 const QString kXModemWaitTime = u"XModemWaitTime"_s;
-const QString kRetryUpdates = u"RetryUpdates"_s;
-const QString kAllowDowngrade = u"AllowDowngrade"_s;
-const QString kFile = u"File"_s;
-const QString kFwMin = u"FWMin"_s;
+const QString kDefaultBackupFileName = u"VarimoSentry_Backup.xml"_s;
 constexpr qint32 kDefaultRetryUpdates = 5;
 } // namespace
-
-QString Settings::defaultBackupFileName()
-{
-    return u"VarimoSentry_Backup.xml"_s;
-}
 
 Settings Settings::read(const cINI &ini)
 {
     Settings s;
     s.comPort = ini.GetValue(kSection, kComPort, u"COM1"_s);
-    s.backupFileName = ini.GetValue(kSection, kBackupFileName, defaultBackupFileName());
-    s.lastBackupFileName = ini.GetValue(kSection, kLastBackupFileName, defaultBackupFileName());
-    s.logParserTele = ini.GetBoolValue(kSection, kLogParserTele, true);
+    s.backupFileName = ini.GetValue(kSection, u"BackupFileName"_s, kDefaultBackupFileName);
+    s.lastBackupFileName = ini.GetValue(kSection, kLastBackupFileName, kDefaultBackupFileName);
+    s.logParserTele = ini.GetBoolValue(kSection, u"LogParserTele"_s, true);
     s.xmodemWaitTimeMs = ini.GetIntValue(kSection, kXModemWaitTime, 1);
-    const qint32 retries = ini.GetIntValue(kSection, kRetryUpdates, kDefaultRetryUpdates);
+    const qint32 retries = ini.GetIntValue(kSection, u"RetryUpdates"_s, kDefaultRetryUpdates);
     s.retryUpdates =
         retries >= -32768 && retries <= 32767 ? qint16(retries) : qint16(kDefaultRetryUpdates);
-    s.allowDowngrade = ini.GetBoolValue(kSection, kAllowDowngrade, false);
+    s.allowDowngrade = ini.GetBoolValue(kSection, u"AllowDowngrade"_s, false);
     for (const BoardKind kind : kPanelOrder) {
         const BoardFacts &facts = boardFacts(kind);
         const QString section = QString::fromLatin1(facts.section);
-        s.patterns[kind] = ini.GetValue(section, kFile, QString::fromLatin1(facts.defaultPattern));
+        s.patterns[kind] =
+            ini.GetValue(section, u"File"_s, QString::fromLatin1(facts.defaultPattern));
         s.minimumVersions[kind] =
-            ini.GetValue(section, kFwMin, QString::fromLatin1(facts.minimumVersion));
+            ini.GetValue(section, u"FWMin"_s, QString::fromLatin1(facts.minimumVersion));
     }
     return s;
 }

@@ -35,7 +35,4 @@ struct Settings
     // False when the file could not be written (cINI::errorString says why).
     static bool saveComPort(cINI &ini, const QString &port);
     static void saveLastBackupFileName(cINI &ini, const QString &name);
-
-    // "VarimoSentry_Backup.xml": the backup name when the settings name none.
-    static QString defaultBackupFileName();
 };

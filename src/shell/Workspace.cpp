@@ -60,13 +60,14 @@ void Workspace::Stop()
 void Workspace::LoadFirmwareFiles(BoardSet &fresh) const
 {
     for (const BoardKind kind : kPanelOrder)
-        LoadFirmwareFile(kind, modHelper::FindNewestFile(m_folders.program, Pattern(kind)),
+        LoadFirmwareFile(kind,
+                         modHelper::FindNewestFile(m_folders.program, m_settings.patterns[kind]),
                          fresh[kind]);
 }
 
 void Workspace::LoadFirmwareFile(BoardKind kind, const QString &file, cControler &board) const
 {
-    board.InitFromBinFile(m_folders.program, file, Pattern(kind), kind);
+    board.InitFromBinFile(m_folders.program, file, m_settings.patterns[kind], kind);
 }
 
 Eligibility::Verdict Workspace::CheckUpdateFiles(BoardSet &current, const BoardSet &fresh) const

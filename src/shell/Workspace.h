@@ -56,8 +56,6 @@ public:
 
     // The settings as read by Start().
     const Settings &settings() const { return m_settings; }
-    // The file-name pattern of a board, as read by Start().
-    QString Pattern(BoardKind kind) const { return m_settings.patterns[kind]; }
     bool AllowDowngrade() const { return m_allowDowngrade; }
     // The test mode permits downgrades whatever the settings say; so does the terminal's
     // --allow-downgrade. Reset reads the setting again.

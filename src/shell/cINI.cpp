@@ -25,9 +25,7 @@ ParsedFile splitLines(const QByteArray &content)
     if (!content.contains("\r\n") && content.contains('\n'))
         f.eol = "\n";
     f.endsWithEol = content.endsWith('\n');
-    QByteArray normalised = content;
-    normalised.replace("\r\n", "\n");
-    f.lines = normalised.split('\n');
+    f.lines = QByteArray(content).replace("\r\n", "\n").split('\n');
     if (f.endsWithEol)
         f.lines.removeLast();
     return f;
@@ -37,10 +35,8 @@ ParsedFile splitLines(const QByteArray &content)
 std::optional<QByteArray> sectionOf(const QByteArray &line)
 {
     const QByteArray t = line.trimmed();
-    if (t.size() < 2 || !t.startsWith('['))
-        return std::nullopt;
     const qsizetype close = t.indexOf(']');
-    if (close < 0)
+    if (!t.startsWith('[') || close < 0)
         return std::nullopt;
     return t.mid(1, close - 1).trimmed();
 }
@@ -72,38 +68,51 @@ QString unquoted(QString v)
     return v;
 }
 
+// Where an entry stands: the line of its section (the first of that name), the last line of that
+// section that is not blank, and the entry's own line; -1 for what is not there.
+struct Place
+{
+    qsizetype section = -1;
+    qsizetype lastLine = -1;
+    qsizetype entry = -1;
+};
+
+Place locate(const ParsedFile &f, const QString &sectionName, const QString &entryName)
+{
+    Place place;
+    for (qsizetype i = 0; i < f.lines.size(); ++i) {
+        if (const auto section = sectionOf(f.lines[i])) {
+            if (place.section >= 0)
+                break;
+            if (sameName(*section, sectionName)) {
+                place.section = i;
+                place.lastLine = i;
+            }
+            continue;
+        }
+        if (place.section < 0)
+            continue;
+        QByteArray key, value;
+        if (!f.lines[i].trimmed().isEmpty())
+            place.lastLine = i;
+        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, entryName)) {
+            place.entry = i;
+            break;
+        }
+    }
+    return place;
+}
+
 // Puts newLine in place of the entry's line, or appends it to its section, or appends the
 // section with it.
 void setLine(ParsedFile &f, const QString &sectionName, const QString &entryName,
              const QByteArray &newLine)
 {
-    qsizetype sectionLine = -1;
-    qsizetype lastKeyLine = -1;
-    qsizetype keyLine = -1;
-    for (qsizetype i = 0; i < f.lines.size(); ++i) {
-        if (const auto section = sectionOf(f.lines[i])) {
-            if (sectionLine >= 0)
-                break;
-            if (sameName(*section, sectionName)) {
-                sectionLine = i;
-                lastKeyLine = i;
-            }
-            continue;
-        }
-        if (sectionLine < 0)
-            continue;
-        QByteArray key, value;
-        if (!f.lines[i].trimmed().isEmpty())
-            lastKeyLine = i;
-        if (keyValueOf(f.lines[i], &key, &value) && sameName(key, entryName)) {
-            keyLine = i;
-            break;
-        }
-    }
-    if (keyLine >= 0) {
-        f.lines[keyLine] = newLine;
-    } else if (sectionLine >= 0) {
-        f.lines.insert(lastKeyLine + 1, newLine);
+    const Place place = locate(f, sectionName, entryName);
+    if (place.entry >= 0) {
+        f.lines[place.entry] = newLine;
+    } else if (place.section >= 0) {
+        f.lines.insert(place.lastLine + 1, newLine);
     } else {
         f.lines.append('[' + sectionName.toLatin1() + ']');
         f.lines.append(newLine);
@@ -116,29 +125,15 @@ void setLine(ParsedFile &f, const QString &sectionName, const QString &entryName
 QString cINI::GetValue(const QString &sectionName, const QString &entryName,
                        const QString &defaultValue) const
 {
-    std::optional<QString> found;
+    QString result = defaultValue.trimmed();
     QFile file(m_path);
     if (!m_path.isEmpty() && file.open(QIODevice::ReadOnly)) {
         const ParsedFile f = splitLines(file.readAll());
-        bool inSection = false;
-        bool sectionSeen = false;
-        for (const QByteArray &line : f.lines) {
-            if (const auto section = sectionOf(line)) {
-                // The first section of that name is the one that counts.
-                if (sectionSeen && inSection)
-                    break;
-                inSection = sameName(*section, sectionName);
-                sectionSeen = sectionSeen || inSection;
-                continue;
-            }
-            QByteArray key, value;
-            if (inSection && keyValueOf(line, &key, &value) && sameName(key, entryName)) {
-                found = unquoted(QString::fromLatin1(value));
-                break;
-            }
-        }
+        const qsizetype line = locate(f, sectionName, entryName).entry;
+        QByteArray key, value;
+        if (line >= 0 && keyValueOf(f.lines[line], &key, &value))
+            result = unquoted(QString::fromLatin1(value));
     }
-    QString result = found ? *found : defaultValue.trimmed();
     return result.left(kMaxValueLength);
 }
 

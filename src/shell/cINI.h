@@ -31,8 +31,7 @@ public:
 
     // Writes key=value; failures are reported through the result (and errorString) and otherwise
     // ignored by the callers, as a setting that could not be stored is not worth stopping for.
-    bool SetValue(const QString &sectionName, const QString &entryName,
-                  const QString &newValue);
+    bool SetValue(const QString &sectionName, const QString &entryName, const QString &newValue);
 
     QString errorString() const { return m_error; }
 

@@ -27,12 +27,6 @@ QString cLog::path() const
     return m_path;
 }
 
-void cLog::setClock(Clock *clock)
-{
-    QMutexLocker lock(&m_mutex);
-    m_clock = clock;
-}
-
 bool cLog::OpenLog()
 {
     QMutexLocker lock(&m_mutex);
@@ -67,36 +61,32 @@ bool cLog::writeEntryLocked(const QString &entry, std::optional<int> additionalT
         return false;
     }
     QFile file(m_path);
-    if (!file.open(QIODevice::Append)) {
+    const auto fail = [this, &file] {
         m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
         return false;
-    }
+    };
+    if (!file.open(QIODevice::Append))
+        return fail();
 
     int indent = m_defaultIndent + additionalTabs.value_or(0);
     QByteArray text(qMax(indent, 0), '\t');
     text += entry.toLatin1();
 
-    QByteArray out;
-    int lines = newline.value_or(0);
-    for (; lines < 0; ++lines)
-        out += "\r\n";
-    for (; lines > 0; --lines)
-        text += "\r\n";
+    // Empty lines before the entry (a negative newline) or after it (a positive one).
+    const int lines = newline.value_or(0);
+    QByteArray out = QByteArrayLiteral("\r\n").repeated(qMax(-lines, 0));
+    text += QByteArrayLiteral("\r\n").repeated(qMax(lines, 0));
 
     const QDateTime now = (m_clock ? m_clock : &g_systemClock)->now();
     out += now.toString(u"HH:mm:ss"_s).toLatin1() + " : " + text + "\r\n";
 
     if (m_echo)
         m_echo(out);
-    if (file.write(out) != out.size() || !file.flush()) {
-        m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
-        return false;
-    }
+    if (file.write(out) != out.size() || !file.flush())
+        return fail();
     file.close();
-    if (file.error() != QFileDevice::NoError) {
-        m_error = u"cannot write to the log file %1: %2"_s.arg(m_path, file.errorString());
-        return false;
-    }
+    if (file.error() != QFileDevice::NoError)
+        return fail();
     return true;
 }
 

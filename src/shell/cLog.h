@@ -19,6 +19,7 @@ class Clock;
 class cLog : public LogSink
 {
 public:
+    // clock: whose local time stamps the entries (the system clock when none is given).
     explicit cLog(Clock *clock = nullptr);
 
     // Stores the path; opens nothing.
@@ -47,9 +48,6 @@ public:
     bool isLogging() const;
 
     QString errorString() const;
-
-    // The clock whose local time stamps the entries (the system clock when none is set).
-    void setClock(Clock *clock);
 
     // Called with the bytes of every entry written to the file, as they were written (the
     // terminal front end's -v shows them). Called with the log's lock held: it must not write to

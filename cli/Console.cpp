@@ -14,14 +14,18 @@ Console::Console(FILE *in, FILE *out, FILE *err)
 {
 }
 
-void Console::writeLines(FILE *to, const QString &text)
+void Console::write(FILE *to, const QByteArray &bytes)
 {
     endProgress();
-    QString lines = text;
-    lines.replace(u"\r\n"_s, u"\n"_s);
-    const QByteArray bytes = lines.toLocal8Bit() + '\n';
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), to);
     std::fflush(to);
+}
+
+void Console::writeLines(FILE *to, const QString &text)
+{
+    QString lines = text;
+    lines.replace(u"\r\n"_s, u"\n"_s);
+    write(to, lines.toLocal8Bit() + '\n');
 }
 
 void Console::print(const QString &text)
@@ -34,20 +38,6 @@ void Console::error(const QString &text)
     if (m_err == m_out || m_reportsToError)
         std::fflush(m_out);
     writeLines(m_err, text);
-}
-
-void Console::writeOut(const QByteArray &bytes)
-{
-    endProgress();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
-    std::fflush(m_out);
-}
-
-void Console::echo(const QByteArray &bytes)
-{
-    endProgress();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_err);
-    std::fflush(m_err);
 }
 
 void Console::progress(const QString &text)

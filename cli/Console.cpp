@@ -63,17 +63,11 @@ void Console::endProgress()
 std::optional<QString> Console::readLine()
 {
     QByteArray line;
-    for (;;) {
-        const int c = std::fgetc(m_in);
-        if (c == EOF) {
-            if (line.isEmpty())
-                return std::nullopt;
-            break;
-        }
-        if (c == '\n')
-            break;
+    int c = 0;
+    while ((c = std::fgetc(m_in)) != EOF && c != '\n')
         line += char(c);
-    }
+    if (c == EOF && line.isEmpty())
+        return std::nullopt;
     if (line.endsWith('\r'))
         line.chop(1);
     return QString::fromLocal8Bit(line);

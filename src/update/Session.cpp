@@ -181,7 +181,7 @@ Connection::Result Session::ConnectAndIdentify(const QString &portText)
 
 void Session::Disconnect()
 {
-    if (!m_comm.Transceive("DHR;0", kDisconnectTimeoutMs).isEmpty())
+    if (m_comm.IsOpen() && !m_comm.Transceive("DHR;0", kDisconnectTimeoutMs).isEmpty())
         m_comm.Transceive("KEY;1", kDisconnectTimeoutMs);
     m_comm.ClosePort();
 }
@@ -265,17 +265,13 @@ bool Session::discardJournal()
 
 JobResult Session::disconnectJob()
 {
-    JobResult result;
-    result.status = JobResult::Status::Succeeded;
-    if (!m_comm.IsOpen()) {
-        m_comm.ClosePort();
-        return result;
-    }
     // Errors while releasing the instrument are of no interest: it may be gone.
     try {
         Disconnect();
     } catch (const UpdaterError &) {
         m_comm.ClosePort();
     }
+    JobResult result;
+    result.status = JobResult::Status::Succeeded;
     return result;
 }

@@ -73,8 +73,8 @@ private:
     // The connect sequence up to the board reads and the serial number. A board in its bootloader
     // stops the reads; the caller hands that board to the single-board update.
     Connection::Result ConnectAndIdentify(const QString &portText);
-    // Deselects the boards ("DHR;0", then "KEY;1" when the instrument answered) and closes the
-    // port.
+    // Deselects the boards of an open port ("DHR;0", then "KEY;1" when the instrument answered)
+    // and closes the port.
     void Disconnect();
     JobResult connectJob(const QString &port);
     JobResult disconnectJob();

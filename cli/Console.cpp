@@ -14,14 +14,18 @@ Console::Console(FILE *in, FILE *out, FILE *err)
 {
 }
 
-void Console::writeLines(FILE *to, const QString &text)
+void Console::write(FILE *to, const QByteArray &bytes)
 {
     endProgress();
-    QString lines = text;
-    lines.replace(u"\r\n"_s, u"\n"_s);
-    const QByteArray bytes = lines.toLocal8Bit() + '\n';
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), to);
     std::fflush(to);
+}
+
+void Console::writeLines(FILE *to, const QString &text)
+{
+    QString lines = text;
+    lines.replace(u"\r\n"_s, u"\n"_s);
+    write(to, lines.toLocal8Bit() + '\n');
 }
 
 void Console::print(const QString &text)
@@ -34,20 +38,6 @@ void Console::error(const QString &text)
     if (m_err == m_out || m_reportsToError)
         std::fflush(m_out);
     writeLines(m_err, text);
-}
-
-void Console::writeOut(const QByteArray &bytes)
-{
-    endProgress();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_out);
-    std::fflush(m_out);
-}
-
-void Console::echo(const QByteArray &bytes)
-{
-    endProgress();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), m_err);
-    std::fflush(m_err);
 }
 
 void Console::progress(const QString &text)
@@ -73,17 +63,11 @@ void Console::endProgress()
 std::optional<QString> Console::readLine()
 {
     QByteArray line;
-    for (;;) {
-        const int c = std::fgetc(m_in);
-        if (c == EOF) {
-            if (line.isEmpty())
-                return std::nullopt;
-            break;
-        }
-        if (c == '\n')
-            break;
+    int c = 0;
+    while ((c = std::fgetc(m_in)) != EOF && c != '\n')
         line += char(c);
-    }
+    if (c == EOF && line.isEmpty())
+        return std::nullopt;
     if (line.endsWith('\r'))
         line.chop(1);
     return QString::fromLocal8Bit(line);

@@ -28,9 +28,9 @@ public:
     // One failure text, possibly of several lines.
     void error(const QString &text);
     // Bytes as they are, to standard output (the JSON document).
-    void writeOut(const QByteArray &bytes);
+    void writeOut(const QByteArray &bytes) { write(m_out, bytes); }
     // Log bytes as the log file receives them, to standard error.
-    void echo(const QByteArray &bytes);
+    void echo(const QByteArray &bytes) { write(m_err, bytes); }
 
     // Terminal output only: shows text as the one progress line, replacing the previous one.
     void progress(const QString &text);
@@ -41,6 +41,7 @@ public:
     std::optional<QString> readLine();
 
 private:
+    void write(FILE *to, const QByteArray &bytes);
     void writeLines(FILE *to, const QString &text);
 
     FILE *m_in;

@@ -17,6 +17,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <algorithm>
 
 #ifndef Q_OS_WIN
 #include <fcntl.h>
@@ -33,12 +34,18 @@ struct CommandForm
     int minArguments;
     int maxArguments;
     bool needsPort;
+    int (UpdaterCli::*run)();
 };
 
 const CommandForm kCommands[] = {
-    {u"ports"_s, 0, 0, false},  {u"identify"_s, 0, 0, true}, {u"backup"_s, 0, 1, true},
-    {u"restore"_s, 0, 1, true}, {u"update"_s, 0, 0, true},   {u"flash"_s, 2, 2, true},
-    {u"diff"_s, 2, 2, false},   {u"journal"_s, 0, 0, false},
+    {u"ports"_s, 0, 0, false, &UpdaterCli::ports},
+    {u"identify"_s, 0, 0, true, &UpdaterCli::identify},
+    {u"backup"_s, 0, 1, true, &UpdaterCli::backup},
+    {u"restore"_s, 0, 1, true, &UpdaterCli::restore},
+    {u"update"_s, 0, 0, true, &UpdaterCli::update},
+    {u"flash"_s, 2, 2, true, &UpdaterCli::flash},
+    {u"diff"_s, 2, 2, false, &UpdaterCli::diff},
+    {u"journal"_s, 0, 0, false, &UpdaterCli::journal},
 };
 
 QString timeText(qint64 ms)
@@ -70,26 +77,18 @@ bool isSerialDevice(const QString &device)
 #endif
 }
 
-} // namespace
-
-QString HelpText()
+QString helpText()
 {
     // The text is kept as a file of its own; the manual page is made from it too.
     QFile file(u":/varimo-updater/help.txt"_s);
     return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()) : QString();
 }
 
-namespace {
-
 // Why the command and its options do not fit together, if they do not.
 std::optional<QString> misfit(const CliOptions &options, bool dirSet)
 {
-    const CommandForm *form = nullptr;
-    for (const CommandForm &c : kCommands) {
-        if (c.name == options.command)
-            form = &c;
-    }
-    if (!form)
+    const auto form = std::ranges::find(kCommands, options.command, &CommandForm::name);
+    if (form == std::end(kCommands))
         return u"unknown command '%1'"_s.arg(options.command);
     const auto count = options.arguments.size();
     if (count < form->minArguments || count > form->maxArguments)
@@ -112,6 +111,12 @@ std::optional<QString> misfit(const CliOptions &options, bool dirSet)
         return u"--dir needs a folder"_s;
     return std::nullopt;
 }
+
+// Ends a command early with its exit status, once the reason has been told.
+struct CommandEnd
+{
+    int status;
+};
 
 } // namespace
 
@@ -143,7 +148,7 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     if (!parser.parse(arguments))
         return usage(parser.errorText());
     if (parser.isSet(help)) {
-        console.print(HelpText());
+        console.print(helpText());
         return Exit::Success;
     }
     if (parser.isSet(version)) {
@@ -187,18 +192,21 @@ UpdaterCli::~UpdaterCli() = default;
 
 int UpdaterCli::run()
 {
-    if (m_options.command == u"ports")
-        return ports();
-    if (m_options.command == u"diff")
-        return diff();
-    if (m_options.command == u"journal")
-        return journal();
-
-    if (const int status = startWorkspace(true); status != Exit::Success)
-        return status;
+    // The command line has been checked: the command is one of the table's.
+    const CommandForm &form = *std::ranges::find(kCommands, m_options.command, &CommandForm::name);
+    try {
+        // The commands without a port start what they need themselves.
+        if (!form.needsPort)
+            return (this->*form.run)();
+        startWorkspace(true);
+    } catch (const CommandEnd &end) {
+        return end.status;
+    }
     int status = Exit::Failed;
     try {
-        status = runCommand();
+        status = (this->*form.run)();
+    } catch (const CommandEnd &end) {
+        status = end.status;
     } catch (const UpdaterError &e) {
         m_console.error(e.message());
     }
@@ -211,31 +219,16 @@ int UpdaterCli::run()
     return status;
 }
 
-int UpdaterCli::runCommand()
-{
-    const QString &c = m_options.command;
-    if (c == u"identify")
-        return identify();
-    if (c == u"backup")
-        return backup();
-    if (c == u"restore")
-        return restore();
-    if (c == u"update")
-        return update();
-    return flash();
-}
-
-int UpdaterCli::startWorkspace(bool withPort)
+void UpdaterCli::startWorkspace(bool withPort)
 {
     Workspace::Folders folders = m_folders;
     if (!m_options.dir.isEmpty()) {
         const QFileInfo info(m_options.dir);
-        if (!info.isDir()) {
-            m_console.error((info.exists() ? u"%1 is a file, not a folder."_s
-                                           : u"The folder %1 does not exist."_s)
-                                .arg(m_options.dir));
-            return Exit::Usage;
-        }
+        if (!info.isDir())
+            fail(Exit::Usage,
+                 (info.exists() ? u"%1 is a file, not a folder."_s
+                                : u"The folder %1 does not exist."_s)
+                     .arg(m_options.dir));
         folders = {info.absoluteFilePath(), info.absoluteFilePath()};
     }
     m_workspace = std::make_unique<Workspace>(folders);
@@ -252,14 +245,19 @@ int UpdaterCli::startWorkspace(bool withPort)
     m_filesVerdict = m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
 
     if (!withPort)
-        return Exit::Success;
+        return;
     m_session->comm().setComPort(m_options.port);
     if (m_session->comPort().isEmpty() || !m_session->portValid()) {
         m_console.error(Eligibility::invalidPortText());
         m_workspace->Stop();
-        return Exit::Usage;
+        throw CommandEnd {Exit::Usage};
     }
-    return Exit::Success;
+}
+
+void UpdaterCli::fail(int status, const QString &text)
+{
+    m_console.error(text);
+    throw CommandEnd {status};
 }
 
 void UpdaterCli::followSession()
@@ -358,26 +356,24 @@ std::optional<int> UpdaterCli::connectInstrument(bool report)
     return std::nullopt;
 }
 
-std::optional<int> UpdaterCli::connectForParameters(const QString &refusal)
+void UpdaterCli::connectForParameters(const QString &refusal)
 {
     if (const std::optional<int> failed = connectInstrument())
-        return failed;
-    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard) {
-        m_console.error(u"The %1 is waiting in its bootloader: %2'update' finishes it."_s.arg(
-            boardName(*board), refusal));
-        return Exit::Failed;
-    }
+        throw CommandEnd {*failed};
+    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard)
+        fail(Exit::Failed,
+             u"The %1 is waiting in its bootloader: %2'update' finishes it."_s.arg(
+                 boardName(*board), refusal));
     printBoards(m_session->current());
-    return std::nullopt;
 }
 
-std::optional<int> UpdaterCli::disconnectInstrument()
+void UpdaterCli::disconnectInstrument()
 {
     if (!m_connected)
-        return std::nullopt;
+        return;
     m_connected = false;
-    const JobResult result = runJob(Job::Kind::Disconnect);
-    return result.succeeded() ? std::nullopt : std::optional<int>(ended(result));
+    if (const JobResult result = runJob(Job::Kind::Disconnect); !result.succeeded())
+        throw CommandEnd {ended(result)};
 }
 
 Eligibility::Verdict UpdaterCli::setConnectionState(bool connected)
@@ -395,10 +391,8 @@ Eligibility::Verdict UpdaterCli::setConnectionState(bool connected)
 int UpdaterCli::ports()
 {
     const QStringList found = modHelper::EnumerateSerialPorts();
-    if (found.isEmpty()) {
-        m_console.error(u"ERROR: No COM port available"_s);
-        return Exit::Failed;
-    }
+    if (found.isEmpty())
+        fail(Exit::Failed, u"ERROR: No COM port available"_s);
     for (const QString &port : found)
         m_console.print(port);
     return Exit::Success;
@@ -415,8 +409,7 @@ void UpdaterCli::printJournal()
 
 int UpdaterCli::journal()
 {
-    if (const int status = startWorkspace(false); status != Exit::Success)
-        return status;
+    startWorkspace(false);
     const QList<JournalFound> all = RunJournal::findAll(m_workspace->dataDir());
     if (all.isEmpty())
         m_console.print(u"No unfinished update run in %1."_s.arg(m_workspace->dataDir()));
@@ -477,11 +470,10 @@ int UpdaterCli::identify()
     }
     if (failed)
         return *failed;
-    if (r.bootloaderBoard) {
-        m_console.error(u"The %1 is waiting in its bootloader: 'update' finishes it."_s.arg(
-            boardName(*r.bootloaderBoard)));
-        return Exit::Failed;
-    }
+    if (r.bootloaderBoard)
+        fail(Exit::Failed,
+             u"The %1 is waiting in its bootloader: 'update' finishes it."_s.arg(
+                 boardName(*r.bootloaderBoard)));
     return Exit::Success;
 }
 
@@ -490,14 +482,10 @@ int UpdaterCli::backup()
     QString file;
     if (!m_options.arguments.isEmpty()) {
         file = absolutePath(m_options.arguments.front());
-        if (!QFileInfo(QFileInfo(file).absolutePath()).isDir()) {
-            m_console.error(u"The folder of %1 does not exist."_s.arg(file));
-            return Exit::Usage;
-        }
+        if (!QFileInfo(QFileInfo(file).absolutePath()).isDir())
+            fail(Exit::Usage, u"The folder of %1 does not exist."_s.arg(file));
     }
-    if (const std::optional<int> failed =
-            connectForParameters(u"its parameters cannot be read. "_s))
-        return *failed;
+    connectForParameters(u"its parameters cannot be read. "_s);
     // Connected as the windows are: the port is the one offered next time.
     setConnectionState(true);
     // Without a file of its own the session picks this instrument's backup name.
@@ -505,27 +493,21 @@ int UpdaterCli::backup()
     return result.succeeded() ? Exit::Success : ended(result);
 }
 
-std::optional<int> UpdaterCli::checkBackupFile(const QString &file)
+void UpdaterCli::checkBackupFile(const QString &file)
 {
-    if (!QFileInfo(file).isFile()) {
-        m_console.error(u"No backup file %1."_s.arg(file));
-        return Exit::Usage;
-    }
+    if (!QFileInfo(file).isFile())
+        fail(Exit::Usage, u"No backup file %1."_s.arg(file));
     // The same check as the restore job's, before the port is opened.
-    if (const QString error = cBackup::CheckBackupFile(file).error; !error.isEmpty()) {
-        m_console.error(error);
-        return Exit::Usage;
-    }
-    return std::nullopt;
+    if (const QString error = cBackup::CheckBackupFile(file).error; !error.isEmpty())
+        fail(Exit::Usage, error);
 }
 
-std::optional<int> UpdaterCli::checkSettings()
+void UpdaterCli::checkSettings()
 {
-    const QString harmful = Settings::read(m_workspace->ini()).harmfulSetting();
-    if (harmful.isEmpty())
-        return std::nullopt;
-    m_console.error(harmful);
-    return Exit::Usage;
+    // The same check as the session's before a transfer, before the port is opened.
+    if (const QString harmful = Settings::read(m_workspace->ini()).harmfulSetting();
+        !harmful.isEmpty())
+        fail(Exit::Usage, harmful);
 }
 
 int UpdaterCli::restore()
@@ -533,15 +515,12 @@ int UpdaterCli::restore()
     QString file;
     if (!m_options.arguments.isEmpty()) {
         file = absolutePath(m_options.arguments.front());
-        if (const std::optional<int> bad = checkBackupFile(file))
-            return *bad;
+        checkBackupFile(file);
     }
-    if (const std::optional<int> failed = connectForParameters(QString()))
-        return *failed;
+    connectForParameters(QString());
     if (file.isEmpty()) {
         file = m_workspace->pathFor(m_session->defaultBackupFile(Job::Kind::Restore));
-        if (const std::optional<int> bad = checkBackupFile(file))
-            return *bad;
+        checkBackupFile(file);
     }
     setConnectionState(true);
     m_console.print(u"Restoring parameters from "_s + file);
@@ -554,18 +533,13 @@ int UpdaterCli::restore()
 
 int UpdaterCli::update()
 {
-    if (!m_filesVerdict.message.isEmpty()) {
-        m_console.error(m_filesVerdict.message);
-        return Exit::Usage;
-    }
-    if (const std::optional<int> harmful = checkSettings())
-        return *harmful;
+    if (!m_filesVerdict.message.isEmpty())
+        fail(Exit::Usage, m_filesVerdict.message);
+    checkSettings();
     if (const std::optional<int> failed = connectInstrument())
         return *failed;
-    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard) {
-        if (const std::optional<int> failed = updateWaitingBoard(*board))
-            return *failed;
-    }
+    if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard)
+        updateWaitingBoard(*board);
 
     const Connection::Result &r = m_session->connection();
     const bool connected = r.connected && !r.bootloaderBoard;
@@ -574,10 +548,8 @@ int UpdaterCli::update()
     // An unfinished run is finished whatever the verdict says of the boards now.
     const bool unfinished = connected && m_session->journal();
     if (!connected ||
-        (!unfinished && !verdict.updateEnabled && verdict.kind == Eligibility::eError)) {
-        m_console.error(verdict.message);
-        return Exit::Failed;
-    }
+        (!unfinished && !verdict.updateEnabled && verdict.kind == Eligibility::eError))
+        fail(Exit::Failed, verdict.message);
     printVerdict(verdict);
     printJournal();
     if (!unfinished && !verdict.updateEnabled) // no board needs an update
@@ -592,34 +564,33 @@ int UpdaterCli::update()
 
 // As the windows do: the board waiting in its bootloader is updated on its own first, then the
 // instrument is read again.
-std::optional<int> UpdaterCli::updateWaitingBoard(BoardKind board)
+void UpdaterCli::updateWaitingBoard(BoardKind board)
 {
     printBoards(m_session->current());
     m_console.print(
         u"The %1 is waiting in its bootloader: updating it first."_s.arg(boardName(board)));
     const JobResult result = runJob(Job::Kind::SingleBoard, QString(), board);
     if (!result.succeeded())
-        return ended(result);
+        throw CommandEnd {ended(result)};
     m_updated = {board};
     m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
-    if (const std::optional<int> failed = disconnectInstrument())
-        return failed;
-    return connectInstrument();
+    disconnectInstrument();
+    if (const std::optional<int> failed = connectInstrument())
+        throw CommandEnd {*failed};
 }
 
 // As after the windows' update: the files and the instrument are read again.
 int UpdaterCli::readAgain()
 {
     m_console.print(u"Reading VARIMOsentry again..."_s);
-    if (const std::optional<int> failed = disconnectInstrument())
-        return *failed;
+    disconnectInstrument();
     m_workspace->LoadFirmwareFiles(m_session->fresh());
     m_workspace->CheckUpdateFiles(m_session->current(), m_session->fresh());
     if (const std::optional<int> failed = connectInstrument(false)) {
         if (m_operator.abort())
             return *failed;
-        m_console.error(u"The update run succeeded, but VARIMOsentry did not answer afterwards."_s);
-        return Exit::Failed;
+        fail(Exit::Failed,
+             u"The update run succeeded, but VARIMOsentry did not answer afterwards."_s);
     }
     printBoards(m_session->current());
     printVerdict(setConnectionState(m_session->connection().connected));
@@ -631,22 +602,17 @@ int UpdaterCli::flash()
     const BoardKind board = *boardFromKey(m_options.arguments.at(0));
     const QString file = absolutePath(m_options.arguments.at(1));
     const QFileInfo info(file);
-    if (!info.isFile() || !info.isReadable()) {
-        m_console.error(u"Cannot read the firmware file %1."_s.arg(file));
-        return Exit::Usage;
-    }
-    if (const std::optional<int> harmful = checkSettings())
-        return *harmful;
+    if (!info.isFile() || !info.isReadable())
+        fail(Exit::Usage, u"Cannot read the firmware file %1."_s.arg(file));
+    checkSettings();
     const qint64 imageSize = qint64(boardFacts(board).packets) * UpdateRun::kPacketDataSize;
     if (info.size() != imageSize) {
         const QString size = u"%1 holds %2 bytes; a %3 image has %4."_s.arg(file)
                                  .arg(info.size())
                                  .arg(boardName(board))
                                  .arg(imageSize);
-        if (!m_options.force) {
-            m_console.error(size + u" --force sends it anyway."_s);
-            return Exit::Usage;
-        }
+        if (!m_options.force)
+            fail(Exit::Usage, size + u" --force sends it anyway."_s);
         m_console.print(u"Note: "_s + size);
     }
 
@@ -654,9 +620,8 @@ int UpdaterCli::flash()
         // The session opens the port without greeting: the board may answer nothing but "C".
         m_console.error(u"Warning: no backup and no restore: the %1 comes up with the factory "
                         "parameters of its new firmware."_s.arg(boardName(board)));
-    } else if (const std::optional<int> failed =
-                   connectForParameters(u"its parameters cannot be read. "_s)) {
-        return *failed;
+    } else {
+        connectForParameters(u"its parameters cannot be read. "_s);
     }
     const JobResult result = runJob(Job::Kind::Flash, file, board);
     m_operator.setLineCheck(nullptr, {});
@@ -672,24 +637,20 @@ int UpdaterCli::diff()
     cXML documents[2];
     for (int i = 0; i < 2; ++i) {
         const QString file = absolutePath(m_options.arguments.at(i));
-        if (!documents[i].OpenXMLDocument(file)) {
-            m_console.error(u"%1 is no backup file: %2"_s.arg(file, documents[i].errorString()));
-            return Exit::Usage;
-        }
+        if (!documents[i].OpenXMLDocument(file))
+            fail(Exit::Usage, u"%1 is no backup file: %2"_s.arg(file, documents[i].errorString()));
     }
     QList<BackupDiff::Difference> differences;
     try {
         differences = BackupDiff::Compare(documents[0], documents[1]);
     } catch (const UpdaterError &e) {
-        m_console.error(e.message());
-        return Exit::Usage;
+        fail(Exit::Usage, e.message());
     }
     for (const BackupDiff::Difference &d : differences)
         m_console.print(BackupDiff::Describe(d));
     if (!BackupDiff::SameValues(differences)) {
-        int values = 0;
-        for (const BackupDiff::Difference &d : differences)
-            values += d.identity ? 0 : 1;
+        const auto values =
+            std::ranges::count(differences, false, &BackupDiff::Difference::identity);
         m_console.print(u"%1 values differ."_s.arg(values));
         return Exit::Failed;
     }
@@ -798,26 +759,23 @@ void UpdaterCli::printBoards(const BoardSet &current)
     const Connection::Result &r = m_session->connection();
     if (!r.serialNumber.isEmpty())
         m_console.print(u"VARIMOsentry SN "_s + r.serialNumber);
-    const auto row = [](const QString &a, const QString &b, const QString &c, const QString &d,
-                        const QString &e, const QString &f, const QString &g) {
-        return u"%1 %2 %3 %4 %5 %6 %7"_s.arg(a, -17)
-            .arg(b, -14)
-            .arg(c, -9)
-            .arg(d, -10)
-            .arg(e, -11)
-            .arg(f, -36)
-            .arg(g)
-            .trimmed();
+    // Columns of fixed widths, the last one as long as its text.
+    const auto row = [](const QStringList &cells) {
+        constexpr int kWidths[] = {17, 14, 9, 10, 11, 36};
+        QString line;
+        for (int i = 0; i < std::ssize(kWidths); ++i)
+            line += cells.at(i).leftJustified(kWidths[i]) + u' ';
+        return (line + cells.last()).trimmed();
     };
-    m_console.print(row(u"Board"_s, u"Name"_s, u"Firmware"_s, u"Build"_s, u"Bootloader"_s,
-                        u"Firmware file"_s, u"File version"_s));
+    m_console.print(row({u"Board"_s, u"Name"_s, u"Firmware"_s, u"Build"_s, u"Bootloader"_s,
+                         u"Firmware file"_s, u"File version"_s}));
     for (const BoardKind kind : kPanelOrder) {
         const cControler &cur = current[kind];
         const cControler &file = m_session->fresh()[kind];
         const QString fileName = file.BinFileName();
-        m_console.print(row(boardName(kind), cur.Name(), cur.Firmware(), cur.Build(),
-                            cur.IsInBTLMode() ? u"waiting"_s : u"-"_s,
-                            fileName.isEmpty() ? u"-"_s : fileName, file.Firmware()));
+        m_console.print(row({boardName(kind), cur.Name(), cur.Firmware(), cur.Build(),
+                             cur.IsInBTLMode() ? u"waiting"_s : u"-"_s,
+                             fileName.isEmpty() ? u"-"_s : fileName, file.Firmware()}));
     }
     if (!r.backupFileName.isEmpty()) {
         m_console.print(

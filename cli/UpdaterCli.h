@@ -48,7 +48,6 @@ enum Status : int {
 // is to run.
 std::optional<int> ParseCommandLine(const QStringList &arguments, Console &console,
                                     CliOptions *options);
-QString HelpText();
 
 // The terminal front end's commands: each runs jobs on a Session, as the windows do, in the same
 // workspace (log, settings, firmware files) and with the same eligibility verdict, with a terminal
@@ -68,11 +67,9 @@ public:
 
     int run();
 
-private:
+    // The commands, one a function; run() calls the one the options name.
     int ports();
     int journal();
-    bool discardJournal(const QString &path);
-    void printJournal();
     int identify();
     int backup();
     int restore();
@@ -80,8 +77,14 @@ private:
     int flash();
     int diff();
 
-    int runCommand();
-    int startWorkspace(bool withPort);
+private:
+    bool discardJournal(const QString &path);
+    void printJournal();
+    // Starts the workspace and the session (and checks the port, withPort); ends the command
+    // when it cannot.
+    void startWorkspace(bool withPort);
+    // Tells why the command cannot go on and ends it with status.
+    [[noreturn]] void fail(int status, const QString &text);
     void followSession();
     // Runs one job on this command's port, with this workspace's downgrade permission.
     JobResult runJob(Job::Kind kind, const QString &file = {}, BoardKind board = BoardKind::Cpu);
@@ -92,12 +95,12 @@ private:
     // that could not be used or an instrument that did not answer, nothing when connected.
     std::optional<int> connectInstrument(bool report = true);
     // Connects for a backup or a restore, which a board in its bootloader refuses.
-    std::optional<int> connectForParameters(const QString &refusal);
-    std::optional<int> disconnectInstrument();
-    std::optional<int> updateWaitingBoard(BoardKind board);
+    void connectForParameters(const QString &refusal);
+    void disconnectInstrument();
+    void updateWaitingBoard(BoardKind board);
     int readAgain();
-    std::optional<int> checkBackupFile(const QString &file);
-    std::optional<int> checkSettings();
+    void checkBackupFile(const QString &file);
+    void checkSettings();
     Eligibility::Verdict setConnectionState(bool connected);
     bool lineGone();
 

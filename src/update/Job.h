@@ -55,7 +55,6 @@ struct Job
     static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
     static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
     static Job discardJournal() { return make(Kind::DiscardJournal, {}, {}); }
-    static Job backup(const QString &file = {}) { return make(Kind::Backup, {}, file); }
     static Job restore(const QString &file = {}) { return make(Kind::Restore, {}, file); }
     static Job update(bool allowDowngrade, bool checkBackup = false)
     {
@@ -68,13 +67,6 @@ struct Job
     {
         Job job = make(Kind::SingleBoard, {}, {});
         job.board = board;
-        return job;
-    }
-    static Job flash(BoardKind board, const QString &file, bool keepParameters = true)
-    {
-        Job job = make(Kind::Flash, {}, file);
-        job.board = board;
-        job.keepParameters = keepParameters;
         return job;
     }
 

@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -30,20 +31,14 @@ const std::pair<Stage, QString> kStageNames[] = {
 
 QString stageName(Stage stage)
 {
-    for (const auto &[s, name] : kStageNames) {
-        if (s == stage)
-            return name;
-    }
-    return u"pending"_s;
+    const auto it = std::ranges::find(kStageNames, stage, &std::pair<Stage, QString>::first);
+    return it != std::end(kStageNames) ? it->second : u"pending"_s;
 }
 
 std::optional<Stage> stageFromName(const QString &name)
 {
-    for (const auto &[s, n] : kStageNames) {
-        if (n == name)
-            return s;
-    }
-    return std::nullopt;
+    const auto it = std::ranges::find(kStageNames, name, &std::pair<Stage, QString>::second);
+    return it != std::end(kStageNames) ? std::optional(it->first) : std::nullopt;
 }
 
 // What a board of an unfinished run still needs, for the operator.
@@ -64,63 +59,14 @@ QString boardNeeds(const RunJournal::Board &b)
     }
 }
 
-} // namespace
-
-std::optional<RunJournal> readJournal(const QString &path, QString *problem);
-
-QString RunJournal::fileNameFor(const QString &serialNumber)
+// What the file at path holds: a journal that can be trusted, or why not.
+JournalFound readJournal(const QString &path)
 {
-    return kPrefix + serialNumber + u".json"_s;
-}
-
-JournalFound RunJournal::find(const QString &dataDir, const QString &serialNumber)
-{
-    JournalFound found;
-    QString path;
-    if (!serialNumber.isEmpty()) {
-        path = QDir(dataDir).filePath(fileNameFor(serialNumber));
-    } else {
-        const QStringList all =
-            QDir(dataDir).entryList({kPrefix + u"*.json"_s}, QDir::Files, QDir::Name);
-        if (all.size() > 1)
-            found.problem = u"%1 unfinished update runs in %2; the instrument did not say its "
-                            "serial number"_s.arg(all.size())
-                                .arg(dataDir);
-        if (all.size() != 1)
-            return found;
-        path = QDir(dataDir).filePath(all.front());
-    }
-    if (!QFileInfo::exists(path))
-        return found;
-    found.path = path;
-    found.journal = readJournal(path, &found.problem);
-    if (found.journal && !serialNumber.isEmpty() && found.journal->serialNumber != serialNumber) {
-        found.problem =
-            u"%1 belongs to VARIMOsentry SN %2"_s.arg(path, found.journal->serialNumber);
-        found.journal.reset();
-    }
-    return found;
-}
-
-QList<JournalFound> RunJournal::findAll(const QString &dataDir)
-{
-    QList<JournalFound> all;
-    for (const QString &name :
-         QDir(dataDir).entryList({kPrefix + u"*.json"_s}, QDir::Files, QDir::Name)) {
-        JournalFound found;
-        found.path = QDir(dataDir).filePath(name);
-        found.journal = readJournal(found.path, &found.problem);
-        all.append(found);
-    }
-    return all;
-}
-
-std::optional<RunJournal> readJournal(const QString &path, QString *problem)
-{
+    JournalFound found {path, std::nullopt, {}};
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxJournalBytes) {
-        *problem = u"%1 cannot be read"_s.arg(path);
-        return std::nullopt;
+        found.problem = u"%1 cannot be read"_s.arg(path);
+        return found;
     }
     const QJsonObject o = QJsonDocument::fromJson(file.readAll()).object();
     RunJournal j;
@@ -141,10 +87,50 @@ std::optional<RunJournal> readJournal(const QString &path, QString *problem)
                              b.value(u"done"_s).toBool()});
     }
     if (!valid) {
-        *problem = u"%1 is damaged"_s.arg(path);
-        return std::nullopt;
+        found.problem = u"%1 is damaged"_s.arg(path);
+        return found;
     }
-    return j;
+    found.journal = j;
+    return found;
+}
+
+} // namespace
+
+QString RunJournal::fileNameFor(const QString &serialNumber)
+{
+    return kPrefix + serialNumber + u".json"_s;
+}
+
+JournalFound RunJournal::find(const QString &dataDir, const QString &serialNumber)
+{
+    if (serialNumber.isEmpty()) {
+        const QList<JournalFound> all = findAll(dataDir);
+        JournalFound found = all.size() == 1 ? all.front() : JournalFound();
+        if (all.size() > 1)
+            found.problem = u"%1 unfinished update runs in %2; the instrument did not say its "
+                            "serial number"_s.arg(all.size())
+                                .arg(dataDir);
+        return found;
+    }
+    const QString path = QDir(dataDir).filePath(fileNameFor(serialNumber));
+    if (!QFileInfo::exists(path))
+        return {};
+    JournalFound found = readJournal(path);
+    if (found.journal && found.journal->serialNumber != serialNumber) {
+        found.problem =
+            u"%1 belongs to VARIMOsentry SN %2"_s.arg(path, found.journal->serialNumber);
+        found.journal.reset();
+    }
+    return found;
+}
+
+QList<JournalFound> RunJournal::findAll(const QString &dataDir)
+{
+    QList<JournalFound> all;
+    for (const QString &name :
+         QDir(dataDir).entryList({kPrefix + u"*.json"_s}, QDir::Files, QDir::Name))
+        all.append(readJournal(QDir(dataDir).filePath(name)));
+    return all;
 }
 
 bool RunJournal::save(QString *error) const
@@ -179,20 +165,13 @@ bool RunJournal::discard() const
 
 RunJournal::Board *RunJournal::board(BoardKind kind)
 {
-    for (Board &b : boards) {
-        if (b.board == kind)
-            return &b;
-    }
-    return nullptr;
+    const auto it = std::ranges::find(boards, kind, &Board::board);
+    return it != boards.end() ? &*it : nullptr;
 }
 
 bool RunJournal::finished() const
 {
-    for (const Board &b : boards) {
-        if (!b.done)
-            return false;
-    }
-    return true;
+    return std::ranges::all_of(boards, &Board::done);
 }
 
 QString RunJournal::describe() const

@@ -9,6 +9,7 @@
 #include "shell/cLog.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 using namespace Qt::StringLiterals;
@@ -36,21 +37,6 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
 }
 
 Session::~Session() = default;
-
-bool Session::isOpen()
-{
-    return m_comm.IsOpen();
-}
-
-QString Session::comPort() const
-{
-    return m_comm.ComPort();
-}
-
-bool Session::portValid() const
-{
-    return m_comm.IsValidPort();
-}
 
 QString Session::defaultBackupFile(Job::Kind kind) const
 {
@@ -124,7 +110,12 @@ JobResult Session::runJob(const Job &job)
     case Job::Kind::SingleBoard:
         return m_run.runSingleBoard(job.board, defaultBackupFile(Job::Kind::Restore));
     case Job::Kind::Flash:
-        return flashJob(job);
+        // As the single-board run: the board's parameters come back from a backup made before.
+        return m_run.runFlashOnly(
+            job.board, job.file,
+            job.keepParameters
+                ? QDir(m_files.dataDir).filePath(defaultBackupFile(Job::Kind::Backup))
+                : QString());
     default:
         return {};
     }
@@ -141,12 +132,65 @@ QString Session::backupBesideJournal(const QString &file) const
     return name.replace(u".xml"_s, u"_after_interrupted_update.xml"_s);
 }
 
+Connection::Result Session::ConnectAndIdentify(const QString &portText)
+{
+    Connection::Result r;
+    m_comm.Init(m_files.log);
+    m_comm.setComPort(portText);
+    r.portValid = m_comm.IsValidPort();
+    if (r.portValid)
+        r.opened = m_comm.OpenPort();
+    if (!r.opened) {
+        r.error = m_comm.lastError();
+        return r;
+    }
+
+    bool read = true;
+    for (const BoardKind kind : kReadOrder) {
+        cControler &board = m_current[kind];
+        read = board.InitFromDevice(&m_comm, kind);
+        if (!read) {
+            if (board.IsInBTLMode())
+                r.bootloaderBoard = kind;
+            else
+                r.error = board.LastError();
+            break;
+        }
+    }
+    r.boardsRead = read;
+    if (!read)
+        return r;
+
+    m_comm.Transceive("DHR;0");
+    const QByteArray serialAnswer = m_comm.Transceive("SER");
+    if (!serialAnswer.isEmpty()) {
+        QString error;
+        if (SerialNumberFromAnswer(serialAnswer, &r.serialNumber, &error)) {
+            // The backup name of the settings with ".xml" replaced by "_" + serial number + ".xml".
+            QString name = Settings::read(*m_files.ini).backupFileName;
+            r.backupFileName = name.replace(u".xml"_s, u"_"_s + r.serialNumber + u".xml"_s);
+            r.backupExists = QFile::exists(QDir(m_files.dataDir).filePath(r.backupFileName));
+        } else {
+            r.error = error;
+            m_files.log->UpdateLog(error);
+        }
+    }
+    r.connected = true;
+    return r;
+}
+
+void Session::Disconnect()
+{
+    if (m_comm.IsOpen() && !m_comm.Transceive("DHR;0", kDisconnectTimeoutMs).isEmpty())
+        m_comm.Transceive("KEY;1", kDisconnectTimeoutMs);
+    m_comm.ClosePort();
+}
+
 JobResult Session::connectJob(const QString &port)
 {
-    Connection connection(m_comm, *m_files.ini, *m_files.log, m_current, m_files.dataDir);
     m_run.setSerialNumber(QString());
     try {
-        m_connection = connection.ConnectAndIdentify(port);
+        m_connection = ConnectAndIdentify(port);
         m_run.setSerialNumber(m_connection.serialNumber);
     } catch (const UpdaterError &e) {
         m_connection.connected = false;
@@ -221,40 +265,13 @@ bool Session::discardJournal()
 
 JobResult Session::disconnectJob()
 {
-    JobResult result;
-    result.status = JobResult::Status::Succeeded;
-    if (!m_comm.IsOpen()) {
-        m_comm.ClosePort();
-        return result;
-    }
     // Errors while releasing the instrument are of no interest: it may be gone.
     try {
-        Connection(m_comm, *m_files.ini, *m_files.log, m_current, m_files.dataDir).Disconnect();
+        Disconnect();
     } catch (const UpdaterError &) {
         m_comm.ClosePort();
     }
-    return result;
-}
-
-JobResult Session::flashJob(const Job &job)
-{
-    // As the single-board run: the board's parameters come back from a backup made just before.
-    QString backupFile;
-    if (job.keepParameters) {
-        backupFile = QDir(m_files.dataDir).filePath(defaultBackupFile(Job::Kind::Backup));
-        JobResult backup = m_run.runBackupOnly(backupFile);
-        if (!backup.succeeded())
-            return backup;
-    }
-    // A bare flash: the board may be waiting in its bootloader and answer nothing but "C", so
-    // the port is opened without greeting the instrument.
-    if (!m_comm.OpenPort(cComm::Greeting::Silent)) {
-        JobResult result;
-        result.stage = Stage::Connect;
-        result.message = m_comm.lastError();
-        return result;
-    }
-    JobResult result = m_run.runFlashOnly(job.board, job.file, backupFile);
-    m_comm.ClosePort();
+    JobResult result;
+    result.status = JobResult::Status::Succeeded;
     return result;
 }

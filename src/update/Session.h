@@ -1,6 +1,5 @@
 #pragma once
 
-#include "boards/Board.h"
 #include "boards/cControler.h"
 #include "link/cComm.h"
 #include "update/Connection.h"
@@ -14,8 +13,6 @@
 class Clock;
 class Operator;
 class SerialLine;
-class cINI;
-class cLog;
 
 // One instrument on one serial line: the transceiver, the six board descriptors and every job
 // that the updater does with an instrument. Both front ends run their work as jobs here and
@@ -32,6 +29,7 @@ class Session : public QObject
 public:
     // How long a connect listens for a bootloader's "C" when the greeting found nobody.
     static constexpr int kBootloaderListenMs = 3000;
+    static constexpr int kDisconnectTimeoutMs = 200;
 
     Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
             QObject *parent = nullptr);
@@ -44,9 +42,8 @@ public:
 
     // What the last Connect found.
     const Connection::Result &connection() const { return m_connection; }
-    bool isOpen();
-    QString comPort() const;
-    bool portValid() const;
+    QString comPort() const { return m_comm.ComPort(); }
+    bool portValid() const { return m_comm.IsValidPort(); }
 
     BoardSet &current() { return m_current; }
     BoardSet &fresh() { return m_fresh; }
@@ -73,10 +70,14 @@ signals:
     void succeeded();
 
 private:
+    // The connect sequence up to the board reads and the serial number. A board in its bootloader
+    // stops the reads; the caller hands that board to the single-board update.
+    Connection::Result ConnectAndIdentify(const QString &portText);
+    // Deselects the boards of an open port ("DHR;0", then "KEY;1" when the instrument answered)
+    // and closes the port.
+    void Disconnect();
     JobResult connectJob(const QString &port);
     JobResult disconnectJob();
-    JobResult backupJob(const QString &file);
-    JobResult flashJob(const Job &job);
     JobResult runJob(const Job &job);
     // Where a restore keeps the instrument's values before it writes any: a new name each time.
     QString safetyBackupFile();

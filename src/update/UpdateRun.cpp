@@ -118,17 +118,7 @@ bool UpdateRun::finishBoard(const RunJournal::Board &entry)
         found.InitFromDevice(&m_comm, board);
         if (!found.IsInBTLMode() && found.Firmware() == entry.firmware) {
             m_result.firmware = entry.firmware;
-            enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
-            const BoardFacts &facts = boardFacts(board);
-            SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
-            LogLine(u"Restoring data..."_s);
-            if (!restoreBoard(board, m_journal->backupFile))
-                return false;
-            m_result.updatedBoards.append(board);
-            m_journal->board(board)->done = true;
-            saveJournal();
-            enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
-            return true;
+            return restoreAfterTransfer(board, m_journal->backupFile);
         }
     }
     return boardSequence(board, entry.image, m_journal->backupFile);
@@ -247,15 +237,21 @@ JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile,
                                   const QString &backupFile)
 {
     begin();
-    if (!bootloaderAndTransfer(board, imageFile))
+    if (!backupFile.isEmpty() && !backupInto(backupFile, false))
         return finish(false);
-    if (backupFile.isEmpty()) {
-        SetCurrentAction(text(boardFacts(board).doneText));
-        return finish(true);
+    // A bare flash: the board may be waiting in its bootloader and answer nothing but "C", so
+    // the port is opened without greeting the instrument.
+    if (!m_comm.OpenPort(cComm::Greeting::Silent)) {
+        m_result.stage = Stage::Connect;
+        m_result.message = m_comm.lastError();
+        return finish(false);
     }
-    const bool ok = restoreAfterTransfer(board, backupFile);
-    if (ok)
-        enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
+    bool ok = bootloaderAndTransfer(board, imageFile);
+    if (ok && backupFile.isEmpty())
+        SetCurrentAction(text(boardFacts(board).doneText));
+    else if (ok)
+        ok = restoreAfterTransfer(board, backupFile);
+    m_comm.ClosePort();
     return finish(ok);
 }
 
@@ -297,10 +293,7 @@ bool UpdateRun::boardSequence(BoardKind board, const QString &image, const QStri
             recoverAfterFailedPass(board, m_result.stage != Stage::BootloaderStart, &passCounter);
         ++passCounter;
     } while (!ok && passCounter <= 1);
-    if (!ok || !restoreAfterTransfer(board, backupFile))
-        return false;
-    enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
-    return true;
+    return ok && restoreAfterTransfer(board, backupFile);
 }
 
 bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
@@ -316,6 +309,7 @@ bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
         entry->done = true;
         saveJournal();
     }
+    enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
     return true;
 }
 
@@ -439,28 +433,20 @@ bool UpdateRun::StartBootloader(BoardKind board)
                 const QByteArray second = m_comm.ReadT(kBootloaderReadMs, kCrLf);
                 if (second.contains(bootloaderTelegram)) {
                     m_comm.WriteTelegram("F", kCrLf);
-                    if (m_comm.ReadT(kBootloaderReadMs, {}).contains('C'))
-                        result = true;
+                    result = m_comm.ReadT(kBootloaderReadMs, {}).contains('C');
                 }
             } else {
                 m_comm.WriteTelegram("BOT;$", kCrLf);
                 WaitSeconds(kWaitAfterBotS);
-                QByteArray second = m_comm.ReadT(kBootloaderReadMs, bootloaderTelegram);
+                const QByteArray second = m_comm.ReadT(kBootloaderReadMs, bootloaderTelegram);
                 if (second.contains('C') || second.contains(bootloaderTelegram)) {
                     WaitSeconds(kWaitBeforeRequestReadS);
-                    second = m_comm.ReadT(kBootloaderReadMs, "C");
-                    if (second.contains('C')) {
-                        result = true;
-                        break;
-                    }
-                    result = false;
+                    result = m_comm.ReadT(kBootloaderReadMs, "C").contains('C');
                 }
             }
         }
-        if (answer.endsWith('C')) {
+        if (answer.endsWith('C'))
             result = true;
-            break;
-        }
     }
     log(result ? u"Bootloader started"_s : u"Bootloader not started"_s);
     return result;

@@ -75,8 +75,9 @@ public:
     void setSerialNumber(const QString &serialNumber) { m_serialNumber = serialNumber; }
     // Every parameter into backupFile, nothing else.
     JobResult runBackupOnly(const QString &backupFile);
-    // Bootloader start and transfer of imageFile to one board; with a backupFile, then the
-    // board's parameters from it, as after any update of a board.
+    // Bootloader start and transfer of imageFile to one board, on the port opened without a
+    // greeting; with a backupFile, every parameter into it first and the board's back from it
+    // after the transfer, as after any update of a board.
     JobResult runFlashOnly(BoardKind board, const QString &imageFile,
                            const QString &backupFile = {});
 

@@ -4,7 +4,6 @@
 #include "update/Session.h"
 
 #include <QDir>
-#include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
@@ -16,9 +15,6 @@ struct Killed
 {
 };
 
-// How long the operator takes to start the updater again.
-constexpr int kRestartMs = 15000;
-
 struct KillPoint
 {
     BoardKind board;
@@ -26,67 +22,40 @@ struct KillPoint
     int packet; // Transfer: the packet after which the updater stops; 0 at the stage's start
 };
 
-class Interrupt : public ::testing::TestWithParam<KillPoint>
+class Interrupt : public ::testing::TestWithParam<KillPoint>, public SimRig
 {
 protected:
-    void loadFirmware(Session &session)
+    // A fresh updater on the program folder, connected, with the firmware files read.
+    std::unique_ptr<Session> connected()
     {
+        auto session = std::make_unique<Session>(sim.line(), clock, op,
+                                                 SessionFiles {&ini, &log, dir.path(), dir.path()});
+        if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
+            return {};
         for (const BoardKind kind : kPanelOrder) {
             const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-            session.fresh()[kind].InitFromBinFile(
-                rig.dir.path(), modHelper::FindNewestFile(rig.dir.path(), pattern), pattern, kind);
+            session->fresh()[kind].InitFromBinFile(
+                dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
         }
+        return session;
     }
-    std::unique_ptr<Session> updater()
-    {
-        return std::make_unique<Session>(
-            rig.sim.line(), rig.clock, rig.op,
-            SessionFiles {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
-    }
-    // What an operator does with a fresh updater: connect, finish a board found waiting in its
-    // bootloader, connect again, update.
-    bool finishWithAFreshUpdater()
-    {
-        const auto session = updater();
-        if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
-            return false;
-        loadFirmware(*session);
-        if (const auto waiting = session->connection().bootloaderBoard) {
-            if (!session->run(Job::singleBoard(*waiting)).succeeded())
-                return false;
-            session->run(Job::disconnect());
-            if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
-                return false;
-        }
-        return session->run(Job::update(false)).succeeded();
-    }
-    PerBoard<QMap<QByteArray, QByteArray>> values()
-    {
-        PerBoard<QMap<QByteArray, QByteArray>> v;
-        for (const BoardKind kind : kPanelOrder)
-            v[kind] = rig.instrument().board(kind).values;
-        return v;
-    }
-
-    SimRig rig;
 };
 
 TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
 {
     const KillPoint kill = GetParam();
-    rig.writeFirmware("2.01", "1.21", "1.03");
-    const auto before = values();
+    writeFirmware("2.01", "1.21", "1.03");
+    const InstrumentState before = instrument().state();
     {
-        const auto first = updater();
-        ASSERT_TRUE(first->run(Job::connectTo(u"COM1"_s)).succeeded());
-        loadFirmware(*first);
+        const auto first = connected();
+        ASSERT_TRUE(first);
         bool armed = false;
+        int packets = 0;
         QObject::connect(first.get(), &Session::jobEvent, [&](const JobEvent &e) {
             armed = e.stage == kill.stage && (e.board == kill.board || kill.stage == Stage::Backup);
             if (armed && kill.packet == 0)
                 throw Killed {};
         });
-        int packets = 0;
         QObject::connect(first.get(), &Session::transferProgressChanged,
                          [&](const TransferProgress &) {
                              if (armed && ++packets == kill.packet)
@@ -94,17 +63,28 @@ TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
                          });
         EXPECT_THROW(first->run(Job::update(false)), Killed);
     }
-    rig.sim.line().close(); // the killed program's port is closed by the system
-    rig.clock.sleepMs(kRestartMs);
+    sim.line().close(); // the killed program's port is closed by the system
+    clock.sleepMs(15000); // the operator starts the updater again
 
-    EXPECT_TRUE(finishWithAFreshUpdater())
-        << rig.logLines().mid(rig.logLines().size() - 40).join('\n').constData();
-    for (const auto &[kind, version] :
-         {std::pair {BoardKind::Cpu, "2.01"}, {BoardKind::Meas, "1.21"}, {BoardKind::Main, "1.03"}})
-        EXPECT_EQ(rig.instrument().board(kind).firmware, QByteArray(version))
+    // A fresh updater connects, finishes a board found waiting in its bootloader, connects again
+    // and updates.
+    const auto session = connected();
+    ASSERT_TRUE(session);
+    if (const auto waiting = session->connection().bootloaderBoard) {
+        ASSERT_TRUE(session->run(Job::singleBoard(*waiting)).succeeded());
+        session->run(Job::disconnect());
+        ASSERT_TRUE(session->run(Job::connectTo(u"COM1"_s)).succeeded());
+    }
+    EXPECT_TRUE(session->run(Job::update(false)).succeeded())
+        << logLines().mid(logLines().size() - 40).join('\n').constData();
+    for (const auto &[kind, version] : {std::pair {BoardKind::Cpu, "2.01"},
+                                        {BoardKind::Meas, "1.21"},
+                                        {BoardKind::Main, "1.03"}}) {
+        EXPECT_EQ(instrument().board(kind).firmware, QByteArray(version));
+        EXPECT_EQ(instrument().board(kind).values, before.board(kind).values)
             << boardName(kind).toStdString();
-    EXPECT_EQ(values(), before);
-    EXPECT_TRUE(QDir(rig.dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+    }
+    EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
 }
 
 std::vector<KillPoint> killPoints()
@@ -142,11 +122,7 @@ TEST(UntrustedJournal, IsReportedAndNotUsed)
     const auto spoilt = [&](const char *from, const char *to) {
         return QByteArray(valid).replace(from, to);
     };
-    const struct
-    {
-        QByteArray content;
-        const char *problem;
-    } rows[] = {
+    const std::pair<QByteArray, const char *> rows[] = {
         {QByteArray("\x00\xff{not json", 10), "is damaged"},
         {spoilt("varimo-run-journal", "something-else"), "is damaged"},
         {spoilt("\"main\"", "\"top\""), "is damaged"},
@@ -154,16 +130,16 @@ TEST(UntrustedJournal, IsReportedAndNotUsed)
         {spoilt("\"00042\"", "\"00077\""), "belongs to VARIMOsentry SN 00077"},
         {QByteArray(1024 * 1024, ' '), "cannot be read"},
     };
-    for (const auto &row : rows) {
+    for (const auto &[content, problem] : rows) {
         SimRig rig;
         QFile file(rig.path(RunJournal::fileNameFor(u"00042"_s)));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(row.content);
+        file.write(content);
         file.close();
         Session session(rig.sim.line(), rig.clock, rig.op,
                         SessionFiles {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
         ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
-        EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(row.problem)))
+        EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(problem)))
             << session.connection().journalProblem.toStdString();
         EXPECT_TRUE(session.connection().unfinishedRun.isEmpty());
         EXPECT_FALSE(session.journal());

@@ -9,16 +9,12 @@ namespace {
 // is wrong.
 TEST(SimFaultText, ParsesEveryActionAndSaysWhatIsWrong)
 {
-    const std::pair<const char *, const char *> cases[] = {
-        {"silent telegram=KVT count=2", ""},
-        {"silent", ""},
-        {"silent at=1000 for=2000", ""},
+    const std::pair<const char *, const char *> rows[] = {
         {"answer text=\"E;13\" telegram=DHR;4", ""},
         {"answer text=\"\\x15garbage\\r\\n\" nth=3 count=ever", ""},
         {"nak packet=5 count=2", ""},
         {"drop dir=in byte=140 count=3", ""},
         {"corrupt dir=out byte=1", ""},
-        {"unplug nth=12", ""},
         {"unplug telegram=BOT;$", ""},
         {"unplug packet=50", ""},
         {"", "empty"},
@@ -34,7 +30,7 @@ TEST(SimFaultText, ParsesEveryActionAndSaysWhatIsWrong)
         {"answer text=\\x4", "hex"},
         {"nak packet=1 dir=in", "does not go"},
     };
-    for (const auto &[text, says] : cases) {
+    for (const auto &[text, says] : rows) {
         const auto parsed = FaultRule::parse(QString::fromLatin1(text));
         ASSERT_EQ(parsed.ok, !*says) << text << ": " << parsed.error.toStdString();
         EXPECT_TRUE(parsed.error.contains(QString::fromLatin1(says))) << text;
@@ -44,10 +40,11 @@ TEST(SimFaultText, ParsesEveryActionAndSaysWhatIsWrong)
     EXPECT_EQ(FaultRule::parse(QStringLiteral("answer text=\"a b\\x7F\"")).rule.text, "a b\x7F");
 }
 
-// Rules on telegrams: each row adds one rule to a fresh instrument and talks to it.
+// Each row adds one rule (which its text form gives again) to a fresh instrument and talks to it
+// (see SimDriver::talk).
 TEST(SimFaults, TelegramRulesDoWhatTheySay)
 {
-    const std::pair<const char *, QByteArray> cases[] = {
+    const std::pair<const char *, QByteArray> rows[] = {
         {"silent telegram=KVT count=2", "KVT= SER=SER;42 KVT= KVT=KVT;VARIMOsentry;2.00;15"},
         {"silent telegram=DHR;2", "DHR;2= KVT=KVT;VARIMOsentry;2.00;15"}, // not taken
         {"answer text=E;13 telegram=DHR;4", "DHR;4=E;13 KVT=KVT;VARIMOsentry;2.00;15"},
@@ -57,68 +54,47 @@ TEST(SimFaults, TelegramRulesDoWhatTheySay)
         {"drop dir=in byte=2", "KVT=E;10 KVT=KVT;VARIMOsentry;2.00;15"}, // "KT"
         {"corrupt dir=out byte=1 count=2", "SER=\xAC\xBAR;42 SER=SER;42"},
         {"silent", "KVT= SER="},
+        {"silent at=1000 for=2000", "SER=SER;42 @1000 SER= @1000 SER=SER;42"},
+        // The adapter goes after the answer, and nothing passes until it is plugged in again.
+        {"unplug nth=2",
+         "KVT=KVT;VARIMOsentry;2.00;15 SER=SER;42 @10 SER= close open= !plug open "
+         "SER=SER;42"},
     };
-    for (const auto &[rule, script] : cases) {
+    for (const auto &[rule, script] : rows) {
         SimDriver sim;
         const auto parsed = FaultRule::parse(QString::fromLatin1(rule));
         ASSERT_TRUE(parsed.ok) << parsed.error.toStdString();
+        EXPECT_EQ(FaultRule::parse(QString::fromLatin1(parsed.rule.toText())).rule.toText(),
+                  parsed.rule.toText());
         sim.instrument().addFault(parsed.rule);
         EXPECT_EQ(sim.talk(script), "") << rule;
     }
 }
 
-TEST(SimFaults, SilenceForATimeEndsOnTime)
+// Rules on blocks: a refused packet (each block tried up to three times), the adapter pulled.
+TEST(SimFaults, PacketRulesDoWhatTheySay)
 {
-    SimDriver sim;
-    sim.instrument().addFault(FaultRule::silence(1000, 2000));
-    EXPECT_EQ(sim.talk("SER=SER;42"), "");
-    sim.readFor(1000 - int(sim.now()));
-    EXPECT_EQ(sim.talk("SER="), "");
-    sim.readFor(3000 - int(sim.now()));
-    EXPECT_EQ(sim.talk("SER=SER;42"), "");
-}
-
-TEST(SimFaults, NakPacketRefusesThatBlockTheGivenNumberOfTimes)
-{
-    SimDriver sim;
-    sim.instrument().addFault(FaultRule::nakPacket(3, 2));
-    sim.ask("DHR;4");
-    sim.write("BOT;$\r\n");
-    sim.readFor(2000);
-    const QByteArray image = FirmwareImage::make(BoardKind::Main, "1.03", "8");
-    QByteArray answers;
-    for (qsizetype at = 0, n = 1; at < 4 * 128; at += 128, ++n) {
-        for (int i = 0; i < 3 && !answers.endsWith('\x06'); ++i) {
-            sim.write(xmodemBlock(quint8(n), image.mid(at, 128)));
-            answers += sim.readFor(100);
+    const QByteArray image = FirmwareImage::make(BoardKind::Main, "1.03", "8").left(4 * 128);
+    const std::pair<FaultRule, QByteArray> rows[] = {
+        {FaultRule::nakPacket(3, 2), "\x06|\x06|\x15\x15\x06|\x06|"},
+        {FaultRule::unplugAfterPacket(2), QByteArray("\x06|\x06|\0\0\0|\0\0\0|", 12)},
+    };
+    for (const auto &[rule, answers] : rows) {
+        SimDriver sim;
+        sim.instrument().addFault(rule);
+        ASSERT_EQ(sim.talk("DHR;4 BOT;$"), "");
+        sim.readFor(2000);
+        QByteArray got;
+        for (qsizetype at = 0, n = 1; at < image.size(); at += 128, ++n) {
+            for (int i = 0; i < 3 && !got.endsWith('\x06'); ++i) {
+                sim.write(xmodemBlock(quint8(n), image.mid(at, 128)));
+                const QByteArray answer = sim.readFor(100);
+                got += answer.isEmpty() ? QByteArray(1, '\0') : answer;
+            }
+            got += '|';
         }
-        answers += '|';
+        EXPECT_EQ(got, answers);
     }
-    EXPECT_EQ(answers, "\x06|\x06|\x15\x15\x06|\x06|");
-}
-
-TEST(SimFaults, UnplugPullsTheAdapterAfterTheAnswer)
-{
-    SimDriver sim;
-    sim.instrument().addFault(FaultRule::unplugAfterTelegram(2));
-    EXPECT_EQ(sim.talk("KVT=KVT;VARIMOsentry;2.00;15 SER=SER;42"), "");
-    sim.readFor(10);
-    EXPECT_FALSE(sim.line().isOpen());
-    sim.line().close();
-    EXPECT_FALSE(sim.line().open());
-    sim.instrument().plug();
-    ASSERT_TRUE(sim.line().open());
-    EXPECT_EQ(sim.ask("SER"), "SER;42");
-
-    SimDriver flashing;
-    flashing.instrument().addFault(FaultRule::unplugAfterPacket(2));
-    flashing.ask("DHR;4");
-    flashing.write("BOT;$\r\n");
-    flashing.readFor(2000);
-    const QByteArray image = FirmwareImage::make(BoardKind::Main, "1.03", "8");
-    const QByteArray answers = sendImage(flashing, image.left(3 * 128));
-    EXPECT_EQ(answers.left(2), "\x06\x06");
-    EXPECT_FALSE(flashing.line().isOpen());
 }
 
 } // namespace

@@ -2,27 +2,73 @@
 
 #include "link/cCRC.h"
 
-QByteArray xmodemBlock(quint8 number, const QByteArray &data128)
+QByteArray SimDriver::readUntil(const QByteArray &end, int timeoutMs)
 {
-    QByteArray block;
-    block.append(char(0x01)).append(char(number)).append(char(255 - number)).append(data128);
-    const qint32 crc = cCRC::crc16(data128, 0, 128);
-    block.append(char(crc >> 8)).append(char(crc & 0xFF));
-    return block;
+    const qint64 deadline = now() + timeoutMs;
+    QByteArray got;
+    while (now() < deadline && (end.isEmpty() || !got.contains(end))) {
+        if (!line().isOpen())
+            clock.advanceTo(deadline); // a closed line does not wait
+        line().waitForData(int(deadline - now()));
+        got += line().readAll();
+    }
+    return got;
+}
+
+QByteArray SimDriver::ask(const QByteArray &telegram, int timeoutMs)
+{
+    line().discardInput();
+    write(telegram + "\r\n");
+    const QByteArray got = readUntil(QByteArrayLiteral("\r\n"), timeoutMs);
+    return got.endsWith("\r\n") ? got.chopped(2) : got;
 }
 
 QByteArray SimDriver::talk(const QByteArray &script, int timeoutMs)
 {
     QByteArray wrong;
     for (const QByteArray &step : script.split(' ')) {
-        const qsizetype equals = step.indexOf('=');
-        const QByteArray telegram = step.left(equals < 0 ? step.size() : equals);
-        const QByteArray expected = equals < 0 ? step : step.mid(equals + 1);
-        const QByteArray got = ask(telegram, timeoutMs);
-        if (got != expected)
-            wrong += telegram + " -> " + got + " (expected " + expected + ") ";
+        bool ok = true;
+        if (step.startsWith('@')) {
+            readFor(step.mid(1).toInt());
+        } else if (step == "!plug" || step == "!unplug") {
+            step == "!plug" ? instrument().plug() : instrument().unplug();
+        } else if (step.startsWith('!')) {
+            instrument().press(*keyFromName(step.mid(1)));
+        } else if (step == "close") {
+            line().close();
+        } else if (step.startsWith("open")) {
+            ok = line().open() == (step == "open");
+        } else {
+            const qsizetype equals = step.indexOf('=');
+            const QByteArray telegram = step.left(equals < 0 ? step.size() : equals);
+            const QByteArray expected = equals < 0 ? step : step.mid(equals + 1);
+            const QByteArray got = ask(telegram, timeoutMs);
+            ok = got == expected;
+            if (!ok)
+                wrong += telegram + " -> " + got + " (expected " + expected + ") ";
+            continue;
+        }
+        if (!ok)
+            wrong += step + " failed ";
     }
     return wrong;
+}
+
+QByteArrayList SimDriver::keys()
+{
+    QByteArrayList out;
+    for (const Trace::Entry &e : instrument().trace().entries())
+        if (e.kind == Trace::Entry::Event && e.text.startsWith("key "))
+            out << e.text.mid(4);
+    return out;
+}
+
+QByteArray xmodemBlock(quint8 number, const QByteArray &data128)
+{
+    QByteArray block;
+    block.append(char(0x01)).append(char(number)).append(char(255 - number)).append(data128);
+    const qint32 crc = cCRC::crc16(data128, 0, 128);
+    return block.append(char(crc >> 8)).append(char(crc & 0xFF));
 }
 
 QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock)
@@ -37,10 +83,9 @@ QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock)
             if (!driver.line().isOpen())
                 driver.clock.advanceTo(deadline);
             driver.line().waitForData(int(deadline - driver.now()));
-            for (char c : driver.line().readAll()) {
+            for (char c : driver.line().readAll())
                 if (c == 0x06 || c == 0x15)
                     answer = c;
-            }
         }
         answers.append(answer);
     };

@@ -21,49 +21,22 @@ struct SimDriver
     qint64 now() const { return clock.elapsedMs(); }
 
     void write(const QByteArray &bytes) { line().write(bytes); }
-
     // Everything that arrives within ms.
     QByteArray readFor(int ms) { return readUntil({}, ms); }
-
     // What arrives until `end` has come or timeoutMs has passed.
-    QByteArray readUntil(const QByteArray &end, int timeoutMs)
-    {
-        const qint64 deadline = now() + timeoutMs;
-        QByteArray got;
-        while (now() < deadline && (end.isEmpty() || !got.contains(end))) {
-            if (!line().isOpen())
-                clock.advanceTo(deadline); // a closed line does not wait
-            line().waitForData(int(deadline - now()));
-            got += line().readAll();
-        }
-        return got;
-    }
-
+    QByteArray readUntil(const QByteArray &end, int timeoutMs);
     // Sends the telegram with CR LF and returns the answer without it (or what came by the time
     // out).
-    QByteArray ask(const QByteArray &telegram, int timeoutMs = 1000)
-    {
-        line().discardInput();
-        write(telegram + "\r\n");
-        const QByteArray got = readUntil(QByteArrayLiteral("\r\n"), timeoutMs);
-        return got.endsWith("\r\n") ? got.chopped(2) : got;
-    }
+    QByteArray ask(const QByteArray &telegram, int timeoutMs = 1000);
 
-    // Asks the telegrams of a script "telegram[=answer] ..." in turn; without "=answer" the echo
-    // is expected, with "=" alone silence. Returns the exchanges that went otherwise ("" when all
-    // went as written).
+    // Runs a script of steps separated by blanks and returns the steps that went otherwise (""
+    // when all went as written): "telegram" expects its echo, "telegram=answer" that answer,
+    // "telegram=" silence; "@ms" waits; "!key" presses a panel key ("!plug", "!unplug" the
+    // adapter); "close" closes the line, "open" opens it, "open=" must fail to.
     QByteArray talk(const QByteArray &script, int timeoutMs = 1000);
 
     // The keys pressed so far, from the trace.
-    QByteArrayList keys()
-    {
-        QByteArrayList out;
-        for (const Trace::Entry &e : instrument().trace().entries()) {
-            if (e.kind == Trace::Entry::Event && e.text.startsWith("key "))
-                out << e.text.mid(4);
-        }
-        return out;
-    }
+    QByteArrayList keys();
 
     VirtualClock clock;
     SimulatedInstrument sim;

@@ -24,7 +24,7 @@ TEST(SimStateFile, KeepsEveryByteOfEveryValueAndWhereEachBoardWasLeft)
     ASSERT_TRUE(StateFile::save(path, state));
     const StateFile::LoadResult loaded = StateFile::load(path);
     ASSERT_TRUE(loaded.ok) << loaded.error.toStdString();
-    const InstrumentState &back = loaded.state;
+    InstrumentState back = loaded.state;
     for (BoardKind kind : kAllBoards)
         EXPECT_EQ(back.board(kind).values, state.board(kind).values);
     EXPECT_EQ(back.board(BoardKind::Main).mode, BoardMode::Requesting);
@@ -35,15 +35,13 @@ TEST(SimStateFile, KeepsEveryByteOfEveryValueAndWhereEachBoardWasLeft)
     EXPECT_EQ(back.board(BoardKind::Meas).name, "Vm2MM");
 
     // Loaded into an instrument whose CPU Board routes, the Main Board asks with "C" at once.
-    InstrumentState routing = back;
-    routing.board(BoardKind::Cpu).mode = BoardMode::Application;
-    SimDriver sim(routing);
-    EXPECT_EQ(sim.readFor(1500), "CC");
+    back.board(BoardKind::Cpu).mode = BoardMode::Application;
+    EXPECT_EQ(SimDriver(back).readFor(1500), "CC");
 }
 
 TEST(SimStateFile, SaysWhatIsWrong)
 {
-    const std::pair<const char *, const char *> bad[] = {
+    const std::pair<const char *, const char *> rows[] = {
         {"{", "not JSON"},
         {"[]", "not an object"},
         {R"({"serialNumber": 40000})", "serialNumber"},
@@ -55,7 +53,7 @@ TEST(SimStateFile, SaysWhatIsWrong)
         {R"({"boards": {"main": {"values": {"CH": "\u20ac"}}}})", "Latin-1"},
         {R"({"boards": {"main": {"name": 5}}})", "boards.main.name"},
     };
-    for (const auto &[json, says] : bad) {
+    for (const auto &[json, says] : rows) {
         const StateFile::LoadResult r = StateFile::fromJson(json);
         EXPECT_FALSE(r.ok) << json;
         EXPECT_TRUE(r.error.contains(QString::fromLatin1(says)))

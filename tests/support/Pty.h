@@ -16,7 +16,6 @@ public:
 
     bool isValid() const { return m_master >= 0; }
     QString slavePath() const { return m_slavePath; }
-    int masterFd() const { return m_master; }
 
     // Writes all bytes to the master end.
     bool write(const QByteArray &bytes);

@@ -24,7 +24,6 @@ bool ScriptedLine::setSettings(const QString &s)
 
 bool ScriptedLine::open()
 {
-    ++opens;
     if (openFails || unplugged) {
         m_error = m_portName + u": no such device"_s;
         return false;

@@ -57,7 +57,6 @@ public:
     QString settings;
     bool openFails = false;
     bool unplugged = false;
-    int opens = 0;
     int discards = 0;
 
 private:

@@ -21,13 +21,12 @@ public:
 
     void messageBox(const QString &text) override;
     void instruction(Instruction kind, const QStringList &lines) override;
-    void letEventsRun() override { ++eventRuns; }
+    void letEventsRun() override { }
 
     // Called for every prompt before it is answered.
     void setReaction(Reaction reaction) { m_reaction = std::move(reaction); }
 
     std::vector<Prompt> prompts;
-    int eventRuns = 0;
 
 private:
     void record(Prompt prompt);

@@ -18,8 +18,6 @@ SimRig::SimRig()
             instrument().press(PanelKey::MenuClose);
             return;
         }
-        if (!operatorPressesKeys)
-            return;
         constexpr int kBetweenKeysMs = 300;
         switch (prompt.instruction) {
         case Operator::Instruction::CpuUpdateMode:
@@ -46,20 +44,18 @@ void SimRig::openPort()
     ASSERT_TRUE(comm.OpenPort());
 }
 
-QByteArrayList SimRig::received() const
-{
-    return const_cast<SimulatedInstrument &>(sim).instrument().trace().texts(
-        Trace::Entry::Received);
-}
-
 QByteArrayList SimRig::receivedSinceMark() const
 {
-    return received().mid(qsizetype(m_mark));
+    return const_cast<SimRig *>(this)
+        ->instrument()
+        .trace()
+        .texts(Trace::Entry::Received)
+        .mid(qsizetype(m_mark));
 }
 
 void SimRig::markTrace()
 {
-    m_mark = size_t(received().size());
+    m_mark = size_t(instrument().trace().texts(Trace::Entry::Received).size());
 }
 
 QByteArrayList SimRig::logLines() const
@@ -81,7 +77,7 @@ QByteArrayList SimRig::logLines() const
 }
 
 QStringList SimRig::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
-                                      const QByteArray &main)
+                                  const QByteArray &main)
 {
     QString error;
     const QStringList names =

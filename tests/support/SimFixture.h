@@ -23,10 +23,8 @@ public:
     // Opens the port as Connect does; asserts that the instrument greeted back.
     void openPort();
 
-    // Telegrams the instrument received (without CR LF; firmware blocks appear as the simulator's
-    // trace writes them), from the trace.
-    QByteArrayList received() const;
-    // The same, counted from the last call of markTrace().
+    // Telegrams the instrument received since the last call of markTrace() (without CR LF;
+    // firmware blocks appear as the simulator's trace writes them), from the trace.
     QByteArrayList receivedSinceMark() const;
     void markTrace();
     // The lines of the updater's log file without their time stamps and indents.
@@ -47,8 +45,6 @@ public:
     cLog log {&clock};
     cINI ini;
     cComm comm {sim.line(), clock, op};
-    // Whether the operator follows the instructions (tests of refusals switch it off).
-    bool operatorPressesKeys = true;
 
 private:
     size_t m_mark = 0;

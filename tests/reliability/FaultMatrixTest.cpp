@@ -299,12 +299,24 @@ struct Outcome
     }
 };
 
+// A value is kept when it reads back as the same bytes or as the same number in another notation:
+// "CA;0.250" that lost its last byte on the way is stored as 0.25, which the board echoes as the
+// same number, so the restore rightly takes it.
+bool sameValue(const QByteArray &before, const QByteArray &after)
+{
+    bool beforeIsNumber = false;
+    bool afterIsNumber = false;
+    return before == after ||
+        (before.toDouble(&beforeIsNumber) == after.toDouble(&afterIsNumber) && beforeIsNumber &&
+         afterIsNumber);
+}
+
 int differences(const InstrumentState &a, const InstrumentState &b)
 {
     int n = 0;
     for (const BoardKind kind : kAllBoards)
         for (auto it = a.board(kind).values.begin(); it != a.board(kind).values.end(); ++it)
-            n += b.board(kind).values.value(it.key()) != it.value();
+            n += !sameValue(it.value(), b.board(kind).values.value(it.key()));
     return n;
 }
 

@@ -10,9 +10,9 @@
 
 using namespace Qt::StringLiterals;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+FUZZ_TARGET(input)
 {
-    const QList<QByteArray> parts = fuzz::fields(fuzz::bytes(data, size), 3);
+    const QList<QByteArray> parts = fuzz::fields(input, 3);
     const QString fileName = QString::fromLatin1(parts[0]);
     const QString pattern = QString::fromLatin1(parts[1]);
 
@@ -38,5 +38,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             return a.toUpper() < b.toUpper();
         }));
     FUZZ_CHECK(std::is_permutation(sorted.cbegin(), sorted.cend(), names.cbegin(), names.cend()));
-    return 0;
 }

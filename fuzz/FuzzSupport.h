@@ -1,10 +1,12 @@
 #pragma once
 
-// Shared by the fuzz targets: the input as bytes, splitting it into fields, and the check that
-// turns a broken property into a crash the fuzzer reports (and the smoke driver fails on).
+// Shared by the fuzz targets: the entry point over the input as bytes, splitting it into fields,
+// scratch files, and the check that turns a broken property into a crash the fuzzer reports (and
+// the smoke driver fails on).
 
 #include <QByteArray>
 #include <QDir>
+#include <QFile>
 #include <QList>
 #include <QTemporaryDir>
 #include <cstddef>
@@ -23,39 +25,40 @@ namespace fuzz {
     std::abort();
 }
 
-inline QByteArray bytes(const uint8_t *data, size_t size)
-{
-    return QByteArray(reinterpret_cast<const char *>(data), qsizetype(size));
-}
-
 // The input cut at its first count - 1 line feeds: count fields, the last one holding the rest
 // (missing fields are empty).
 inline QList<QByteArray> fields(const QByteArray &input, int count)
 {
-    QList<QByteArray> out;
-    qsizetype start = 0;
-    for (int i = 0; i + 1 < count; ++i) {
-        const qsizetype end = input.indexOf('\n', start);
-        if (end < 0) {
-            out.append(input.mid(start));
-            start = input.size();
-            continue;
-        }
-        out.append(input.mid(start, end - start));
-        start = end + 1;
-    }
-    out.append(input.mid(start));
+    const QList<QByteArray> lines = input.split('\n');
+    QList<QByteArray> out = lines.mid(0, count - 1);
+    out.append(lines.mid(count - 1).join('\n'));
+    out.resize(count);
     return out;
 }
 
-// A folder for the files a target reads and writes, in memory where the system has a place for
+// A file of the folder the targets read and write, in memory where the system has a place for
 // it (every save is flushed to disk, which would dominate the run time).
-inline const QTemporaryDir &scratchFolder()
+inline QString scratchFile(const QString &name)
 {
     static const QTemporaryDir dir(QDir(QStringLiteral("/dev/shm")).exists()
                                        ? QStringLiteral("/dev/shm/varimo-fuzz-XXXXXX")
                                        : QDir::tempPath() + QStringLiteral("/varimo-fuzz-XXXXXX"));
-    return dir;
+    if (!dir.isValid())
+        propertyBroken("scratch folder created", __FILE__, __LINE__);
+    return dir.filePath(name);
+}
+
+inline bool writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+        file.write(content) == content.size();
+}
+
+inline QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace fuzz
@@ -65,3 +68,13 @@ inline const QTemporaryDir &scratchFolder()
         if (!(condition))                                                                          \
             ::fuzz::propertyBroken(#condition, __FILE__, __LINE__);                                \
     } while (false)
+
+// The target's body, run on each input as bytes: FUZZ_TARGET(input) { ... }
+#define FUZZ_TARGET(input)                                                                         \
+    static void fuzzOne(const QByteArray &input);                                                  \
+    extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)                        \
+    {                                                                                              \
+        fuzzOne(QByteArray(reinterpret_cast<const char *>(data), qsizetype(size)));                \
+        return 0;                                                                                  \
+    }                                                                                              \
+    static void fuzzOne(const QByteArray &input)

@@ -6,7 +6,6 @@
 #include "FuzzSupport.h"
 #include "shell/cINI.h"
 
-#include <QFile>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -23,20 +22,14 @@ bool plainName(const QString &name)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+FUZZ_TARGET(input)
 {
-    const QTemporaryDir &dir = fuzz::scratchFolder();
-    FUZZ_CHECK(dir.isValid());
-    const QList<QByteArray> parts = fuzz::fields(fuzz::bytes(data, size), 4);
+    const QList<QByteArray> parts = fuzz::fields(input, 4);
     const QString section = QString::fromLatin1(parts[0]);
     const QString key = QString::fromLatin1(parts[1]);
     const QString value = QString::fromLatin1(parts[2]);
-    const QString path = dir.filePath(u"VarimoSentry_Updater.ini"_s);
-    {
-        QFile file(path);
-        FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        FUZZ_CHECK(file.write(parts[3]) == parts[3].size());
-    }
+    const QString path = fuzz::scratchFile(u"VarimoSentry_Updater.ini"_s);
+    FUZZ_CHECK(fuzz::writeFile(path, parts[3]));
 
     cINI ini;
     ini.Init(path);
@@ -50,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_CHECK(ini.GetBoolValue(section, key, true) == (read != u"0"_s));
 
     if (!plainName(section) || !plainName(key) || value.contains(u'\r') || value.contains(u'\n'))
-        return 0;
+        return;
     FUZZ_CHECK(ini.SetValue(section, key, value));
     const QString back = ini.GetValue(section, key, longDefault);
     const QString trimmed = value.trimmed();
@@ -58,5 +51,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         FUZZ_CHECK(back == trimmed.left(cINI::kMaxValueLength));
     else
         FUZZ_CHECK(back.size() <= cINI::kMaxValueLength);
-    return 0;
 }

@@ -7,28 +7,26 @@
 #include "FuzzSupport.h"
 #include "InstrumentState.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+FUZZ_TARGET(input)
 {
-    const QByteArray input = fuzz::bytes(data, size);
     if (input.startsWith('{')) {
         const StateFile::LoadResult loaded = StateFile::fromJson(input);
         FUZZ_CHECK(loaded.ok == loaded.error.isEmpty());
         if (!loaded.ok)
-            return 0;
+            return;
         const QByteArray json = StateFile::toJson(loaded.state);
         const StateFile::LoadResult again = StateFile::fromJson(json);
         FUZZ_CHECK(again.ok);
         FUZZ_CHECK(StateFile::toJson(again.state) == json);
-        return 0;
+        return;
     }
 
     const FaultRule::ParseResult parsed = FaultRule::parse(QString::fromLatin1(input));
     FUZZ_CHECK(parsed.ok == parsed.error.isEmpty());
     if (!parsed.ok)
-        return 0;
+        return;
     const QByteArray text = parsed.rule.toText();
     const FaultRule::ParseResult again = FaultRule::parse(QString::fromLatin1(text));
     FUZZ_CHECK(again.ok);
     FUZZ_CHECK(again.rule.toText() == text);
-    return 0;
 }

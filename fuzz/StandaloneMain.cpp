@@ -6,8 +6,6 @@
 
 #include "FuzzSupport.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <csignal>
 #include <cstring>
@@ -28,13 +26,6 @@ void reportCurrent()
     std::fflush(stderr);
 }
 
-void onAbort(int)
-{
-    reportCurrent();
-    std::signal(SIGABRT, SIG_DFL);
-    std::raise(SIGABRT);
-}
-
 // Bytes that matter to the parsers: separators, line ends, the acknowledge bytes, XML markup,
 // settings and fault-rule syntax, numbers at the edges of their types.
 const QByteArrayList kTokens =
@@ -50,43 +41,34 @@ qsizetype below(qsizetype n)
     return n <= 0 ? 0 : qsizetype(g_random() % quint64(n));
 }
 
-// Up to 64 bytes, most of them ones that matter.
-QByteArray fresh()
-{
-    QByteArray out(below(64), '\0');
-    for (char &c : out)
-        c = below(4) ? kTokens[below(kTokens.size())].front() : char(below(256));
-    return out;
-}
-
+// One to four steps: a byte changed, a byte or a token in, a range out or twice, spliced with
+// another input, cut short.
 QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
 {
     for (qsizetype steps = 1 + below(4); steps > 0; --steps) {
         const qsizetype at = below(in.size() + 1);
-        switch (below(8)) {
-        case 0: // a byte changed
+        const QByteArray &other = corpus[below(corpus.size())];
+        switch (below(7)) {
+        case 0:
             if (!in.isEmpty())
                 in[below(in.size())] ^= char(1 + below(255));
             break;
-        case 1: // a byte in
+        case 1:
             in.insert(at, char(below(256)));
             break;
         case 2:
-        case 3: // a token in
             in.insert(at, kTokens[below(kTokens.size())]);
             break;
-        case 4: // a range out
+        case 3:
             in.remove(at, 1 + below(8));
             break;
-        case 5: // a range twice
+        case 4:
             in.insert(below(in.size() + 1), in.mid(at, 1 + below(16)));
             break;
-        case 6: { // spliced with another input
-            const QByteArray &other = corpus[below(corpus.size())];
+        case 5:
             in = in.left(at) + other.mid(below(other.size() + 1));
             break;
-        }
-        default: // cut short
+        default:
             in.truncate(at);
         }
     }
@@ -108,41 +90,37 @@ int main(int argc, char **argv)
     uint32_t seed = 1;
     QList<QByteArray> corpus;
     for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], "-runs=", 6) == 0) {
+        if (std::strncmp(argv[i], "-runs=", 6) == 0)
             runs = std::strtol(argv[i] + 6, nullptr, 10);
-            continue;
-        }
-        if (std::strncmp(argv[i], "-seed=", 6) == 0) {
+        else if (std::strncmp(argv[i], "-seed=", 6) == 0)
             seed = uint32_t(std::strtoul(argv[i] + 6, nullptr, 10));
-            continue;
-        }
-        const QFileInfo given(QString::fromLocal8Bit(argv[i]));
-        const QFileInfoList files = given.isDir()
-            ? QDir(given.filePath()).entryInfoList(QDir::Files, QDir::Name)
-            : QFileInfoList {given};
-        for (const QFileInfo &file : files) {
-            QFile f(file.filePath());
-            if (!f.open(QIODevice::ReadOnly)) {
-                std::fprintf(stderr, "cannot read %s\n", qPrintable(file.filePath()));
-                return 2;
-            }
-            corpus.append(f.readAll());
+        else if (QFileInfo(QString::fromLocal8Bit(argv[i])).isDir())
+            for (const QFileInfo &file :
+                 QDir(QString::fromLocal8Bit(argv[i])).entryInfoList(QDir::Files, QDir::Name))
+                corpus.append(fuzz::contentOf(file.filePath()));
+        else if (QFile::exists(QString::fromLocal8Bit(argv[i])))
+            corpus.append(fuzz::contentOf(QString::fromLocal8Bit(argv[i])));
+        else {
+            std::fprintf(stderr, "cannot read %s\n", argv[i]);
+            return 2;
         }
     }
 
-    std::signal(SIGABRT, onAbort);
+    std::signal(SIGABRT, [](int) {
+        reportCurrent();
+        std::signal(SIGABRT, SIG_DFL);
+        std::raise(SIGABRT);
+    });
 #if defined(__SANITIZE_ADDRESS__)
     __sanitizer_set_death_callback(reportCurrent);
 #endif
-
     for (const QByteArray &input : corpus)
         run(input);
-    if (corpus.isEmpty())
-        corpus.append(QByteArray());
+    corpus.append(QByteArray()); // generated inputs also start from nothing
     g_random.seed(seed);
     for (long i = 0; i < runs; ++i)
-        run(below(4) ? mutate(corpus[below(corpus.size())], corpus) : fresh());
+        run(mutate(corpus[below(corpus.size())], corpus));
     std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                qint64(corpus.size()), runs, seed);
+                qint64(corpus.size() - 1), runs, seed);
     return 0;
 }

@@ -7,37 +7,29 @@ namespace {
 
 TEST(ExtractValue, CutsTheEchoAndOptionallyTheTail)
 {
-    const struct
-    {
-        const char *telegram, *answer;
-        bool tail;
-        const char *value;
-    } cases[] = {{"CEF;1;2", "CEF;1;2;17", false, "17"},
-                 {"HVC;2", "HVC;2;1200;77", false, "1200;77"}, // a checksum field stays
-                 {"CH", "CH;", false, ""},
-                 {"DPV;5", "DPV;5;12.5;", true, "12.5"},
-                 {"DPV;5", "DPV;5;a;b;", true, "a;b"}, // a value may hold ";"
-                 {"DUV;0", "DUV;0;;", true, ""}};
-    for (const auto &c : cases)
-        EXPECT_EQ(cBackup::ExtractValue(c.telegram, c.answer, c.tail), QByteArray(c.value))
-            << c.telegram << " / " << c.answer;
+    // telegram, answer, without the tail, value
+    const std::tuple<const char *, const char *, bool, const char *> cases[] = {
+        {"CEF;1;2", "CEF;1;2;17", false, "17"},
+        {"HVC;2", "HVC;2;1200;77", false, "1200;77"}, // a checksum field stays
+        {"CH", "CH;", false, ""},
+        {"DPV;5", "DPV;5;12.5;", true, "12.5"},
+        {"DPV;5", "DPV;5;a;b;", true, "a;b"}, // a value may hold ";"
+        {"DUV;0", "DUV;0;;", true, ""}};
+    for (const auto &[telegram, answer, tail, value] : cases)
+        EXPECT_EQ(cBackup::ExtractValue(telegram, answer, tail), QByteArray(value)) << answer;
 }
 
 TEST(CheckAnswerCrc, AcceptsOnlyTheExactDecimalCrcAndCutsIt)
 {
     const QByteArray text = "DPV;3;12\xb0;C;";
     const QByteArray crc = QByteArray::number(cCRC::crc16FromString(text));
-    const struct
-    {
-        QByteArray answer;
-        bool ok;
-    } cases[] = {
+    const std::pair<QByteArray, bool> cases[] = {
         {text + crc, true},        {text + QByteArray::number(crc.toInt() + 1), false},
         {text + "0" + crc, false}, // leading zero: cut by the digit count
         {text + "x", false},       {"DUV;7", false},
     };
-    for (auto c : cases)
-        EXPECT_EQ(cBackup::CheckAnswerCrc(c.answer), c.ok) << c.answer.constData();
+    for (auto [answer, ok] : cases)
+        EXPECT_EQ(cBackup::CheckAnswerCrc(answer), ok) << answer.constData();
     QByteArray good = text + crc;
     cBackup::CheckAnswerCrc(good);
     EXPECT_EQ(good, text); // shortened to end in ";"
@@ -45,16 +37,12 @@ TEST(CheckAnswerCrc, AcceptsOnlyTheExactDecimalCrcAndCutsIt)
 
 TEST(CheckRestoreAnswer, ComparesTheEchoedCommand)
 {
-    const struct
-    {
-        const char *telegram, *answer;
-        bool ok;
-    } cases[] = {{"CH;5", "CH;5", true},   {"CH;5", "CH;7", true},   {"CH;5", "XY;5", false},
-                 {"USR", "USR", true},     {"USR", "xxUSRxx", true}, {"USR", "US", false},
-                 {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
-    for (const auto &c : cases)
-        EXPECT_EQ(cBackup::CheckRestoreAnswer(c.telegram, c.answer), c.ok)
-            << c.telegram << " / " << c.answer;
+    const std::tuple<const char *, const char *, bool> cases[] = {
+        {"CH;5", "CH;5", true},   {"CH;5", "CH;7", true},   {"CH;5", "XY;5", false},
+        {"USR", "USR", true},     {"USR", "xxUSRxx", true}, {"USR", "US", false},
+        {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
+    for (const auto &[telegram, answer, ok] : cases)
+        EXPECT_EQ(cBackup::CheckRestoreAnswer(telegram, answer), ok) << telegram << " / " << answer;
 }
 
 } // namespace

@@ -43,12 +43,8 @@ TEST(Diff, FindsEveryDifferenceByGroupAndKey)
         return xml;
     };
     const cXML first = load(kBackup);
-    const struct
-    {
-        QByteArray second;
-        bool sameValues;
-        QStringList lines;
-    } cases[] = {
+    // the second backup, whether only identities differ, the differences
+    const std::tuple<QByteArray, bool, QStringList> cases[] = {
         // An update changes only the identity.
         {edited({{"Firmware=\"1.02\"", "Firmware=\"1.03\""}}),
          true,
@@ -69,13 +65,13 @@ TEST(Diff, FindsEveryDifferenceByGroupAndKey)
          {u"Measuring Module: only in the first backup"_s,
           u"CPU Board: only in the first backup"_s}},
     };
-    for (const auto &c : cases) {
-        const QList<BackupDiff::Difference> found = BackupDiff::Compare(first, load(c.second));
+    for (const auto &[second, sameValues, expected] : cases) {
+        const QList<BackupDiff::Difference> found = BackupDiff::Compare(first, load(second));
         QStringList lines;
         for (const BackupDiff::Difference &d : found)
             lines.append(BackupDiff::Describe(d));
-        EXPECT_EQ(lines, c.lines) << c.second.constData();
-        EXPECT_EQ(BackupDiff::SameValues(found), c.sameValues) << c.second.constData();
+        EXPECT_EQ(lines, expected) << second.constData();
+        EXPECT_EQ(BackupDiff::SameValues(found), sameValues) << second.constData();
     }
 }
 

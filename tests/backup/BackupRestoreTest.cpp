@@ -34,6 +34,12 @@ protected:
         QFile f(name);
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
     }
+    static void write(const QString &name, const QByteArray &content)
+    {
+        QFile f(name);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(content);
+    }
 
     QString file = path(u"VarimoSentry_Backup_00042.xml"_s);
     cBackup backup;
@@ -62,16 +68,14 @@ TEST_F(BackupRestoreTest, SecureDataSendsTheWholeCatalogueInOrderAndKeepsEachIde
 
     cXML xml;
     ASSERT_TRUE(xml.OpenXMLDocument(file));
-    const std::pair<QString, BoardKind> boards[] = {{u"Mainboard"_s, BoardKind::Main},
-                                                    {u"Measureboard"_s, BoardKind::Meas},
-                                                    {u"CPUboard"_s, BoardKind::Cpu}};
-    for (const auto &[element, kind] : boards) {
-        const BoardState &state = instrument().board(kind);
+    EXPECT_EQ(xml.GetAttrOfElement(u"/VARIMOsentry"_s, u"DocumentVersion"_s), "1.0");
+    for (const auto &[element, kind] : {std::pair {u"Mainboard"_s, BoardKind::Main},
+                                        {u"Measureboard"_s, BoardKind::Meas},
+                                        {u"CPUboard"_s, BoardKind::Cpu}}) {
+        const BoardState &s = instrument().board(kind);
         EXPECT_EQ(xml.BoardIdentity(element),
-                  (QList<std::pair<QString, QByteArray>> {{u"Name"_s, state.name},
-                                                          {u"Firmware"_s, state.firmware},
-                                                          {u"Build"_s, state.build}}))
-            << element.toStdString();
+                  (QList<std::pair<QString, QByteArray>> {
+                      {u"Name"_s, s.name}, {u"Firmware"_s, s.firmware}, {u"Build"_s, s.build}}));
     }
 }
 
@@ -79,35 +83,30 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
 {
     const QByteArray text = "DPV;3;R&D <lab>;";
     const QByteArray zeroPadded = text + "0" + QByteArray::number(cCRC::crc16FromString(text));
-    const struct
-    {
-        FaultRule rule;
-        const char *last; // the telegram the backup ends with
-        const char *action;
-        const char *error;
-    } cases[] = {
-        {FaultRule::answerInstead("DHR;1", "DHR;2"), "DHR;1",
-         "ERROR: Backup Measuring Module failed", "No or Invalid Answer: DHR;2"},
-        {FaultRule::ignoreTelegram("DHR;0", FaultRule::kForever), "DHR;0",
-         "ERROR: Backup Main Board failed", "No or Invalid Answer"},
-        {FaultRule::answerInstead("DPV;3", zeroPadded), "DPV;3", "ERROR: Backup CPU Board failed",
+    // fault, the telegram the backup ends with, the board named, the start of the error
+    const std::tuple<FaultRule, const char *, const char *, const char *> cases[] = {
+        {FaultRule::answerInstead("DHR;1", "DHR;2"), "DHR;1", "Measuring Module",
+         "No or Invalid Answer: DHR;2"},
+        {FaultRule::ignoreTelegram("DHR;0", FaultRule::kForever), "DHR;0", "Main Board",
+         "No or Invalid Answer"},
+        {FaultRule::answerInstead("DPV;3", zeroPadded), "DPV;3", "CPU Board",
          "Invalid CRC Answer: "},
         // Noise instead of the echo would be stored as the value and written back later.
-        {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "ERROR: Backup Main Board failed",
+        {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "Main Board",
          "No or Invalid Answer: x#\xb0garbage"},
         {FaultRule::answerInstead(
              "DUV;7", "DUV;6;1;" + QByteArray::number(cCRC::crc16FromString("DUV;6;1;"))),
-         "DUV;7", "ERROR: Backup CPU Board failed", "No or Invalid Answer: DUV;6;1;"},
+         "DUV;7", "CPU Board", "No or Invalid Answer: DUV;6;1;"},
     };
-    for (const auto &c : cases) {
+    for (const auto &[rule, last, board, error] : cases) {
         instrument().faults().clear();
-        instrument().addFault(c.rule);
+        instrument().addFault(rule);
         markTrace();
         EXPECT_FALSE(backup.SecureData(file));
-        EXPECT_EQ(backup.CurrAction(), QString::fromLatin1(c.action));
-        EXPECT_TRUE(backup.LastError().startsWith(QString::fromLatin1(c.error)))
+        EXPECT_EQ(backup.CurrAction(), u"ERROR: Backup %1 failed"_s.arg(QLatin1StringView(board)));
+        EXPECT_TRUE(backup.LastError().startsWith(QLatin1StringView(error)))
             << backup.LastError().toStdString();
-        EXPECT_EQ(receivedSinceMark().last(), QByteArray(c.last)) << c.last;
+        EXPECT_EQ(receivedSinceMark().last(), QByteArray(last));
     }
 }
 
@@ -122,10 +121,12 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
     markTrace();
     ASSERT_TRUE(backup.RestoreData(BoardKind::Main, file)) << backup.LastError().toStdString();
     const QByteArrayList sent = receivedSinceMark();
+    markTrace();
     for (BoardKind board : {BoardKind::Meas, BoardKind::Cpu})
         ASSERT_TRUE(backup.RestoreData(board, file))
             << backup.CurrAction().toStdString() << ": " << backup.LastError().toStdString();
     EXPECT_EQ(parameters(), before);
+    EXPECT_EQ(receivedSinceMark().last(), QByteArray("USR")); // the CPU Board stores its values
 
     // DHR;2, then CEW;1 before every telegram up to CEO;0, and nothing of the kind after it.
     ASSERT_EQ(sent.first(), QByteArray("DHR;2"));
@@ -145,30 +146,24 @@ TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMore)
 {
     ASSERT_TRUE(backup.SecureData(file));
     ASSERT_EQ(instrument().parameter(BoardKind::Main, "CH"), QByteArray("12.5"));
-    const struct
-    {
-        const char *echo;
-        int times;
-        bool ok;
-        const char *beforeResend; // nullptr: sent once
-    } cases[] = {{"CH;12.50", FaultRule::kForever, true, nullptr},
-                 {"CH;12.", 1, true, "CEW;1"},
-                 {"XY;5", 1, true, "CH;12.5"},
-                 {"XY;5", 2, false, "CH;12.5"}};
-    for (const auto &c : cases) {
+    // echo, how often, restored, the telegram before the second CH;12.5 (none: sent once)
+    const std::tuple<const char *, int, bool, QByteArray> cases[] = {
+        {"CH;12.50", FaultRule::kForever, true, {}},
+        {"CH;12.", 1, true, "CEW;1"},
+        {"XY;5", 1, true, "CH;12.5"},
+        {"XY;5", 2, false, "CH;12.5"}};
+    for (const auto &[echo, times, ok, beforeResend] : cases) {
         instrument().faults().clear();
-        instrument().addFault(FaultRule::answerInstead("CH;12.5", c.echo, c.times));
+        instrument().addFault(FaultRule::answerInstead("CH;12.5", echo, times));
         markTrace();
-        EXPECT_EQ(backup.RestoreData(BoardKind::Main, file), c.ok) << c.echo << c.times;
+        EXPECT_EQ(backup.RestoreData(BoardKind::Main, file), ok) << echo << times;
         const QByteArrayList sent = receivedSinceMark();
         const qsizetype first = sent.indexOf("CH;12.5");
         ASSERT_GT(first, 0);
         EXPECT_EQ(sent[first - 1], QByteArray("CEW;1"));
-        EXPECT_EQ(sent.count("CH;12.5"), c.beforeResend ? 2 : 1) << c.echo << c.times;
-        if (c.beforeResend) {
-            EXPECT_EQ(sent.value(sent.indexOf("CH;12.5", first + 1) - 1), c.beforeResend);
-        }
-        EXPECT_EQ(backup.LastError(), c.ok ? QString() : u"No or Invalid Answer: XY;5"_s);
+        EXPECT_EQ(sent.count("CH;12.5"), beforeResend.isEmpty() ? 1 : 2) << echo << times;
+        EXPECT_EQ(sent.value(sent.indexOf("CH;12.5", first + 1) - 1), beforeResend);
+        EXPECT_EQ(backup.LastError(), ok ? QString() : u"No or Invalid Answer: XY;5"_s);
     }
 }
 
@@ -188,10 +183,7 @@ TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
 TEST_F(BackupRestoreTest, MissingOrBrokenBackupFileIsAClearFailureWithNothingSent)
 {
     const QString broken = path(u"broken.xml"_s);
-    QFile f(broken);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("<VARIMOsentry><Mainboard>");
-    f.close();
+    write(broken, "<VARIMOsentry><Mainboard>");
     for (const QString &source : {path(u"missing.xml"_s), broken}) {
         markTrace();
         EXPECT_FALSE(backup.RestoreData(BoardKind::Main, source));
@@ -206,38 +198,33 @@ TEST_F(BackupRestoreTest, AFailedBackupKeepsTheLastGoodOne)
 {
     ASSERT_TRUE(backup.SecureData(file));
     const QByteArray good = contentOf(file);
-    const struct
-    {
-        bool diskFull; // no file can grow beyond its first kilobyte
-        std::function<void(QByteArray &)> damage; // done to the file after it is saved
-        QString error;
-    } cases[] = {
-        {true, {}, u"cannot save backup file "_s + file},
-        {false, [](QByteArray &xml) { xml.chop(20); }, file + u".incomplete cannot be read back"_s},
-        {false, [](QByteArray &xml) { xml.replace(">2026-03-14<", ">2026-03-15<"); },
-         file + u".incomplete differs from what was read"_s},
+    // A full disk (no file grows beyond its first kilobyte), or the file damaged after its save.
+    const std::pair<std::function<void(QByteArray &)>, QString> cases[] = {
+        {{}, u"cannot save backup file "_s + file},
+        {[](QByteArray &xml) { xml.chop(20); }, file + u".incomplete cannot be read back"_s},
+        {[](QByteArray &xml) { xml.replace(">2026-03-14<", ">2026-03-15<"); },
+         file +
+             u".incomplete differs from what was read: /VARIMOsentry/CPUboard/Protected[1]/"
+             "Value[2]: text \"2026-03-14\" here, \"2026-03-15\" in the other document"_s},
     };
     signal(SIGXFSZ, SIG_IGN);
-    for (const auto &c : cases) {
+    rlimit old {};
+    getrlimit(RLIMIT_FSIZE, &old);
+    for (const auto &[damage, error] : cases) {
         backup.setAfterSaveHook([&](const QString &name) {
             QByteArray content = contentOf(name);
-            if (c.damage)
-                c.damage(content);
-            QFile f(name);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(content);
+            if (damage)
+                damage(content);
+            write(name, content);
         });
-        rlimit old {};
-        getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit small {1024, old.rlim_max};
-        if (c.diskFull)
-            setrlimit(RLIMIT_FSIZE, &small);
+        const rlimit limit {damage ? old.rlim_cur : 1024, old.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
         const bool ok = backup.SecureData(file);
         setrlimit(RLIMIT_FSIZE, &old);
-        EXPECT_FALSE(ok) << c.error.toStdString();
-        EXPECT_TRUE(backup.LastError().contains(c.error)) << backup.LastError().toStdString();
-        EXPECT_EQ(contentOf(file), good) << c.error.toStdString();
-        EXPECT_EQ(backup.PartialFile(), file + u".incomplete"_s) << c.error.toStdString();
+        EXPECT_FALSE(ok) << error.toStdString();
+        EXPECT_TRUE(backup.LastError().contains(error)) << backup.LastError().toStdString();
+        EXPECT_EQ(contentOf(file), good) << error.toStdString();
+        EXPECT_EQ(backup.PartialFile(), file + u".incomplete"_s) << error.toStdString();
     }
 }
 

@@ -51,34 +51,30 @@ protected:
 
 TEST_F(CommTest, TransceiveRetriesAndTakesItsTimeAsTheAnswersCome)
 {
-    const struct
-    {
-        std::vector<ScriptedLine::Reply> replies;
-        std::optional<QByteArray> expected;
-        QByteArray answer;
-        int attempts;
-        qint64 ms;
-    } cases[] = {
-        // Silent: 3 x (200 ms wait + two reads that end just past 1000 ms).
-        {{}, {}, {}, 3, 6606},
-        // Taken the moment its terminator arrives.
-        {{{"KVT;Vm2PS;1.02;7\r\n", 537}}, {}, "KVT;Vm2PS;1.02;7", 1, 537},
-        // An empty first read is followed by a second one without resending.
-        {{{"SER;42\r\n", 1500}}, {}, "SER;42", 1, 1500},
-        // A wrong answer uses all attempts; the last one is returned.
-        {{{"\x0f\r\n"}, {"\x0f\r\n"}, {"\x0f\r\n"}}, "ACK", "NAK", 3, 600},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.answer.data());
+    // replies, answer expected, answer returned, attempts, time taken
+    const std::tuple<std::vector<ScriptedLine::Reply>, std::optional<QByteArray>, QByteArray, int,
+                     qint64>
+        cases[] = {
+            // Silent: 3 x (200 ms wait + two reads that end just past 1000 ms).
+            {{}, {}, {}, 3, 6606},
+            // Taken the moment its terminator arrives.
+            {{{"KVT;Vm2PS;1.02;7\r\n", 537}}, {}, "KVT;Vm2PS;1.02;7", 1, 537},
+            // An empty first read is followed by a second one without resending.
+            {{{"SER;42\r\n", 1500}}, {}, "SER;42", 1, 1500},
+            // A wrong answer uses all attempts; the last one is returned.
+            {{{"\x0f\r\n"}, {"\x0f\r\n"}, {"\x0f\r\n"}}, "ACK", "NAK", 3, 600},
+        };
+    for (const auto &[replies, expected, answer, attempts, ms] : cases) {
+        SCOPED_TRACE(answer.data());
         line.writes.clear();
         line.discards = 0;
-        for (const ScriptedLine::Reply &r : c.replies)
+        for (const ScriptedLine::Reply &r : replies)
             line.script({r});
         const qint64 start = clock.elapsedMs();
-        EXPECT_EQ(comm.Transceive("KVT", 1000, c.expected), c.answer);
-        EXPECT_EQ(clock.elapsedMs() - start, c.ms);
-        EXPECT_EQ(line.writes, QList<QByteArray>(c.attempts, "KVT\r\n"));
-        EXPECT_EQ(line.discards, c.attempts);
+        EXPECT_EQ(comm.Transceive("KVT", 1000, expected), answer);
+        EXPECT_EQ(clock.elapsedMs() - start, ms);
+        EXPECT_EQ(line.writes, QList<QByteArray>(attempts, "KVT\r\n"));
+        EXPECT_EQ(line.discards, attempts);
     }
 }
 
@@ -107,8 +103,14 @@ TEST_F(CommTest, ReadTClassifiesTheAnswer)
     }
 }
 
-TEST_F(CommTest, TickCounterOverflowDuringAReadIsAnError)
+TEST_F(CommTest, ReadEndsAtOnceWhenTheLineIsGoneAndFailsWhenTheTickCounterOverflows)
 {
+    line.unplugged = true;
+    const qint64 start = clock.elapsedMs();
+    EXPECT_EQ(comm.ReadT(1000, "\r\n"), QByteArray());
+    EXPECT_EQ(clock.elapsedMs(), start);
+    EXPECT_FALSE(comm.IsOpen());
+
     VirtualClock wrapping(QDateTime(QDate(2026, 1, 1), QTime(8, 0)), 2147483000);
     ScriptedLine wline(wrapping);
     cComm wcomm(wline, wrapping, op);
@@ -141,9 +143,21 @@ TEST_F(CommTest, TransceiveXWaitsOnlyForTheAckByte)
 }
 
 // The greeting and the opened and closed lines in the log: CommOverPty.
-TEST_F(CommTest, OpenPortSetsTheLineUpOnceAndClosePortLogsOnce)
+TEST_F(CommTest, OpenPortFailsWithAReasonOrSetsTheLineUpOnceAndClosePortLogsOnce)
 {
     line.close();
+    line.openFails = true;
+    EXPECT_FALSE(comm.OpenPort());
+    EXPECT_TRUE(line.writes.isEmpty());
+    EXPECT_EQ(comm.lastError(), line.errorString()); // the reason the line gave
+    line.openFails = false; // and a silent instrument
+    EXPECT_FALSE(comm.OpenPort());
+    EXPECT_FALSE(line.isOpen());
+    EXPECT_EQ(comm.lastError(), u"COM3: no answer from VARIMOsentry"_s);
+    for (const QByteArray &l : logLines())
+        EXPECT_FALSE(l.contains("opened"));
+
+    line.writes.clear();
     line.setResponder([](const QByteArray &w) { return ScriptedLine::Reply {w}; });
     ASSERT_TRUE(comm.OpenPort());
     EXPECT_EQ(line.settings, u"57600,N,8,1"_s);
@@ -155,22 +169,6 @@ TEST_F(CommTest, OpenPortSetsTheLineUpOnceAndClosePortLogsOnce)
     comm.ClosePort();
     EXPECT_FALSE(comm.IsOpen());
     EXPECT_EQ(logLines().count("COM3 closed"), 1);
-}
-
-TEST_F(CommTest, OpenPortFailsWhenThePortDoesNotOpenOrTheInstrumentIsSilent)
-{
-    line.close();
-    line.openFails = true;
-    EXPECT_FALSE(comm.OpenPort());
-    EXPECT_TRUE(line.writes.isEmpty());
-    EXPECT_EQ(comm.lastError(), line.errorString()); // the reason the line gave
-
-    line.openFails = false;
-    EXPECT_FALSE(comm.OpenPort());
-    EXPECT_FALSE(line.isOpen());
-    EXPECT_EQ(comm.lastError(), u"COM3: no answer from VARIMOsentry"_s);
-    for (const QByteArray &l : logLines())
-        EXPECT_FALSE(l.contains("opened"));
 }
 
 TEST_F(CommTest, PortNamesThatNameNoPortAreInvalid)
@@ -188,18 +186,10 @@ TEST_F(CommTest, PortNamesThatNameNoPortAreInvalid)
 #ifndef Q_OS_WIN
     comm.setComPort(u"/dev/ttyUSB0"_s); // a device path names the port directly
     EXPECT_TRUE(comm.IsValidPort() && comm.ComPort() == u"/dev/ttyUSB0"_s);
-    comm.setComPort(u"COM7"_s);
-    EXPECT_EQ(line.portName(), u"/dev/ttyS6"_s);
+    comm.setComPort(u" COM12 "_s);
+    EXPECT_EQ(line.portName(), u"/dev/ttyS11"_s);
 #endif
-}
-
-TEST_F(CommTest, ReadEndsAtOnceWhenTheLineIsGone)
-{
-    line.unplugged = true;
-    const qint64 start = clock.elapsedMs();
-    EXPECT_EQ(comm.ReadT(1000, "\r\n"), QByteArray());
-    EXPECT_EQ(clock.elapsedMs(), start);
-    EXPECT_FALSE(comm.IsOpen());
+    EXPECT_EQ(modHelper::devicePathForPort(u"  "_s), QString());
 }
 
 // Device lists with "|" for the NUL that ends each name.
@@ -227,16 +217,6 @@ TEST(NaturalOrder, SortsDevicePathsAsAPersonWould)
     EXPECT_EQ(ports.join(u' '),
               u"/dev/ttyACM0 /dev/ttyS0 /dev/ttyS2 /dev/ttyS10 /dev/ttyUSB0 "
               u"/dev/ttyUSB9 /dev/ttyUSB10"_s);
-}
-
-TEST(PortNames, ComNamesMapToLinuxDevices)
-{
-#ifndef Q_OS_WIN
-    EXPECT_EQ(modHelper::devicePathForPort(u" COM12 "_s), u"/dev/ttyS11"_s);
-    EXPECT_EQ(modHelper::devicePathForPort(u"COM0"_s), QString());
-    EXPECT_EQ(modHelper::devicePathForPort(u"/dev/ttyUSB0"_s), u"/dev/ttyUSB0"_s);
-#endif
-    EXPECT_EQ(modHelper::devicePathForPort(u"  "_s), QString());
 }
 
 } // namespace

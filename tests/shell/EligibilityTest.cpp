@@ -15,15 +15,12 @@ namespace {
 
 TEST(CompareVersions, ComparesDigitStringsWithoutDots)
 {
-    const struct
-    {
-        const char *a, *b;
-        int expected;
-    } cases[] = {{"2.00", "2.05", -1}, {"1.20", "1.20", 0}, {"abc", "0", 0},
-                 {"2.05", "2.00", 1},  {"1.2", "1.02", -1}, {"", "0.00", 0}};
-    for (const auto &c : cases)
-        EXPECT_EQ(CompareVersions(QString::fromLatin1(c.a), QString::fromLatin1(c.b)), c.expected)
-            << c.a << " vs " << c.b;
+    const std::tuple<const char *, const char *, int> cases[] = {
+        {"2.00", "2.05", -1}, {"1.20", "1.20", 0}, {"abc", "0", 0},
+        {"2.05", "2.00", 1},  {"1.2", "1.02", -1}, {"", "0.00", 0}};
+    for (const auto &[a, b, expected] : cases)
+        EXPECT_EQ(CompareVersions(QString::fromLatin1(a), QString::fromLatin1(b)), expected)
+            << a << " vs " << b;
 }
 
 constexpr qint32 kUnjudged = 12345; // a colour no plan gives
@@ -62,61 +59,58 @@ TEST(Eligibility, GivesTheVerdictOfTheConnectedWindowAndColoursThePanels)
                                  "value display is shown."_s;
     const QString badFile =
         u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s;
-    // plans per board: U upgrade (blue), D downgrade (red), - keep (black), . not judged; in
-    // lower case when the file is invalid and the board is not updated.
-    const struct
-    {
-        const char *current, *files, *settings;
-        bool downgrade;
-        const char *plans;
-        bool enabled;
-        QString message;
-    } cases[] = {
-        {"2.00 1.02 1.20", "2.01 1.02 1.20", "", false, "U--", true, ready},
-        {"2.00 1.02 1.20", "2.00 1.02 1.20", "", false, "---", false, none},
-        {"1.90 1.02 1.20", "2.01 1.02 1.20", "", false, "U--", false,
-         belowMinimum("CPU Board", "2.00")},
-        {"2.00 1.05 1.20", "2.00 1.06 1.20", "[Mainboard]\r\nFWMin=1.10\r\n", false, "-U-", false,
-         belowMinimum("Main Board", "1.10")},
-        // The last failing board's message stays.
-        {"1.90 1.00 1.20", "2.01 1.03 1.20", "", false, "UU-", false,
-         belowMinimum("Main Board", "1.02")},
-        {"2.00 1.02 1.30", "2.00 1.02 1.25", "", false, "---", false, none},
-        {"2.00 1.02 1.30", "2.00 1.02 1.25", "", true, "--D", true, ready},
-        // No newer file replaces the minimum message.
-        {"1.90 1.02 1.20", "1.90 1.02 1.19", "", false, "---", false, none},
-        {"2.00 ? 1.20", "2.01 1.02 1.20", "", false, "U.-", false, noConnection},
-        // A missing or invalid file, or one without a version, overrides everything.
-        {"2.00 1.02 1.20", "2.01 1.03! 1.20", "", false, "Uu-", false, badFile},
-        {"2.00 1.02 1.30", "2.01! 1.02 1.25", "", true, "u-D", false, badFile},
-        {"2.00 1.02 1.20", "2.01 ? 1.20", "", false, "U.-", false, badFile},
-    };
-    for (const auto &c : cases) {
+    // current versions, file versions, settings, downgrade allowed, plans, update enabled,
+    // message. Plans per board: U upgrade (blue), D downgrade (red), - keep (black), . not
+    // judged; in lower case when the file is invalid and the board is not updated.
+    const std::tuple<const char *, const char *, const char *, bool, const char *, bool, QString>
+        cases[] = {
+            {"2.00 1.02 1.20", "2.01 1.02 1.20", "", false, "U--", true, ready},
+            {"2.00 1.02 1.20", "2.00 1.02 1.20", "", false, "---", false, none},
+            {"1.90 1.02 1.20", "2.01 1.02 1.20", "", false, "U--", false,
+             belowMinimum("CPU Board", "2.00")},
+            {"2.00 1.05 1.20", "2.00 1.06 1.20", "[Mainboard]\r\nFWMin=1.10\r\n", false, "-U-",
+             false, belowMinimum("Main Board", "1.10")},
+            // The last failing board's message stays.
+            {"1.90 1.00 1.20", "2.01 1.03 1.20", "", false, "UU-", false,
+             belowMinimum("Main Board", "1.02")},
+            {"2.00 1.02 1.30", "2.00 1.02 1.25", "", false, "---", false, none},
+            {"2.00 1.02 1.30", "2.00 1.02 1.25", "", true, "--D", true, ready},
+            // No newer file replaces the minimum message.
+            {"1.90 1.02 1.20", "1.90 1.02 1.19", "", false, "---", false, none},
+            {"2.00 ? 1.20", "2.01 1.02 1.20", "", false, "U.-", false, noConnection},
+            // A missing or invalid file, or one without a version, overrides everything.
+            {"2.00 1.02 1.20", "2.01 1.03! 1.20", "", false, "Uu-", false, badFile},
+            {"2.00 1.02 1.30", "2.01! 1.02 1.25", "", true, "u-D", false, badFile},
+            {"2.00 1.02 1.20", "2.01 ? 1.20", "", false, "U.-", false, badFile},
+        };
+    for (const auto &[versions, fileVersions, settings, downgrade, plans, enabled, message] :
+         cases) {
         QFile f(ini.path());
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(c.settings);
+        f.write(settings);
         f.close();
         BoardSet current, files;
-        fill(current, c.current);
-        fill(files, c.files);
-        Verdict v = CheckConnected(current, files, Settings::read(ini), c.downgrade);
-        const Verdict fileVerdict = CheckUpdateFiles(current, files, c.downgrade);
+        fill(current, versions);
+        fill(files, fileVersions);
+        Verdict v = CheckConnected(current, files, Settings::read(ini), downgrade);
+        const Verdict fileVerdict = CheckUpdateFiles(current, files, downgrade);
         if (!fileVerdict.message.isEmpty())
             v = fileVerdict;
-        EXPECT_EQ(v.updateEnabled, c.enabled) << c.current << " / " << c.files;
-        EXPECT_EQ(v.message, c.message) << c.current << " / " << c.files;
-        EXPECT_EQ(v.kind, c.message.startsWith(u"ERROR"_s) ? eError : eNormal) << c.current;
+        const std::string row = std::string(versions) + " / " + fileVersions;
+        EXPECT_EQ(v.updateEnabled, enabled) << row;
+        EXPECT_EQ(v.message, message) << row;
+        EXPECT_EQ(v.kind, message.startsWith(u"ERROR"_s) ? eError : eNormal) << row;
         for (int i = 0; i < 3; ++i) {
             const BoardKind kind = kPanelOrder[i];
-            const char plan = c.plans[i];
+            const char plan = plans[i];
             const qint32 colour = (plan | 0x20) == 'u' ? cControler::kBlue
                 : (plan | 0x20) == 'd'                 ? cControler::kRed
                 : plan == '-'                          ? cControler::kBlack
                                                        : kUnjudged;
-            EXPECT_EQ(current[kind].Color(), colour) << c.current << " / " << c.files << " " << i;
-            EXPECT_EQ(JudgeBoard(current[kind], files[kind], c.downgrade).needsUpdate(),
+            EXPECT_EQ(current[kind].Color(), colour) << row << " " << i;
+            EXPECT_EQ(JudgeBoard(current[kind], files[kind], downgrade).needsUpdate(),
                       plan == 'U' || plan == 'D')
-                << c.current << " / " << c.files << " " << i;
+                << row << " " << i;
         }
     }
 }

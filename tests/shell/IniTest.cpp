@@ -34,7 +34,6 @@ protected:
 TEST_F(IniTest, MissingFileGivesDefaultsAndCreatesNothing)
 {
     EXPECT_EQ(ini.GetValue(u"Settings"_s, u"COMPort"_s, u"COM1"_s), u"COM1"_s);
-    EXPECT_FALSE(ini.GetBoolValue(u"Settings"_s, u"AllowDowngrade"_s, false));
     EXPECT_TRUE(ini.GetBoolValue(u"Settings"_s, u"LogParserTele"_s, true));
     EXPECT_EQ(ini.GetIntValue(u"Settings"_s, u"XModemWaitTime"_s, 1), 1);
     EXPECT_FALSE(QFile::exists(ini.path()));
@@ -42,10 +41,8 @@ TEST_F(IniTest, MissingFileGivesDefaultsAndCreatesNothing)
 
 TEST_F(IniTest, ReadsLikeTheProfileFunctions)
 {
-    const struct
-    {
-        const char *file, *section, *key, *expected; // the default is "DEF"
-    } cases[] = {
+    // file, section, key, value read (the default is "DEF")
+    const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
         {"[Settings]\r\nCOMPort=COM7\r\n", "Settings", "COMPort", "COM7"},
         {"[SETTINGS]\r\ncomport=COM7\r\n", "Settings", "COMPort", "COM7"},
         {"[Settings]\r\n  COMPort =  \"COM 7\"  \r\n", "Settings", "COMPort", "COM 7"},
@@ -60,45 +57,32 @@ TEST_F(IniTest, ReadsLikeTheProfileFunctions)
         {"[S]\r\nK=123456789012345678901234567890123456789012345678901234567890\r\n", "S", "K",
          "1234567890123456789012345678901234567890123456789"}, // cut to 49 characters
     };
-    for (const auto &c : cases) {
-        writeFile(c.file);
-        EXPECT_EQ(
-            ini.GetValue(QString::fromLatin1(c.section), QString::fromLatin1(c.key), u"DEF"_s),
-            QString::fromLatin1(c.expected))
-            << c.file;
+    for (const auto &[file, section, key, expected] : cases) {
+        writeFile(file);
+        EXPECT_EQ(ini.GetValue(QString::fromLatin1(section), QString::fromLatin1(key), u"DEF"_s),
+                  QString::fromLatin1(expected))
+            << file;
     }
 }
 
-TEST_F(IniTest, BoolIsFalseOnlyForZero)
+// A flag is false only for "0"; a number that is none gives the default.
+TEST_F(IniTest, FlagsAndNumbers)
 {
-    const struct
-    {
-        const char *value;
-        bool expected;
-    } cases[] = {{"0", false},    {"1", true},    {"", true},  {"no", true},
-                 {"false", true}, {" 0 ", false}, {"00", true}};
-    for (const auto &c : cases) {
-        writeFile("[Settings]\r\nAllowDowngrade=" + QByteArray(c.value) + "\r\n");
-        EXPECT_EQ(ini.GetBoolValue(u"Settings"_s, u"AllowDowngrade"_s, false), c.expected)
-            << "value '" << c.value << "'";
+    const std::tuple<const char *, bool, int> cases[] = {
+        {"0", false, 0},    {"1", true, 1},    {"", true, 5},   {"no", true, 5},
+        {"false", true, 5}, {" 0 ", false, 0}, {"00", true, 0}, {" 7 ", true, 7}};
+    for (const auto &[value, flag, number] : cases) {
+        writeFile("[Settings]\r\nK=" + QByteArray(value) + "\r\n");
+        EXPECT_EQ(ini.GetBoolValue(u"Settings"_s, u"K"_s, false), flag) << value;
+        EXPECT_EQ(ini.GetIntValue(u"Settings"_s, u"K"_s, 5), number) << value;
     }
 }
 
-TEST_F(IniTest, BadNumbersFallBackToTheDefault)
-{
-    writeFile("[Settings]\r\nXModemWaitTime=fast\r\nRetryUpdates= 7 \r\n");
-    EXPECT_EQ(ini.GetIntValue(u"Settings"_s, u"XModemWaitTime"_s, 1), 1);
-    EXPECT_EQ(ini.GetIntValue(u"Settings"_s, u"RetryUpdates"_s, 5), 7);
-}
-
-TEST_F(IniTest, SetValueCreatesFileAndSection)
+TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
 {
     ASSERT_TRUE(ini.SetValue(u"Settings"_s, u"COMPort"_s, u"COM7"_s));
     EXPECT_EQ(readFile(), QByteArray("[Settings]\r\nCOMPort=COM7\r\n"));
-}
 
-TEST_F(IniTest, SetValueKeepsEveryOtherLineAsItWas)
-{
     writeFile("; settings of the updater\r\n"
               "[Settings]\r\n"
               "COMPort = COM3   ; old\r\n"

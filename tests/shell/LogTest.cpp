@@ -29,35 +29,27 @@ protected:
     cLog log {&clock};
 };
 
-TEST_F(LogTest, EntryIsWrittenInTheLogFormat)
+TEST_F(LogTest, EntriesAreWrittenInTheLogFormatAndAppended)
 {
-    const struct
-    {
-        quint8 defaultIndent;
-        std::optional<int> additionalTabs, newline;
-        const char *expected;
-    } cases[] = {
+    // indent, additional tabs, blank lines (before when negative), the entry
+    const std::tuple<quint8, std::optional<int>, std::optional<int>, const char *> cases[] = {
         {0, {}, {}, "14:03:07 : Telegram sent : KVT\r\n"},
         {3, 0, {}, "14:03:07 : \t\t\tTelegram sent : KVT\r\n"},
         {3, 2, {}, "14:03:07 : \t\t\t\t\tTelegram sent : KVT\r\n"},
-        {0, {}, -2, "\r\n\r\n14:03:07 : Telegram sent : KVT\r\n"}, // blank lines before
-        {0, {}, 2, "14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"}, // and after
+        {0, {}, -2, "\r\n\r\n14:03:07 : Telegram sent : KVT\r\n"},
+        {0, {}, 2, "14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"},
     };
-    for (const auto &c : cases) {
+    for (const auto &[indent, additionalTabs, newline, expected] : cases) {
         QFile::remove(log.path());
-        log.SetTabs(c.defaultIndent);
-        ASSERT_TRUE(log.UpdateLog(u"Telegram sent : KVT"_s, c.additionalTabs, c.newline));
-        EXPECT_EQ(content(), QByteArray(c.expected));
+        log.SetTabs(indent);
+        ASSERT_TRUE(log.UpdateLog(u"Telegram sent : KVT"_s, additionalTabs, newline));
+        EXPECT_EQ(content(), QByteArray(expected));
     }
-}
-
-TEST_F(LogTest, AppendsEntriesAndKeepsBytesAbove127)
-{
-    log.UpdateLog(u"VarimoSentry_Updater started..."_s);
+    // The next entry is appended, at its own time, with its bytes above 127 as they are.
     clock.sleepMs(61000);
     log.UpdateLog(u"    Received  : "_s + QString::fromLatin1("DUV;3;12\xb0;99"));
     EXPECT_EQ(content(),
-              QByteArray("14:03:07 : VarimoSentry_Updater started...\r\n"
+              QByteArray("14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"
                          "14:04:08 :     Received  : DUV;3;12\xb0;99\r\n"));
 }
 

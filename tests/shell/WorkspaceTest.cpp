@@ -57,22 +57,16 @@ TEST_F(WorkspaceTest, StartsAndStopsWithTheLogLinesOfTheWindows)
 // The verdicts of the connected window itself are Eligibility's.
 TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
 {
-    const struct
-    {
-        bool connected;
-        bool portValid;
-        bool removeMainFile;
-        bool enabled;
-        QString message;
-    } cases[] = {
+    // connected, port valid, Main Board file removed, update enabled, message
+    const std::tuple<bool, bool, bool, bool, QString> cases[] = {
         {false, true, false, false, Eligibility::instructionLines()},
         {false, false, false, false, u"Invalid port - enter valid RS232-port"_s},
         {true, true, false, true, u"VARIMOsentry ready for update"_s},
         {true, true, true, false,
          u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s},
     };
-    for (const auto &tc : cases) {
-        if (tc.removeMainFile) {
+    for (const auto &[connected, portValid, removeMainFile, enabled, message] : cases) {
+        if (removeMainFile) {
             QFile::remove(dir.filePath(u"FW_MAINBOARD_103_CRC2.bin"_s));
             workspace.LoadFirmwareFiles(fresh);
         }
@@ -82,12 +76,12 @@ TEST_F(WorkspaceTest, ConnectionStatesGiveTheTextsOfTheWindows)
             current[kind].setName(u"board"_s);
             current[kind].setFirmware(version);
         }
-        const Eligibility::Verdict v = workspace.SetConnectionState(
-            current, fresh, tc.connected, tc.portValid, u"/dev/ttyUSB1"_s);
-        EXPECT_EQ(v.updateEnabled, tc.enabled) << tc.message.toStdString();
-        EXPECT_EQ(v.message, tc.message);
+        const Eligibility::Verdict v =
+            workspace.SetConnectionState(current, fresh, connected, portValid, u"/dev/ttyUSB1"_s);
+        EXPECT_EQ(v.updateEnabled, enabled) << message.toStdString();
+        EXPECT_EQ(v.message, message);
         // Disconnected, no version of the instrument is shown.
-        EXPECT_EQ(current[BoardKind::Cpu].Firmware().isEmpty(), !tc.connected);
+        EXPECT_EQ(current[BoardKind::Cpu].Firmware().isEmpty(), !connected);
     }
     // The port of a connection is the one preselected next time.
     EXPECT_EQ(workspace.ini().GetValue(u"Settings"_s, u"COMPort"_s, u"COM1"_s), u"/dev/ttyUSB1"_s);

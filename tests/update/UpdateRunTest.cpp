@@ -32,13 +32,6 @@ protected:
         readFirmwareFiles(session, dir.path());
     }
 
-    std::array<QMap<QByteArray, QByteArray>, 3> parameters()
-    {
-        return {instrument().board(BoardKind::Cpu).values,
-                instrument().board(BoardKind::Meas).values,
-                instrument().board(BoardKind::Main).values};
-    }
-
     QStringList instructions(Operator::Instruction kind) const
     {
         QStringList firstLines;
@@ -115,29 +108,7 @@ TEST_F(UpdateRunTest, WithoutASerialNumberTheBackupFailsAndNoBoardIsTouched)
     EXPECT_FALSE(receivedSinceMark().contains("BOT;$"));
 }
 
-TEST_F(UpdateRunTest, RestoreOnlyWritesEveryBoardBack)
-{
-    writeFirmware("2.00", "1.20", "1.02");
-    prepare();
-    const auto before = parameters();
-    cBackup backup;
-    backup.Init(&comm);
-    ASSERT_TRUE(backup.SecureData(path(u"VarimoSentry_Backup_00042.xml"_s)));
-    for (BoardKind kind : kAllBoards)
-        InstrumentState::resetToFactory(kind, instrument().board(kind));
-    QSignalSpy actions(&session, &Session::currentActionChanged);
-    ASSERT_TRUE(session.run(Job::restore()).succeeded());
-    EXPECT_EQ(parameters(), before);
-    QStringList texts;
-    for (const auto &a : actions)
-        texts << a.at(0).toString();
-    // The instrument's own values are backed up before the first one is written.
-    EXPECT_EQ(texts.value(1), u"Backup successful completed."_s);
-    EXPECT_EQ(texts.mid(2),
-              QStringList({u"Restoring parameters to Main Board..."_s,
-                           u"Restoring parameters to Measuring Module..."_s,
-                           u"Restoring parameters to CPU Board..."_s}));
-}
+// Restore Data alone (parameters back, the safety backup first): the fault matrix's restore rows.
 
 // The bootloader start and the transfer alone, on an open port.
 class BootloaderAndTransfer : public UpdateRunTest
@@ -147,10 +118,10 @@ protected:
     {
         UpdateRunTest::SetUp();
         openPort();
-        image = writeFirmware("2.01", "1.21", "1.03").value(1);
+        images = writeFirmware("2.01", "1.21", "1.03");
         markTrace();
     }
-    QString image;
+    QStringList images; // CPU Board, Main Board, Measuring Module
     BoardSet current;
     BoardSet fresh;
     std::optional<RunJournal> journal;
@@ -190,39 +161,47 @@ TEST_F(BootloaderAndTransfer, FivePassesThenGiveUp)
 
 TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
 {
-    const struct
-    {
-        const char *what;
-        FaultRule rule;
-    } cases[] = {{"NAK storm", FaultRule::nakPacket(3, 30)}, {"silence", FaultRule::silence(0)}};
-    for (const auto &c : cases) {
+    for (const FaultRule &rule : {FaultRule::nakPacket(3, 30), FaultRule::silence(0)}) {
+        SCOPED_TRACE(rule.toText().constData());
         instrument().faults().clear();
         instrument().press(PanelKey::ResetZero);
         clock.sleepMs(300);
         instrument().press(PanelKey::Power);
         clock.sleepMs(3000);
-        ASSERT_TRUE(run.StartBootloader(BoardKind::Main)) << c.what;
-        instrument().addFault(c.rule);
-        EXPECT_FALSE(run.FlashUpdate(path(image), BoardKind::Main)) << c.what;
+        ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
+        instrument().addFault(rule);
+        EXPECT_FALSE(run.FlashUpdate(path(images[1]), BoardKind::Main));
         EXPECT_EQ(logLines().last(),
                   QByteArray("Error during Flash binary file (XModemWaitTime = 1 ms): "
-                             "Number of invalid answers: 10"))
-            << c.what;
+                             "Number of invalid answers: 10"));
         EXPECT_TRUE(log.isLogging());
     }
 }
 
+// The Measuring Module's image has more packets than a packet number counts: it wraps to 0.
 TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
 {
     QSignalSpy progress(&run, &UpdateRun::transferProgressChanged);
     QSignalSpy events(&run, &UpdateRun::jobEvent);
-    ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
-    ASSERT_TRUE(run.FlashUpdate(path(image), BoardKind::Main));
-    ASSERT_EQ(progress.count(), 114); // the start, 112 packets and the end of transmission
-    const auto start = progress.first().at(0).value<TransferProgress>();
-    EXPECT_EQ(start.bytesSent, 0);
-    EXPECT_EQ(start.bytesTotal, 14336);
-    EXPECT_EQ(start.text, u"Sending Main Board binary file "_s);
+    ASSERT_TRUE(run.StartBootloader(BoardKind::Meas));
+    ASSERT_TRUE(run.FlashUpdate(path(images[2]), BoardKind::Meas));
+    EXPECT_EQ(instrument().board(BoardKind::Meas).firmware, QByteArray("1.21"));
+    ASSERT_EQ(progress.count(), 994); // the start, 992 packets and the end of transmission
+    QStringList texts; // the start, the first packet, the end
+    for (int i : {0, 1, 993}) {
+        const auto p = progress.at(i).at(0).value<TransferProgress>();
+        texts << u"%1|%2/%3|%4"_s.arg(p.text)
+                     .arg(p.bytesSent)
+                     .arg(p.bytesTotal)
+                     .arg(qMin(p.remainingMs, 1));
+    }
+    // The text of a packet counts the bytes before it; a time left is known once packets went.
+    EXPECT_EQ(
+        texts.join(u'\n').toStdString(),
+        "Sending Measuring Module binary file |0/126976|-1\n"
+        "Sending Measuring Module binary file (0 of 126976 Bytes transferred)...|128/126976|1\n"
+        "Sending Measuring Module binary file (126976 of 126976 Bytes transferred)...|126976/"
+        "126976|0");
     QList<int> countdown;
     for (const auto &e : events)
         if (e.at(0).value<JobEvent>().stage == Stage::RestartWait)
@@ -230,13 +209,6 @@ TEST_F(BootloaderAndTransfer, ProgressCountsBytesOfTheImage)
     ASSERT_GE(countdown.size(), 3);
     EXPECT_EQ(countdown.mid(0, 3), QList<int>({-1, 20, 19}));
     EXPECT_EQ(countdown.last(), 1);
-    const auto last = progress.last().at(0).value<TransferProgress>();
-    EXPECT_EQ(last.bytesSent, 14336);
-    EXPECT_EQ(last.bytesTotal, 14336);
-    EXPECT_EQ(last.remainingMs, 0);
-    EXPECT_EQ(progress.at(1).at(0).value<TransferProgress>().text,
-              u"Sending Main Board binary file (0 of 14336 Bytes transferred)..."_s);
-    EXPECT_EQ(last.text, u"Sending Main Board binary file (14336 of 14336 Bytes transferred)..."_s);
 }
 
 } // namespace

@@ -1,9 +1,11 @@
 #include "BackupDiff.h"
 
 #include "backup/cXML.h"
+#include "boards/Board.h"
 
 #include <QHash>
 #include <QSet>
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -11,47 +13,25 @@ namespace BackupDiff {
 
 namespace {
 
-struct BoardName
-{
-    QString element;
-    QString shown;
-};
-
-const BoardName kBoards[] = {
-    {u"Mainboard"_s, u"Main Board"_s},
-    {u"Measureboard"_s, u"Measuring Module"_s},
-    {u"CPUboard"_s, u"CPU Board"_s},
-};
-
-QString valueKey(const cXML::BoardValue &v)
-{
-    return v.group.isEmpty() ? v.key : v.group + u' ' + v.key;
-}
-
 QString shown(const std::optional<QByteArray> &bytes)
 {
-    if (!bytes)
-        return u"(missing)"_s;
-    QString out = u"\""_s;
-    for (const char ch : *bytes) {
-        const auto b = static_cast<unsigned char>(ch);
-        if (b < 0x20 || (b >= 0x7F && b < 0xA0) || b == '"' || b == '\\')
-            out += u"\\x%1"_s.arg(uint(b), 2, 16, QLatin1Char('0'));
-        else
-            out += QChar(char16_t(b));
-    }
-    return out + u'"';
+    const auto escape = [](char16_t c) {
+        return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == u'"' || c == u'\\';
+    };
+    return bytes ? u'"' + escapedText(QString::fromLatin1(*bytes), escape) + u'"' : u"(missing)"_s;
 }
 
-template<typename Pair>
-void compareKeyed(const QString &board, bool identity, const QList<Pair> &first,
-                  const QList<Pair> &second, QList<Difference> &out)
+// A named byte string: an attribute of the board, or a value under its key.
+using Keyed = std::pair<QString, QByteArray>;
+
+void compareKeyed(const QString &board, bool identity, const QList<Keyed> &first,
+                  const QList<Keyed> &second, QList<Difference> &out)
 {
     QHash<QString, QByteArray> theirs;
-    for (const Pair &p : second)
+    for (const Keyed &p : second)
         theirs.insert(p.first, p.second);
     QSet<QString> seen;
-    for (const Pair &p : first) {
+    for (const Keyed &p : first) {
         seen.insert(p.first);
         const auto it = theirs.constFind(p.first);
         if (it == theirs.cend())
@@ -59,7 +39,7 @@ void compareKeyed(const QString &board, bool identity, const QList<Pair> &first,
         else if (*it != p.second)
             out.append({board, identity, p.first, p.second, *it});
     }
-    for (const Pair &p : second) {
+    for (const Keyed &p : second) {
         if (!seen.contains(p.first))
             out.append({board, identity, p.first, std::nullopt, p.second});
     }
@@ -70,45 +50,42 @@ void compareKeyed(const QString &board, bool identity, const QList<Pair> &first,
 QList<Difference> Compare(const cXML &first, const cXML &second)
 {
     QList<Difference> out;
-    for (const BoardName &board : kBoards) {
-        const bool inFirst = first.HasBoard(board.element);
-        const bool inSecond = second.HasBoard(board.element);
+    for (const BoardKind kind : kUpdateOrder) {
+        const QString element = QString::fromLatin1(boardFacts(kind).backupElement);
+        const QString board = boardName(kind);
+        const bool inFirst = first.HasBoard(element);
+        const bool inSecond = second.HasBoard(element);
         if (!inFirst && !inSecond)
             continue;
         if (!inFirst || !inSecond) {
-            Difference d {board.shown, false, QString(), std::nullopt, std::nullopt};
+            Difference d {board, false, QString(), std::nullopt, std::nullopt};
             (inFirst ? d.first : d.second) = QByteArray("present");
             out.append(d);
             continue;
         }
-        compareKeyed(board.shown, true, first.BoardIdentity(board.element),
-                     second.BoardIdentity(board.element), out);
+        compareKeyed(board, true, first.BoardIdentity(element), second.BoardIdentity(element), out);
 
-        using Keyed = std::pair<QString, QByteArray>;
         const auto keyed = [](const QList<cXML::BoardValue> &values) {
             // A key that comes again is told apart by its count: "Telegram=CH [2]".
             QList<Keyed> list;
             QHash<QString, int> count;
             for (const cXML::BoardValue &v : values) {
-                const QString key = valueKey(v);
+                const QString key = v.group.isEmpty() ? v.key : v.group + u' ' + v.key;
                 const int n = ++count[key];
                 list.append({n == 1 ? key : u"%1 [%2]"_s.arg(key).arg(n), v.value});
             }
             return list;
         };
-        compareKeyed(board.shown, false, keyed(first.BoardValues(board.element)),
-                     keyed(second.BoardValues(board.element)), out);
+        compareKeyed(board, false, keyed(first.BoardValues(element)),
+                     keyed(second.BoardValues(element)), out);
     }
     return out;
 }
 
 bool SameValues(const QList<Difference> &differences)
 {
-    for (const Difference &d : differences) {
-        if (!d.identity)
-            return false;
-    }
-    return true;
+    return std::all_of(differences.cbegin(), differences.cend(),
+                       [](const Difference &d) { return d.identity; });
 }
 
 QString Describe(const Difference &d)

@@ -9,7 +9,6 @@
 #include "link/cComm.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <algorithm>
 #include <filesystem>
 
@@ -20,8 +19,6 @@ namespace {
 constexpr int kRestoreTimeoutMs = 2000;
 constexpr int kWaitAfterCalibrationOpenMs = 2000;
 constexpr int kUnlockAttempts = 4;
-
-const QString kNoOrInvalidAnswer = u"No or Invalid Answer"_s;
 
 QString actionFor(BoardKind board)
 {
@@ -35,25 +32,27 @@ QString elementFor(BoardKind board)
 
 QString invalidAnswer(const QByteArray &answer)
 {
-    return answer.isEmpty() ? kNoOrInvalidAnswer
-                            : kNoOrInvalidAnswer + u": "_s + QString::fromLatin1(answer);
+    const QString text = u"No or Invalid Answer"_s;
+    return answer.isEmpty() ? text : text + u": "_s + QString::fromLatin1(answer);
 }
 
-// Whether an answer starts with the query it answers and the separator.
-bool echoes(const QByteArray &telegram, const QByteArray &answer)
+// Whether an answer is the board's value for a query: the query, the separator and the value.
+// Anything else (an error answer "E;nn", noise on the line, the answer to another query) would be
+// stored as the value and written back later.
+bool answers(const QByteArray &telegram, const QByteArray &answer)
 {
-    return answer.size() > telegram.size() && answer.startsWith(telegram) &&
-        answer.at(telegram.size()) == ';';
+    return !answer.startsWith("E;") && answer.size() > telegram.size() &&
+        answer.startsWith(telegram) && answer.at(telegram.size()) == ';';
+}
+
+// Whether a restore telegram's answer says the board took it: "E;20" (a value the board does not
+// take) counts as taken.
+bool accepted(const QByteArray &telegram, const QByteArray &answer)
+{
+    return !answer.isEmpty() && (answer == "E;20" || cBackup::CheckRestoreAnswer(telegram, answer));
 }
 
 const QString kSerialNumberAttribute = u"SerialNumber"_s;
-const QString kRootPath = u"/VARIMOsentry"_s;
-
-// The new backup is written beside the old one under this name until it is complete.
-QString partialNameFor(const QString &fileName)
-{
-    return fileName + u".incomplete"_s;
-}
 
 // Whether a restore telegram's echo carries the value sent: the same bytes, or the same number
 // written the board's way ("12.5" answered "12.50").
@@ -70,6 +69,46 @@ bool echoesSameValue(const QByteArray &telegram, const QByteArray &answer)
     const double sentValue = telegram.mid(sent + 1).toDouble(&sentIsNumber);
     const double echoedValue = answer.mid(echoed + 1).toDouble(&echoedIsNumber);
     return sentIsNumber && echoedIsNumber && sentValue == echoedValue;
+}
+
+void storeIdentity(cComm &comm, cXML &xml)
+{
+    // "KVT;name;firmware;build": each field the answer holds becomes an attribute.
+    const QList<QByteArray> fields = comm.Transceive("KVT").split(';');
+    const QStringList names = {u"Name"_s, u"Firmware"_s, u"Build"_s};
+    for (qsizetype i = 1; i < fields.size() && i <= names.size(); ++i)
+        xml.SetAttribute(names[i - 1], fields[i]);
+}
+
+// The restore telegrams of one board in an opened backup file, and why they cannot be sent ("" when
+// they can).
+QString restoreTelegrams(const cXML &xml, BoardKind board, const QString &fileName,
+                         QList<QByteArray> &telegrams)
+{
+    try {
+        xml.GetTelegramsFromXML(elementFor(board), telegrams);
+    } catch (const UpdaterError &e) {
+        return u"Backup file %1: %2"_s.arg(fileName, e.message());
+    }
+    for (const QByteArray &telegram : telegrams) {
+        if (const QString why = cBackup::CheckTelegram(telegram); !why.isEmpty())
+            return u"Backup file %1 cannot be restored: %2"_s.arg(fileName, why);
+    }
+    return {};
+}
+
+bool unlock(cComm &comm, const QByteArray &accessCode)
+{
+    if (!comm.OpenPort())
+        return false;
+    for (int attempt = 0; attempt < kUnlockAttempts; ++attempt) {
+        if (comm.Transceive("XUC", cComm::kDefaultTimeoutMs, QByteArray("XUC")) != "XUC")
+            continue;
+        const QByteArray telegram = cCRC::appendCrcToString("XUX;" + accessCode + ";");
+        if (comm.Transceive(telegram, cComm::kDefaultTimeoutMs, QByteArray("XUX")) == "XUX")
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -138,29 +177,11 @@ bool cBackup::CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &a
     return answer.split(';').first() == telegram.split(';').first();
 }
 
-QByteArray cBackup::AppendCrc(const QByteArray &telegram)
+bool cBackup::SendAndExpectEcho(const QByteArray &telegram)
 {
-    return cCRC::appendCrcToString(telegram);
-}
-
-QByteArray cBackup::SendAndExpect(const QByteArray &telegram, const QByteArray &expected)
-{
-    QByteArray answer = m_comm->Transceive(telegram);
-    m_lastError.clear();
-    if (answer != expected)
-        m_lastError = invalidAnswer(answer);
-    return answer;
-}
-
-void cBackup::StoreIdentity(cXML &xml)
-{
-    const QList<QByteArray> fields = m_comm->Transceive("KVT").split(';');
-    if (fields.size() > 1)
-        xml.SetAttribute(u"Name"_s, fields[1]);
-    if (fields.size() > 2)
-        xml.SetAttribute(u"Firmware"_s, fields[2]);
-    if (fields.size() > 3)
-        xml.SetAttribute(u"Build"_s, fields[3]);
+    const QByteArray answer = m_comm->Transceive(telegram);
+    m_lastError = answer == telegram ? QString() : invalidAnswer(answer);
+    return m_lastError.isEmpty();
 }
 
 QString cBackup::CheckTelegram(const QByteArray &telegram)
@@ -175,14 +196,10 @@ QString cBackup::CheckTelegram(const QByteArray &telegram)
     if (control == telegram.cend())
         return {};
     // Shown with its control bytes written as \xNN, so the message itself stays one line.
-    QString shown;
-    for (const char c : telegram.left(60)) {
-        const auto byte = static_cast<unsigned char>(c);
-        shown += byte < 0x20 ? u"\\x%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'))
-                             : QString(QLatin1Char(c));
-    }
+    const QString shown =
+        escapedText(QString::fromLatin1(telegram.left(60)), [](char16_t c) { return c < 0x20; });
     return u"the telegram %1 holds the control byte 0x%2, which would end it on the line"_s.arg(
-        shown, u"%1"_s.arg(uint(static_cast<unsigned char>(*control)), 2, 16, QLatin1Char('0')));
+        shown, hexByte(static_cast<unsigned char>(*control)));
 }
 
 cBackup::FileCheck cBackup::CheckBackupFile(const QString &fileName)
@@ -194,71 +211,55 @@ cBackup::FileCheck cBackup::CheckBackupFile(const QString &fileName)
         return check;
     }
     check.serialNumber = QString::fromLatin1(xml.RootAttribute(kSerialNumberAttribute));
-    try {
-        for (const BoardKind board : kUpdateOrder) {
-            QList<QByteArray> telegrams;
-            xml.GetTelegramsFromXML(elementFor(board), telegrams);
-            for (const QByteArray &telegram : telegrams) {
-                if (const QString why = CheckTelegram(telegram); !why.isEmpty()) {
-                    check.error = u"Backup file %1 cannot be restored: %2"_s.arg(fileName, why);
-                    return check;
-                }
-            }
-        }
-    } catch (const UpdaterError &e) {
-        check.error = u"Backup file %1: %2"_s.arg(fileName, e.message());
+    for (const BoardKind board : kUpdateOrder) {
+        QList<QByteArray> telegrams;
+        check.error = restoreTelegrams(xml, board, fileName, telegrams);
+        if (!check.error.isEmpty())
+            break;
     }
     return check;
 }
 
-// Stores a value read from the board. A value that could not be sent back as one telegram (a
-// control byte, or too long) fails the backup now rather than the restore after an update.
-bool cBackup::StoreValue(cXML &xml, const QByteArray &telegram, const QByteArray &answer,
-                         const QByteArray &value)
+// Reads one value into a new element below the current one, keyed by the attribute key. The CPU
+// Board's values (withCrc) end in a CRC of the answer. A value that could not be sent back as one
+// telegram (a control byte, or too long) fails the backup now rather than the restore after an
+// update.
+bool cBackup::ReadValue(cXML &xml, const QByteArray &telegram, const QString &key,
+                        const QByteArray &keyValue, bool withCrc)
 {
+    QByteArray answer = m_comm->Transceive(telegram);
+    if (!answers(telegram, answer)) {
+        m_lastError = invalidAnswer(answer);
+        return false;
+    }
+    if (withCrc && !CheckAnswerCrc(answer)) {
+        m_lastError = u"Invalid CRC Answer: "_s + QString::fromLatin1(answer);
+        return false;
+    }
+    const QByteArray value = ExtractValue(telegram, answer, withCrc);
     if (!CheckTelegram(telegram + ';' + value).isEmpty()) {
         m_lastError = invalidAnswer(answer);
         return false;
     }
     xml.CreateAndSetChild(u"Value"_s, value);
+    xml.SetAttribute(key, keyValue);
+    xml.SetParent();
     return true;
 }
 
 bool cBackup::ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams)
 {
-    for (const QByteArray &telegram : telegrams) {
-        const QByteArray answer = m_comm->Transceive(telegram);
-        // The board answers with the query, ";" and the value. Anything else (noise on the line,
-        // the answer to another query) would be stored as the value and written back later.
-        if (answer.isEmpty() || answer.startsWith("E;") || !echoes(telegram, answer)) {
-            m_lastError = invalidAnswer(answer);
-            return false;
-        }
-        if (!StoreValue(xml, telegram, answer, ExtractValue(telegram, answer)))
-            return false;
-        xml.SetAttribute(u"Telegram"_s, telegram);
-        xml.SetParent();
-    }
-    return true;
+    return std::all_of(telegrams.cbegin(), telegrams.cend(), [&](const QByteArray &telegram) {
+        return ReadValue(xml, telegram, u"Telegram"_s, telegram, false);
+    });
 }
 
 bool cBackup::ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastIndex)
 {
     for (int i = 0; i <= lastIndex; ++i) {
-        const QByteArray telegram = prefix + QByteArray::number(i);
-        QByteArray answer = m_comm->Transceive(telegram);
-        if (answer.isEmpty() || answer.startsWith("E;") || !echoes(telegram, answer)) {
-            m_lastError = invalidAnswer(answer);
+        const QByteArray index = QByteArray::number(i);
+        if (!ReadValue(xml, prefix + index, u"id"_s, index, true))
             return false;
-        }
-        if (!CheckAnswerCrc(answer)) {
-            m_lastError = u"Invalid CRC Answer: "_s + QString::fromLatin1(answer);
-            return false;
-        }
-        if (!StoreValue(xml, telegram, answer, ExtractValue(telegram, answer, true)))
-            return false;
-        xml.SetAttribute(u"id"_s, QByteArray::number(i));
-        xml.SetParent();
     }
     return true;
 }
@@ -272,15 +273,23 @@ bool cBackup::SecureData(const QString &fileName, const QString &serialNumber)
         m_lastError = u"No backup file name: the serial number was not read."_s;
         return false;
     }
-    // The previous backup stays in place under its own name until the new one is complete.
-    const QString partial = partialNameFor(fileName);
+    // The new backup is written beside the previous one, which stays in place under its own name
+    // until the new one is complete.
+    const QString partial = fileName + u".incomplete"_s;
     cXML xml(&m_comm->clock());
     bool ok = false;
     try {
         xml.CreateXMLDocument(partial);
         if (!serialNumber.isEmpty())
             xml.SetAttribute(kSerialNumberAttribute, serialNumber.toLatin1());
-        ok = ReadMainBoard(xml) && ReadMeasuringModule(xml) && ReadCpuBoard(xml);
+        const auto measProtected = [&] { return ReadQueryList(xml, MeasProtectedQueries()); };
+        const auto measUser = [&] { return ReadQueryList(xml, MeasUserQueries()); };
+        const auto cpuProtected = [&] {
+            return ReadIndexedValues(xml, "DPV;", kLastProtectedIndex);
+        };
+        const auto cpuUser = [&] { return ReadIndexedValues(xml, "DUV;", kLastUserIndex); };
+        ok = ReadMainBoard(xml) && ReadGroups(xml, BoardKind::Meas, measProtected, measUser) &&
+            ReadGroups(xml, BoardKind::Cpu, cpuProtected, cpuUser);
         if (ok)
             xml.SaveXMLDoc();
     } catch (const UpdaterError &e) {
@@ -317,46 +326,28 @@ bool cBackup::SelectBoard(cXML &xml, BoardKind board, bool firstBoard)
         xml.CreateAndSetChild(elementFor(board), {});
     else
         xml.CreateAndSetSibling(elementFor(board), {});
-    const QByteArray select = boardFacts(board).select;
-    SendAndExpect(select, select);
-    if (!m_lastError.isEmpty())
+    if (!SendAndExpectEcho(boardFacts(board).select))
         return false;
-    StoreIdentity(xml);
+    storeIdentity(*m_comm, xml);
     return true;
 }
 
 bool cBackup::ReadMainBoard(cXML &xml)
 {
-    if (!SelectBoard(xml, BoardKind::Main, true) || !ReadQueryList(xml, MainBoardQueries()))
-        return false;
-    const QByteArray deselect = boardFacts(BoardKind::Cpu).select;
-    SendAndExpect(deselect, deselect);
-    return m_lastError.isEmpty();
+    return SelectBoard(xml, BoardKind::Main, true) && ReadQueryList(xml, MainBoardQueries()) &&
+        SendAndExpectEcho(boardFacts(BoardKind::Cpu).select);
 }
 
-bool cBackup::ReadMeasuringModule(cXML &xml)
+bool cBackup::ReadGroups(cXML &xml, BoardKind board, const std::function<bool()> &readProtected,
+                         const std::function<bool()> &readUser)
 {
-    if (!SelectBoard(xml, BoardKind::Meas, false))
+    if (!SelectBoard(xml, board, false))
         return false;
     xml.CreateAndSetChild(u"Protected"_s, {});
-    if (!ReadQueryList(xml, MeasProtectedQueries()))
+    if (!readProtected())
         return false;
     xml.CreateAndSetSibling(u"User"_s, {});
-    if (!ReadQueryList(xml, MeasUserQueries()))
-        return false;
-    xml.SetParent();
-    return true;
-}
-
-bool cBackup::ReadCpuBoard(cXML &xml)
-{
-    if (!SelectBoard(xml, BoardKind::Cpu, false))
-        return false;
-    xml.CreateAndSetChild(u"Protected"_s, {});
-    if (!ReadIndexedValues(xml, "DPV;", kLastProtectedIndex))
-        return false;
-    xml.CreateAndSetSibling(u"User"_s, {});
-    if (!ReadIndexedValues(xml, "DUV;", kLastUserIndex))
+    if (!readUser())
         return false;
     xml.SetParent();
     return true;
@@ -382,47 +373,25 @@ bool cBackup::VerifySaved(const cXML &xml, const QString &fileName)
     return true;
 }
 
-bool cBackup::Unlock(const QByteArray &accessCode)
-{
-    if (!m_comm->OpenPort())
-        return false;
-    for (int attempt = 0; attempt < kUnlockAttempts; ++attempt) {
-        if (m_comm->Transceive("XUC", cComm::kDefaultTimeoutMs, QByteArray("XUC")) != "XUC")
-            continue;
-        const QByteArray unlock = AppendCrc("XUX;" + accessCode + ";");
-        if (m_comm->Transceive(unlock, cComm::kDefaultTimeoutMs, QByteArray("XUX")) == "XUX")
-            return true;
-    }
-    return false;
-}
-
 bool cBackup::RestoreData(BoardKind board, const QString &xmlSource)
 {
     m_currAction = actionFor(board);
 
-    QList<QByteArray> telegrams;
-    try {
-        cXML xml;
-        if (!xml.OpenXMLDocument(xmlSource)) {
-            m_lastError = u"Cannot open backup file %1: %2"_s.arg(xmlSource, xml.errorString());
-            return false;
-        }
-        xml.GetTelegramsFromXML(elementFor(board), telegrams);
-    } catch (const UpdaterError &e) {
-        m_lastError = u"Backup file %1: %2"_s.arg(xmlSource, e.message());
+    cXML xml;
+    if (!xml.OpenXMLDocument(xmlSource)) {
+        m_lastError = u"Cannot open backup file %1: %2"_s.arg(xmlSource, xml.errorString());
         return false;
     }
-    for (const QByteArray &telegram : telegrams) {
-        if (const QString why = CheckTelegram(telegram); !why.isEmpty()) {
-            m_lastError = u"Backup file %1 cannot be restored: %2"_s.arg(xmlSource, why);
-            return false;
-        }
+    QList<QByteArray> telegrams;
+    if (const QString why = restoreTelegrams(xml, board, xmlSource, telegrams); !why.isEmpty()) {
+        m_lastError = why;
+        return false;
     }
 
     m_comm->Transceive(boardFacts(board).select);
     bool writeEnable = true;
     if (board == BoardKind::Cpu) {
-        if (!Unlock(kAccessCode))
+        if (!unlock(*m_comm, kAccessCode))
             return false;
         writeEnable = false;
     }
@@ -445,18 +414,14 @@ bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
     if (telegram == "CEO;1")
         m_comm->clock().sleepMs(kWaitAfterCalibrationOpenMs);
     if (answer.isEmpty()) {
-        m_lastError = kNoOrInvalidAnswer;
+        m_lastError = invalidAnswer(answer);
         return false;
     }
-    // "E;20" (a value the board does not take) counts as accepted.
-    if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+    if (!accepted(telegram, answer)) {
+        // Asked once more; "E;20" is no longer taken for an answer then.
         answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-        if (!CheckRestoreAnswer(telegram, answer)) {
+        if (answer.isEmpty() || !CheckRestoreAnswer(telegram, answer)) {
             m_lastError = invalidAnswer(answer);
-            return false;
-        }
-        if (answer.isEmpty()) {
-            m_lastError = kNoOrInvalidAnswer;
             return false;
         }
     } else if (answer != "E;20" && telegram.contains(';') && !echoesSameValue(telegram, answer)) {
@@ -466,11 +431,7 @@ bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
         if (writeEnable)
             m_comm->Transceive("CEW;1");
         answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-        if (answer.isEmpty()) {
-            m_lastError = kNoOrInvalidAnswer;
-            return false;
-        }
-        if (answer != "E;20" && !CheckRestoreAnswer(telegram, answer)) {
+        if (!accepted(telegram, answer)) {
             m_lastError = invalidAnswer(answer);
             return false;
         }

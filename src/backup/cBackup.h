@@ -19,7 +19,6 @@ class cBackup
 {
 public:
     void Init(cComm *comm);
-    cComm *comm() const { return m_comm; }
 
     // Reads every board into a new backup document beside fileName (PartialFile()) and puts it
     // in place of fileName only when it is complete and read back intact; true then. A run that
@@ -72,22 +71,21 @@ public:
                                    bool stripTail = false);
     static bool CheckAnswerCrc(QByteArray &answer);
     static bool CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &answer);
-    static QByteArray AppendCrc(const QByteArray &telegram);
 
 private:
-    QByteArray SendAndExpect(const QByteArray &telegram, const QByteArray &expected);
-    void StoreIdentity(cXML &xml);
+    // Sends the telegram; true when the board echoes it, else LastError says what came instead.
+    bool SendAndExpectEcho(const QByteArray &telegram);
+    bool ReadValue(cXML &xml, const QByteArray &telegram, const QString &key,
+                   const QByteArray &keyValue, bool withCrc);
     bool ReadQueryList(cXML &xml, const QList<QByteArray> &telegrams);
     bool ReadIndexedValues(cXML &xml, const QByteArray &prefix, int lastIndex);
-    bool Unlock(const QByteArray &accessCode);
     bool SelectBoard(cXML &xml, BoardKind board, bool firstBoard);
     bool ReadMainBoard(cXML &xml);
-    bool ReadMeasuringModule(cXML &xml);
-    bool ReadCpuBoard(cXML &xml);
+    // Selects the board and reads its "Protected" and then its "User" group.
+    bool ReadGroups(cXML &xml, BoardKind board, const std::function<bool()> &readProtected,
+                    const std::function<bool()> &readUser);
     bool VerifySaved(const cXML &xml, const QString &fileName);
     bool PutInPlace(const QString &partial, const QString &fileName);
-    bool StoreValue(cXML &xml, const QByteArray &telegram, const QByteArray &answer,
-                    const QByteArray &value);
     bool RestoreTelegram(const QByteArray &telegram, bool writeEnable);
 
     cComm *m_comm = nullptr;

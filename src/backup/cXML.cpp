@@ -31,14 +31,8 @@ bool isXmlWhitespace(const QString &text)
 // A text for error messages: bytes that would break a log line are shown as \xNN.
 QString shown(const QString &text)
 {
-    QString out;
-    for (QChar c : text) {
-        if (c.unicode() < 0x20 || (c.unicode() >= 0x7F && c.unicode() < 0xA0))
-            out += u"\\x%1"_s.arg(uint(c.unicode()), 2, 16, QLatin1Char('0'));
-        else
-            out += c;
-    }
-    return u'"' + out + u'"';
+    return u'"' +
+        escapedText(text, [](char16_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }) + u'"';
 }
 
 // XML 1.0 has no way to carry the control characters other than TAB, LF and CR, not even as a
@@ -48,9 +42,9 @@ void checkValue(const QByteArray &value, const QString &what)
     for (const char ch : value) {
         const auto byte = static_cast<unsigned char>(ch);
         if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') {
-            const QString hex = u"%1"_s.arg(uint(byte), 2, 16, QLatin1Char('0'));
-            throw UpdaterError(u"the value %1 of %2 holds the byte 0x%3, which an XML file "
-                               "cannot carry"_s.arg(shown(QString::fromLatin1(value)), what, hex));
+            throw UpdaterError(
+                u"the value %1 of %2 holds the byte 0x%3, which an XML file cannot carry"_s.arg(
+                    shown(QString::fromLatin1(value)), what, hexByte(byte)));
         }
     }
 }
@@ -109,16 +103,44 @@ void writeText(QXmlStreamWriter &writer, const QString &text)
 {
     // A CR written as it is comes back as LF (XML ends its lines so); a character reference
     // keeps it. TAB and LF inside an element's text come back as they are.
-    qsizetype start = 0;
-    for (qsizetype cr = text.indexOf(u'\r'); cr >= 0; cr = text.indexOf(u'\r', start)) {
-        writer.writeCharacters(text.mid(start, cr - start));
+    const QStringList lines = text.split(u'\r');
+    writer.writeCharacters(lines.front());
+    for (qsizetype i = 1; i < lines.size(); ++i) {
         writer.writeEntityReference(u"#xd"_s);
-        start = cr + 1;
+        writer.writeCharacters(lines[i]);
     }
-    writer.writeCharacters(text.mid(start));
+}
+
+// Ends the element parent and returns its parent.
+QDomNode readEndElement(QDomNode parent)
+{
+    // Whitespace between child elements is layout, not a value.
+    const QDomElement element = parent.toElement();
+    if (!element.firstChildElement().isNull()) {
+        for (QDomNode n = element.firstChild(); !n.isNull();) {
+            const QDomNode next = n.nextSibling();
+            if (n.isText() && isXmlWhitespace(n.toText().data()))
+                parent.removeChild(n);
+            n = next;
+        }
+    }
+    return parent.parentNode();
 }
 
 } // namespace
+
+QString hexByte(uint byte)
+{
+    return u"%1"_s.arg(byte, 2, 16, QLatin1Char('0'));
+}
+
+QString escapedText(QStringView text, bool (*escape)(char16_t))
+{
+    QString out;
+    for (const QChar c : text)
+        out += escape(c.unicode()) ? u"\\x"_s + hexByte(c.unicode()) : QString(c);
+    return out;
+}
 
 cXML::cXML(Clock *clock)
     : m_clock(clock)
@@ -299,26 +321,9 @@ QDomNode cXML::readStartElement(const QXmlStreamReader &reader, QDomNode parent)
     }
     if (!names.isEmpty())
         m_attributeOrder.append({element, names});
-    if (parent.isNull())
-        m_doc.appendChild(element);
-    else
-        parent.appendChild(element);
+    // The root element goes into the document itself.
+    (parent.isNull() ? QDomNode(m_doc) : parent).appendChild(element);
     return element;
-}
-
-QDomNode cXML::readEndElement(QDomNode parent)
-{
-    // Whitespace between child elements is layout, not a value.
-    const QDomElement element = parent.toElement();
-    if (!element.firstChildElement().isNull()) {
-        for (QDomNode n = element.firstChild(); !n.isNull();) {
-            const QDomNode next = n.nextSibling();
-            if (n.isText() && isXmlWhitespace(n.toText().data()))
-                parent.removeChild(n);
-            n = next;
-        }
-    }
-    return parent.parentNode();
 }
 
 bool cXML::OpenXMLDocument(const QString &fileName)
@@ -466,8 +471,6 @@ QList<std::pair<QString, QByteArray>> cXML::BoardIdentity(const QString &boardEl
     const QString path = u"/"_s + kRoot + u'/' + boardElement;
     const QDomElement board = findElement(m_doc, path);
     QList<std::pair<QString, QByteArray>> identity;
-    if (board.isNull())
-        return identity;
     for (const QString &name : attributeNames(board))
         identity.append({name, toBytes(board.attribute(name), path + u"/@"_s + name)});
     return identity;

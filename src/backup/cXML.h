@@ -2,16 +2,20 @@
 
 #include <QByteArray>
 #include <QDomDocument>
-#include <QDomElement>
 #include <QList>
 #include <QString>
 #include <QStringList>
 #include <utility>
 
-class QXmlStreamReader;
-
 class Clock;
+class QXmlStreamReader;
 class QXmlStreamWriter;
+
+// A byte as two lower-case hex digits ("0a").
+QString hexByte(uint byte);
+// The text with each character that escape picks written as \xNN, so that a message holding it
+// stays on one line.
+QString escapedText(QStringView text, bool (*escape)(char16_t));
 
 // The parameter backup file: an XML document that holds, per board, the board's identity and the
 // values the board answered to the parameter queries. The backup step builds it through a cursor
@@ -71,7 +75,6 @@ public:
     // Writes the document to the file name given to CreateXMLDocument, atomically: the file holds
     // either its old content or the whole new document, never a part of it.
     void SaveXMLDoc();
-    QString GetFilename() const { return m_fileName; }
 
     // Sets an attribute of the current element; a new name goes behind the existing ones, a name
     // set again keeps its place.
@@ -134,7 +137,6 @@ public:
 
 private:
     QDomNode readStartElement(const QXmlStreamReader &reader, QDomNode parent);
-    QDomNode readEndElement(QDomNode parent);
     QDomElement createElement(const QString &name, const QByteArray &text);
     QDomElement elementAt(const QString &path) const;
     QDomElement requireCurrent(const char *operation) const;

@@ -8,17 +8,17 @@ const BoardFacts kFacts[kBoardCount] = {
      "Starting CPU Board bootloader...", "Sending CPU Board binary file ",
      "Update of CPU Board successfully completed.", "Restoring parameters to CPU Board...",
      "ERROR: Backup CPU Board failed", "ERROR: Cannot update to this CPU Board version"},
-    {BoardKind::Meas, "meas", "Measuring Module", "DHR;1", "DHR;3", "BLMM;1", "DHR;3", "Vm2MM",
-     992, "Messmodul", "FW_MESSMODUL_XXX-Y_CRC", "1.20", "Measureboard",
+    {BoardKind::Meas, "meas", "Measuring Module", "DHR;1", "DHR;3", "BLMM;1", "DHR;3", "Vm2MM", 992,
+     "Messmodul", "FW_MESSMODUL_XXX-Y_CRC", "1.20", "Measureboard",
      "Starting Measuring Module bootloader...", "Sending Measuring Module binary file ",
      "Update of Measuring Module successfully completed.",
      "Restoring parameters to Measuring Module...", "ERROR: Backup Measuring Module failed",
      "ERROR: Cannot update to this Measuring Module version"},
     {BoardKind::Main, "main", "Main Board", "DHR;2", "DHR;4", "BLSP;1", "DHR;4", "Vm2PS", 112,
-     "Mainboard", "FW_MAINBOARD_XXX_CRC", "1.02", "Mainboard",
-     "Starting Main Board bootloader...", "Sending Main Board binary file ",
-     "Update of Main Board successfully completed.", "Restoring parameters to Main Board...",
-     "ERROR: Backup Main Board failed", "ERROR: Cannot update to this Main Board version"},
+     "Mainboard", "FW_MAINBOARD_XXX_CRC", "1.02", "Mainboard", "Starting Main Board bootloader...",
+     "Sending Main Board binary file ", "Update of Main Board successfully completed.",
+     "Restoring parameters to Main Board...", "ERROR: Backup Main Board failed",
+     "ERROR: Cannot update to this Main Board version"},
 };
 
 } // namespace
@@ -35,11 +35,4 @@ std::optional<BoardKind> boardFromKey(const QString &key)
             return facts.kind;
     }
     return std::nullopt;
-}
-
-std::optional<BoardKind> boardFromNumber(qint32 n)
-{
-    if (n < 0 || n >= kBoardCount)
-        return std::nullopt;
-    return BoardKind(n);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QByteArray>
 #include <QString>
 #include <array>
 #include <optional>
@@ -61,9 +60,6 @@ const BoardFacts &boardFacts(BoardKind kind);
 
 // The board whose key is key ("cpu", "main", "meas"), if any.
 std::optional<BoardKind> boardFromKey(const QString &key);
-
-// The board whose select number is n, if any.
-std::optional<BoardKind> boardFromNumber(qint32 n);
 
 inline QString boardName(BoardKind kind)
 {

@@ -2,10 +2,8 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <algorithm>
-#include <stdexcept>
 
 using namespace Qt::StringLiterals;
 
@@ -17,15 +15,10 @@ namespace {
 // expression; every other character stands for itself.
 QRegularExpression wildcard(const QString &pattern)
 {
-    QString expression;
-    for (QChar c : pattern) {
-        if (c == u'*')
-            expression += u".*"_s;
-        else if (c == u'?')
-            expression += u'.';
-        else
-            expression += QRegularExpression::escape(QString(c));
-    }
+    // Every "*" and "?" comes out of escape() as "\*" and "\?", the only places where a backslash
+    // stands before them.
+    const QString expression =
+        QRegularExpression::escape(pattern).replace(u"\\*"_s, u".*"_s).replace(u"\\?"_s, u"."_s);
     return QRegularExpression(QRegularExpression::anchoredPattern(expression),
                               QRegularExpression::CaseInsensitiveOption |
                                   QRegularExpression::DotMatchesEverythingOption);
@@ -41,8 +34,7 @@ QString PatternPrefix(const QString &pattern)
 
 QString FindNewestFile(const QString &dir, const QString &pattern)
 {
-    const QStringList files =
-        ListFiles(dir, PatternPrefix(pattern), kFirmwareExtension.toString());
+    const QStringList files = ListFiles(dir, PatternPrefix(pattern), kFirmwareExtension.toString());
     return files.isEmpty() ? QString() : files.back();
 }
 
@@ -58,8 +50,7 @@ QStringList ListFiles(const QString &dir, const QString &prefix, const QString &
         if (match.match(name).hasMatch())
             names.append(name);
     }
-    if (names.size() > 1)
-        SortStrings(names);
+    SortStrings(names);
     return names;
 }
 

@@ -12,21 +12,17 @@ using namespace Qt::StringLiterals;
 
 namespace {
 constexpr char kSerialPrefix[] = "SER;";
-constexpr char kCrLf[] = "\r\n";
 } // namespace
 
 void cControler::FillFromKVTTelegram(const QByteArray &answer)
 {
-    m_name.clear();
-    m_firmware.clear();
-    m_build.clear();
     const QList<QByteArray> fields = answer.split(';');
-    if (fields.size() > 1)
-        m_name = QString::fromLatin1(fields[1]);
-    if (fields.size() > 2)
-        m_firmware = QString::fromLatin1(fields[2]);
-    if (fields.size() > 3)
-        m_build = QString::fromLatin1(fields[3]);
+    const auto field = [&](qsizetype i) {
+        return i < fields.size() ? QString::fromLatin1(fields[i]) : QString();
+    };
+    m_name = field(1);
+    m_firmware = field(2);
+    m_build = field(3);
 }
 
 bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *error)
@@ -47,18 +43,9 @@ bool SerialNumberFromAnswer(const QByteArray &answer, QString *serial, QString *
 
 bool cControler::InitFromDevice(cComm *comm, BoardKind kind)
 {
-    m_toolTipText.clear();
-    m_enabled = true;
-    m_color = kBlack;
-    m_name.clear();
-    m_firmware.clear();
-    m_serialNumber.clear();
-    m_build.clear();
-    m_binFileName.clear();
+    *this = cControler();
     m_validFile = true;
     m_controler = kind;
-    m_isInBTLMode = false;
-    m_lastError.clear();
 
     const BoardFacts &facts = boardFacts(kind);
     const QByteArray select = facts.select;
@@ -82,8 +69,8 @@ bool cControler::InitFromDevice(cComm *comm, BoardKind kind)
 
     if (answer != "E;1" && !answer.isEmpty()) {
         if (!answer.contains(facts.identity)) {
-            m_lastError = u"Board %1 answered with another identity: %2"_s.arg(qint32(kind)).arg(
-                QString::fromLatin1(answer));
+            m_lastError = u"Board %1 answered with another identity: %2"_s.arg(qint32(kind))
+                              .arg(QString::fromLatin1(answer));
             return false;
         }
         FillFromKVTTelegram(answer);
@@ -96,9 +83,8 @@ bool cControler::InitFromDevice(cComm *comm, BoardKind kind)
     }
 
     // No identity: the board may be waiting in its bootloader, asking with "C".
-    const QByteArray probe = facts.probe;
     for (int i = 0; i < kBootloaderProbes; ++i) {
-        comm->WriteTelegram(probe, kCrLf);
+        comm->WriteTelegram(facts.probe, cComm::kCrLf);
         comm->clock().sleepMs(kProbeSleepMs);
         if (comm->ReadT(kProbeReadMs, {}).contains('C')) {
             m_isInBTLMode = true;
@@ -111,17 +97,14 @@ bool cControler::InitFromDevice(cComm *comm, BoardKind kind)
 void cControler::InitFromBinFile(const QString &dir, const QString &file, const QString &pattern,
                                  BoardKind kind)
 {
-    m_toolTipText.clear();
-    m_name.clear();
-    m_build.clear();
-    m_serialNumber.clear();
-    m_enabled = true;
+    // Everything but the bootloader state describes the file from here on.
+    const bool inBootloader = m_isInBTLMode;
+    *this = cControler();
+    m_isInBTLMode = inBootloader;
     m_binFileName = file;
     m_controler = kind;
     m_firmware = u"<not found>"_s;
     m_color = kRed;
-    m_validFile = false;
-    m_lastError.clear();
 
     const QString path = QFileInfo(file).isAbsolute() ? file : QDir(dir).filePath(file);
     if (!m_binFileName.isEmpty() && modHelper::FileExists(path)) {
@@ -137,8 +120,7 @@ void cControler::InitFromBinFile(const QString &dir, const QString &file, const 
         } else {
             m_validFile = true;
             m_color = kBlack;
-            m_firmware =
-                modHelper::VersionFromFileName(modHelper::SplitPath(file, false), pattern);
+            m_firmware = modHelper::VersionFromFileName(modHelper::SplitPath(file, false), pattern);
             m_name = m_binFileName;
         }
     }

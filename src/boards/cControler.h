@@ -32,7 +32,6 @@ public:
     qint32 MaxNumOfPackages() const { return boardFacts(m_controler).packets; }
 
     bool IsInBTLMode() const { return m_isInBTLMode; }
-    void setIsInBTLMode(bool on) { m_isInBTLMode = on; }
 
     // Selects the board, reads its identity (and for the CPU Board the serial number); true when
     // the board identified itself. A board waiting in its bootloader gives false with
@@ -48,7 +47,6 @@ public:
     void setValidBinFile(bool valid) { m_validFile = valid; }
 
     QString BinFileName() const { return m_binFileName; }
-    void setBinFileName(const QString &s) { m_binFileName = s; }
     QString Name() const { return m_name; }
     void setName(const QString &s) { m_name = s; }
     QString Build() const { return m_build; }
@@ -65,9 +63,7 @@ public:
     void FillFromKVTTelegram(const QByteArray &answer);
 
     QString ToolTipText() const { return m_toolTipText; }
-    void setToolTipText(const QString &s) { m_toolTipText = s; }
     bool Enabled() const { return m_enabled; }
-    void setEnabled(bool on) { m_enabled = on; }
     qint32 Color() const { return m_color; }
     void setColor(qint32 color) { m_color = color; }
 

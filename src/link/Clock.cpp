@@ -53,12 +53,7 @@ quint64 VirtualClock::schedule(qint64 atMs, Callback cb)
 
 void VirtualClock::cancel(quint64 id)
 {
-    for (auto it = m_events.begin(); it != m_events.end(); ++it) {
-        if (it->first.id == id) {
-            m_events.erase(it);
-            return;
-        }
-    }
+    std::erase_if(m_events, [id](const auto &event) { return event.first.id == id; });
 }
 
 qint64 VirtualClock::nextEventMs() const

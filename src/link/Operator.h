@@ -56,12 +56,15 @@ private:
 
 // The fixed lines of the instruction dialogs.
 namespace InstructionText {
-extern const QString kReset; // "Reset VARIMOsentry by pressing RESET && ZERO buttons ..."
-extern const QString kPower; // "Restart VARIMOsentry by pressing the POWER KEY."
-extern const QString kWaitForDisplay; // "Wait a few seconds until the measured value ..."
-extern const QString kContinue; // "Continue with OK."
-extern const QString kCheckConnection; // "Check connection to VARIMOsentry."
-extern const QString kTryRestoreAgain; // "Try again to restore parameters with Restore Data ..."
+inline const QString kReset =
+    QStringLiteral("Reset VARIMOsentry by pressing RESET && ZERO buttons simultaneously.");
+inline const QString kPower = QStringLiteral("Restart VARIMOsentry by pressing the POWER KEY.");
+inline const QString kWaitForDisplay =
+    QStringLiteral("Wait a few seconds until the measured value display is shown.");
+inline const QString kContinue = QStringLiteral("Continue with OK.");
+inline const QString kCheckConnection = QStringLiteral("Check connection to VARIMOsentry.");
+inline const QString kTryRestoreAgain =
+    QStringLiteral("Try again to restore parameters with Restore Data - button.");
 QStringList cpuUpdateMode();
 QStringList mainBoardRestart();
 } // namespace InstructionText

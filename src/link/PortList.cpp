@@ -14,7 +14,6 @@ namespace modHelper {
 
 namespace {
 constexpr int kDeviceListBufferChars = 100000;
-constexpr int kHighestComPort = 255;
 } // namespace
 
 QStringList ParseDosDeviceList(const QByteArray &deviceList)

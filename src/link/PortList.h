@@ -5,6 +5,9 @@
 
 namespace modHelper {
 
+// The highest port number a "COMn" name may carry.
+inline constexpr int kHighestComPort = 255;
+
 // The COM ports named in a device-name list as the operating system returns it (names each ended
 // by NUL): "COM1" ... "COM255" in numeric order. A name counts only with a NUL before it, so the
 // very first entry of the list is never found; this is how the instrument's tools have always

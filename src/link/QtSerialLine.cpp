@@ -2,6 +2,7 @@
 
 #include <QSerialPort>
 #include <QStringList>
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -47,18 +48,13 @@ bool QtSerialLine::setSettings(const QString &settings)
 
 static QSerialPort::Parity toQtParity(char p)
 {
-    switch (p) {
-    case 'E':
-        return QSerialPort::EvenParity;
-    case 'O':
-        return QSerialPort::OddParity;
-    case 'M':
-        return QSerialPort::MarkParity;
-    case 'S':
-        return QSerialPort::SpaceParity;
-    default:
-        return QSerialPort::NoParity;
-    }
+    static constexpr std::pair<char, QSerialPort::Parity> kParities[] = {
+        {'E', QSerialPort::EvenParity},
+        {'O', QSerialPort::OddParity},
+        {'M', QSerialPort::MarkParity},
+        {'S', QSerialPort::SpaceParity}};
+    const auto it = std::ranges::find(kParities, p, &std::pair<char, QSerialPort::Parity>::first);
+    return it != std::end(kParities) ? it->second : QSerialPort::NoParity;
 }
 
 bool QtSerialLine::open()
@@ -69,21 +65,15 @@ bool QtSerialLine::open()
     m_gone = false;
     m_port = std::make_unique<QSerialPort>();
     m_port->setPortName(m_portName);
-    if (!m_port->open(QIODevice::ReadWrite)) {
-        noteError();
-        m_port.reset();
-        return false;
-    }
-    const bool configured = m_port->setBaudRate(m_settings.baud) &&
-        m_port->setParity(toQtParity(m_settings.parity)) &&
+    const bool opened = m_port->open(QIODevice::ReadWrite) &&
+        m_port->setBaudRate(m_settings.baud) && m_port->setParity(toQtParity(m_settings.parity)) &&
         m_port->setDataBits(QSerialPort::DataBits(m_settings.dataBits)) &&
         m_port->setStopBits(m_settings.stopBits == 2 ? QSerialPort::TwoStop
                                                      : QSerialPort::OneStop) &&
         m_port->setFlowControl(QSerialPort::NoFlowControl);
-    if (!configured) {
+    if (!opened) {
         noteError();
-        m_port->close();
-        m_port.reset();
+        m_port.reset(); // closes the port
         return false;
     }
     return true;
@@ -91,10 +81,7 @@ bool QtSerialLine::open()
 
 void QtSerialLine::close()
 {
-    if (m_port) {
-        m_port->close();
-        m_port.reset();
-    }
+    m_port.reset(); // closes the port
 }
 
 bool QtSerialLine::isOpen() const
@@ -139,8 +126,7 @@ QByteArray QtSerialLine::readAll()
         return {};
     // Without an event loop QSerialPort takes bytes from the device only inside its waits: a
     // wait of no time hands over what arrived while nobody waited (a "C" during a sleep).
-    while (!m_gone && m_port->waitForReadyRead(0)) {
-    }
+    while (!m_gone && m_port->waitForReadyRead(0)) { }
     if (m_port->error() == QSerialPort::TimeoutError)
         m_port->clearError();
     else if (m_port->error() != QSerialPort::NoError)
@@ -165,21 +151,12 @@ bool QtSerialLine::waitForData(int timeoutMs)
 
 void QtSerialLine::noteError()
 {
-    if (m_port) {
-        switch (m_port->error()) {
-        case QSerialPort::ResourceError:
-        case QSerialPort::ReadError:
-        case QSerialPort::WriteError:
-        case QSerialPort::DeviceNotFoundError:
-        case QSerialPort::PermissionError:
-        case QSerialPort::UnknownError:
-            // The device has gone (an unplugged adapter, a closed pseudo-terminal): from now on
-            // the line is closed, so nobody waits on it in vain.
-            m_gone = true;
-            break;
-        default:
-            break;
-        }
-    }
+    // The device has gone (an unplugged adapter, a closed pseudo-terminal): from now on the line
+    // is closed, so nobody waits on it in vain.
+    static constexpr QSerialPort::SerialPortError kGone[] = {
+        QSerialPort::ResourceError,       QSerialPort::ReadError,       QSerialPort::WriteError,
+        QSerialPort::DeviceNotFoundError, QSerialPort::PermissionError, QSerialPort::UnknownError};
+    if (m_port && std::ranges::find(kGone, m_port->error()) != std::end(kGone))
+        m_gone = true;
     m_error = u"%1: %2"_s.arg(m_portName, m_port ? m_port->errorString() : u"no port"_s);
 }

@@ -2,13 +2,17 @@
 
 #include "UpdaterError.h"
 
-quint16 cCRC::step(quint16 crc, quint8 byte)
+namespace {
+
+quint16 step(quint16 crc, quint8 byte)
 {
     crc ^= quint16(byte) << 8;
     for (int bit = 0; bit < 8; ++bit)
         crc = (crc & 0x8000) ? quint16((crc << 1) ^ 0x1021) : quint16(crc << 1);
     return crc;
 }
+
+} // namespace
 
 qint32 cCRC::crc16(const QByteArray &data, qint32 lowBound, qint32 length, qint32 StartVal)
 {

@@ -23,7 +23,4 @@ public:
 
     // The text followed by the decimal CRC of the text, no padding: "KVT" -> "KVT21300".
     static QByteArray appendCrcToString(const QByteArray &text);
-
-private:
-    static quint16 step(quint16 crc, quint8 byte);
 };

@@ -1,30 +1,25 @@
 #include "cComm.h"
 
 #include "Clock.h"
+#include "LogSink.h"
 #include "Operator.h"
 #include "PortList.h"
 #include "SerialLine.h"
 #include "UpdaterError.h"
-#include "LogSink.h"
 
-#include <QRegularExpression>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr char kCrLf[] = "\r\n";
 constexpr char kAck = 0x06;
 // The instrument's negative acknowledge as the transceiver recognises it: the byte 15 (0x0F),
 // not the ASCII NAK 0x15, which passes through as text. Kept exactly so.
 constexpr char kNak = 0x0F;
-constexpr int kHighestPortNumber = 255;
+constexpr char kLineSettings[] = "57600,N,8,1";
+constexpr char kSetupMenuOpenAnswer[] = "E;03";
+constexpr char kSetupMenuPrompt[] = "Leave VARIMOsentry setup menu and press OK";
 } // namespace
-
-QString CommText::setupMenuPrompt()
-{
-    return u"Leave VARIMOsentry setup menu and press OK"_s;
-}
 
 cComm::cComm(SerialLine &line, Clock &clock, Operator &op)
     : m_line(line)
@@ -41,24 +36,22 @@ void cComm::setComPort(const QString &portName)
     // "COMn" names a port by number; on Linux a device path names it directly.
     QString device;
     QString text = portName;
-    text.remove(u"COM"_s);
-    text = text.trimmed();
     bool isNumber = false;
-    const int number = text.toShort(&isNumber);
+    const int number = text.remove(u"COM"_s).trimmed().toShort(&isNumber);
     if (isNumber) {
-        if (number < 1 || number > kHighestPortNumber)
+        if (number < 1 || number > modHelper::kHighestComPort)
             return;
         device = modHelper::devicePathForPort(u"COM%1"_s.arg(number));
     } else {
 #ifdef Q_OS_WIN
         return;
 #else
-        if (!portName.trimmed().startsWith(u'/'))
-            return;
         device = portName.trimmed();
+        if (!device.startsWith(u'/'))
+            return;
 #endif
     }
-    if (device.isEmpty() || !m_line.setPortName(device))
+    if (!m_line.setPortName(device))
         return;
     m_portName = isNumber ? u"COM%1"_s.arg(number) : device;
     m_portValid = true;
@@ -67,7 +60,6 @@ void cComm::setComPort(const QString &portName)
 void cComm::Init(LogSink *log)
 {
     m_log = log;
-    m_waitAfterTelegramMs = kDefaultWaitAfterTelegramMs;
     m_portValid = true;
     if (IsOpen())
         ClosePort();
@@ -85,7 +77,7 @@ bool cComm::OpenPort(Greeting greeting)
     m_open = false;
     m_lastError.clear();
     if (!m_line.isOpen()) {
-        if (!m_line.setSettings(QString::fromLatin1(CommText::kLineSettings)) || !m_line.open()) {
+        if (!m_line.setSettings(QString::fromLatin1(kLineSettings)) || !m_line.open()) {
             m_lastError = m_line.errorString();
             return false;
         }
@@ -118,15 +110,14 @@ void cComm::WriteTelegram(const QByteArray &telegram, const QByteArray &terminat
 {
     m_line.write(telegram + terminator);
 
-    QString logText;
+    // A firmware packet is logged by its first four and last two bytes.
+    QString logText = QString::fromLatin1(telegram);
     if (telegram.size() == kFirmwarePacketSize) {
         const auto value = [&](int position) {
             return u" "_s + QString::number(quint8(telegram.at(position - 1)));
         };
         logText = u"133 Bytes "_s + value(1) + value(2) + value(3) + value(4) + u" ... "_s +
             value(132) + value(133);
-    } else {
-        logText = QString::fromLatin1(telegram);
     }
     logEntry(u"Telegram sent : "_s + logText);
 }
@@ -179,8 +170,7 @@ QByteArray cComm::Transceive(const QByteArray &telegram, qint32 timeout,
     QByteArray received;
     const auto sendAndRead = [&] {
         WriteTelegram(telegram, kCrLf);
-        if (m_waitAfterTelegramMs > 0)
-            m_clock.sleepMs(m_waitAfterTelegramMs);
+        m_clock.sleepMs(kWaitAfterTelegramMs);
         received = ReadT(timeout, kCrLf);
     };
 
@@ -188,8 +178,8 @@ QByteArray cComm::Transceive(const QByteArray &telegram, qint32 timeout,
         m_line.discardInput();
         sendAndRead();
         // The instrument's setup menu is open: ask the operator to close it, as often as needed.
-        while (received == CommText::kSetupMenuOpenAnswer) {
-            m_operator.messageBox(CommText::setupMenuPrompt());
+        while (received == kSetupMenuOpenAnswer) {
+            m_operator.messageBox(QString::fromLatin1(kSetupMenuPrompt));
             sendAndRead();
         }
         if (received.isEmpty())
@@ -205,8 +195,7 @@ QByteArray cComm::TransceiveX(const QByteArray &telegram, qint32 waitBeforeReadM
     QByteArray received;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         WriteTelegram(telegram, {});
-        if (waitBeforeReadMs > 0)
-            m_clock.sleepMs(waitBeforeReadMs);
+        m_clock.sleepMs(waitBeforeReadMs);
         received = ReadT(kPacketAnswerTimeoutMs, QByteArray(1, kAck));
         if (received == "ACK")
             break;

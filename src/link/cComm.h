@@ -23,8 +23,10 @@ class LogSink;
 class cComm
 {
 public:
+    // The line end of a telegram and of an answer.
+    static constexpr char kCrLf[] = "\r\n";
     static constexpr int kDefaultTimeoutMs = 1000;
-    static constexpr qint16 kDefaultWaitAfterTelegramMs = 200;
+    static constexpr int kWaitAfterTelegramMs = 200;
     static constexpr int kAttempts = 3;
     static constexpr int kPacketAnswerTimeoutMs = 1000;
     static constexpr int kFirmwarePacketSize = 133;
@@ -40,7 +42,7 @@ public:
     // Init or ClosePort.
     void setComPort(const QString &portName);
 
-    // Binds the log, sets the wait after a telegram to 200 ms, closes the port if it is open.
+    // Binds the log, closes the port if it is open.
     void Init(LogSink *log);
 
     // Collects one answer: reads until readUntil has arrived or more than timeoutMs have
@@ -60,8 +62,6 @@ public:
     QByteArray TransceiveX(const QByteArray &telegram, qint32 waitBeforeReadMs);
 
     bool IsOpen();
-    void setWaitAfterTelegram(qint16 ms) { m_waitAfterTelegramMs = ms; }
-    qint16 WaitAfterTelegram() const { return m_waitAfterTelegramMs; }
 
     enum class Greeting {
         Greet, // "KVT", "DHR;0", "KEY;0"; silence means no instrument
@@ -90,14 +90,6 @@ private:
     LogSink *m_log = nullptr;
     QString m_portName;
     bool m_open = false;
-    qint16 m_waitAfterTelegramMs = kDefaultWaitAfterTelegramMs;
     bool m_portValid = true;
     QString m_lastError;
 };
-
-// Texts the transceiver shows and sends.
-namespace CommText {
-inline constexpr char kLineSettings[] = "57600,N,8,1";
-inline constexpr char kSetupMenuOpenAnswer[] = "E;03";
-QString setupMenuPrompt(); // "Leave VARIMOsentry setup menu and press OK"
-} // namespace CommText

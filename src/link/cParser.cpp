@@ -1,8 +1,8 @@
 #include "cParser.h"
 
+#include "LogSink.h"
 #include "UpdaterError.h"
 #include "cCRC.h"
-#include "LogSink.h"
 
 #include <QFile>
 #include <limits>
@@ -22,13 +22,10 @@ qint32 cParser::OpenFile(const QString &path)
     m_data = file.readAll();
     if (m_data.size() != file.size())
         throw UpdaterError(u"Cannot read firmware file %1: %2"_s.arg(path, file.errorString()));
-    m_open = true;
     const qint32 length = qint32(m_data.size());
     if (m_log) {
-        if (length < 1)
-            m_log->UpdateLog(u"Error : "_s + path + u" not opened"_s);
-        else
-            m_log->UpdateLog(path + u" opened for parsing"_s);
+        m_log->UpdateLog(length < 1 ? u"Error : "_s + path + u" not opened"_s
+                                    : path + u" opened for parsing"_s);
     }
     return length;
 }
@@ -36,7 +33,6 @@ qint32 cParser::OpenFile(const QString &path)
 void cParser::CloseFile()
 {
     m_data.clear();
-    m_open = false;
 }
 
 QByteArray cParser::GetTelegram(qint32 firstByte, qint32 length, quint8 packetNum) const

@@ -26,7 +26,6 @@ public:
     // logged ("Error : <path> not opened"); a file that cannot be read throws UpdaterError.
     qint32 OpenFile(const QString &path);
     void CloseFile();
-    bool isOpen() const { return m_open; }
 
     // The packet for the data from firstByte (1-based) to firstByte + length - 1, clipped to the
     // file; or "\x04" when firstByte lies beyond the end of the file.
@@ -39,5 +38,4 @@ public:
 private:
     LogSink *m_log = nullptr;
     QByteArray m_data;
-    bool m_open = false;
 };

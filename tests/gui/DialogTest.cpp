@@ -1,11 +1,8 @@
 #include "GuiSupport.h"
 #include "gui/InstructionDialogs.h"
-#include "gui/frmBackup.h"
 #include "gui/frmUpdate.h"
 #include "gui/userControler.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
@@ -18,70 +15,44 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Three boards, the CPU Board's given, the others with versions.
-BoardSet boards(const QString &cpuFirmware, const QString &serial = {})
+TEST(BoardPanel, ChoosesTheHeaderFromTheCpuBoardAndShowsEachBoardInItsColour)
 {
-    BoardSet set;
-    set[BoardKind::Cpu].setFirmware(cpuFirmware);
-    set[BoardKind::Cpu].setSerialNumber(serial);
-    set[BoardKind::Main].setFirmware(u"1.02"_s);
-    set[BoardKind::Meas].setFirmware(u"1.20"_s);
-    return set;
-}
-
-struct HeaderCase
-{
-    const char *serial;
-    const char *firmware;
-    bool isCurrent;
-    const char *header;
-};
-
-TEST(BoardPanel, ChoosesTheHeaderFromTheCpuBoard)
-{
-    gui::app();
-    const HeaderCase cases[] = {
-        {"00042", "2.00", true, "VARIMOsentry SN 00042"},
-        {"00042", "", true, "VARIMOsentry"},
-        {"", "2.00", true, "VARIMOsentry"},
-        {"", "2.01", false, "New firmware"},
-        {"00042", "2.01", false, "VARIMOsentry SN 00042"},
+    const struct
+    {
+        const char *serial;
+        const char *firmware;
+        bool isCurrent;
+        const char *header;
+        qint32 color; // 0x00BBGGRR of the Measuring Module
+        QColor shown;
+    } cases[] = {
+        {"00042", "2.00", true, "VARIMOsentry SN 00042", cControler::kBlack, QColor(0, 0, 0)},
+        {"00042", "", true, "VARIMOsentry", cControler::kBlue, QColor(0, 0, 255)},
+        {"", "2.00", true, "VARIMOsentry", cControler::kRed, QColor(255, 0, 0)},
+        {"", "2.01", false, "New firmware", 0x00FF01, QColor(1, 255, 0)},
+        {"00042", "2.01", false, "VARIMOsentry SN 00042", cControler::kBlack, QColor(0, 0, 0)},
     };
     userControler panel;
-    for (const HeaderCase &c : cases) {
-        panel.Init(boards(QString::fromLatin1(c.firmware), QString::fromLatin1(c.serial)),
-                   c.isCurrent);
+    for (const auto &c : cases) {
+        BoardSet set;
+        set[BoardKind::Cpu].setFirmware(QString::fromLatin1(c.firmware));
+        set[BoardKind::Cpu].setSerialNumber(QString::fromLatin1(c.serial));
+        set[BoardKind::Main].setFirmware(u"1.02"_s);
+        set[BoardKind::Meas].setFirmware(u"1.20"_s);
+        set[BoardKind::Meas].setColor(c.color);
+        panel.Init(set, c.isCurrent);
         EXPECT_EQ(panel.header(), QString::fromLatin1(c.header)) << c.serial << c.firmware;
-    }
-    EXPECT_EQ(panel.findChild<QLabel *>(u"lblCPU"_s)->text(), u"CPU Board:"_s);
-}
-
-TEST(BoardPanel, ShowsEachBoardInItsFieldAndColour)
-{
-    gui::app();
-    // The 0x00BBGGRR value and the colour shown.
-    const std::pair<qint32, QColor> cases[] = {
-        {cControler::kBlack, QColor(0, 0, 0)},
-        {cControler::kBlue, QColor(0, 0, 255)},
-        {cControler::kRed, QColor(255, 0, 0)},
-        {0x00FF01, QColor(1, 255, 0)},
-    };
-    userControler panel;
-    for (const auto &[color, shown] : cases) {
-        BoardSet set = boards(u"2.00"_s);
-        set[BoardKind::Meas].setColor(color);
-        panel.Init(set, false);
         const auto *field = panel.findChild<QLineEdit *>(u"txtMeas"_s);
         EXPECT_EQ(field->text(), u"1.20"_s);
-        EXPECT_EQ(field->palette().color(QPalette::Active, QPalette::Text), shown) << color;
+        EXPECT_EQ(field->palette().color(QPalette::Active, QPalette::Text), c.shown) << c.color;
     }
     EXPECT_EQ(panel.findChild<QLineEdit *>(u"txtMain"_s)->text(), u"1.02"_s);
+    EXPECT_EQ(panel.findChild<QLabel *>(u"lblCPU"_s)->text(), u"CPU Board:"_s);
     gui::screenshot(&panel, u"panel"_s);
 }
 
 TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
 {
-    gui::app();
     frmMsgGeneral full;
     full.Init(u"1"_s, u"2"_s, u"3"_s, u"4"_s, u"5"_s);
     const int fullHeight = full.height();
@@ -118,48 +89,12 @@ TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
     gui::screenshot(&cpuLost, u"frmMsgGeneral"_s);
 }
 
-TEST(TestMode, ListsFirmwareFilesByPrefixWithAnEmptyEntryFirst)
+TEST(UpdateWindow, AnimatesTheStatusShowsTransferProgressAndTheSuccessDisplay)
 {
-    gui::ProgramFolder folder;
-    const QString cpu = folder.writeFirmware(BoardKind::Cpu, u"2.01"_s);
-    folder.writeFirmware(BoardKind::Cpu, u"1.90"_s);
-    const QString main = folder.writeFirmware(BoardKind::Main, u"1.03"_s);
-    folder.writeFile(u"Messmodul_old_120.bin"_s, 10);
-    folder.writeFile(u"CPU_test.BIN"_s, 10);
-    folder.writeFile(u"Mainboard_notes.txt"_s, 10);
-
-    frmBackup dialog(folder.path());
-    dialog.Init(cpu, main, u"missing.bin"_s);
-    const auto items = [](QComboBox *list) {
-        QStringList out;
-        for (int i = 0; i < list->count(); ++i)
-            out << list->itemText(i);
-        return out;
-    };
-    EXPECT_EQ(items(dialog.cmbCPU),
-              (QStringList {QString(), u"CPU_test.BIN"_s, u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s,
-                            u"FW_CPU-BOARD_V201-017_CRC1234.bin"_s}));
-    EXPECT_EQ(items(dialog.cmbMain), (QStringList {QString(), main}));
-    EXPECT_EQ(items(dialog.cmbMeas), (QStringList {QString(), u"Messmodul_old_120.bin"_s}));
-    EXPECT_EQ(dialog.cmbCPU->currentText(), cpu);
-    EXPECT_EQ(dialog.cmbMeas->currentIndex(), 0);
-    dialog.show();
-    gui::screenshot(&dialog, u"frmBackup"_s);
-
-    dialog.cmbCPU->setCurrentIndex(2);
-    dialog.chkXML->setChecked(true);
-    dialog.cmdOk->click();
-    EXPECT_TRUE(dialog.Accepted());
-    EXPECT_EQ(dialog.testFile(BoardKind::Cpu), u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s);
-    EXPECT_EQ(dialog.testFile(BoardKind::Main), main);
-    EXPECT_TRUE(dialog.testFile(BoardKind::Meas).isEmpty());
-    EXPECT_TRUE(dialog.checkBackup());
-}
-
-TEST(UpdateWindow, StatusLineGrowsAndFallsBackPastSixtyFiveCharacters)
-{
-    gui::app();
-    frmUpdate window;
+    QWidget owner;
+    owner.resize(700, 500);
+    owner.show();
+    frmUpdate window(&owner);
     window.SetMode(Job::Kind::Update);
     const QString status = u"VARIMOsentry firmware update in progress"_s; // 40 characters
     window.setStatusText(status);
@@ -174,19 +109,10 @@ TEST(UpdateWindow, StatusLineGrowsAndFallsBackPastSixtyFiveCharacters)
     EXPECT_EQ(seen[12], status);
     EXPECT_EQ(seen[13], status + u". "_s);
     EXPECT_EQ(window.Timer1->interval(), 500);
-}
 
-TEST(UpdateWindow, ShowsTransferProgressAndTheSuccessDisplay)
-{
-    gui::app();
-    QWidget owner;
-    owner.resize(700, 500);
-    owner.show();
-    frmUpdate window(&owner);
-    window.SetMode(Job::Kind::Update);
     window.open();
     ASSERT_TRUE(window.Timer1->isActive());
-    window.setStatusText(u"VARIMOsentry firmware update in progress"_s);
+    window.setStatusText(status);
     TransferProgress progress;
     progress.board = BoardKind::Main;
     progress.bytesSent = 7168;

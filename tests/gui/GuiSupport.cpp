@@ -67,6 +67,34 @@ QString ProgramFolder::readText(const QString &name) const
     return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()) : QString();
 }
 
+// The engine's clock is the instrument's, which the test keeps.
+struct ClockRef : Clock
+{
+    explicit ClockRef(VirtualClock &to)
+        : to(to)
+    {
+    }
+    qint32 tickCount() const override { return to.tickCount(); }
+    void sleepMs(int ms) override { to.sleepMs(ms); }
+    QDateTime now() const override { return to.now(); }
+    VirtualClock &to;
+};
+
+EngineLinkFactory Simulated::link()
+{
+    return [this](Operator &) {
+        hands.reset();
+        sim.reset();
+        clock = std::make_unique<VirtualClock>();
+        sim = std::make_unique<SimulatedInstrument>(*clock, state);
+        hands = std::make_unique<AutoOperator>(sim->instrument());
+        return EngineLink {std::make_unique<ClockRef>(*clock),
+                           std::make_unique<SimulatedLine>(sim->instrument(), *clock),
+                           {},
+                           {}};
+    };
+}
+
 WindowUnderTest::WindowUnderTest(ProgramFolder &folder, EngineLinkFactory link, QStringList ports)
 {
     window = std::make_unique<frmMain>(

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "AutoOperator.h"
+#include "SimulatedInstrument.h"
 #include "gui/frmMain.h"
 
 #include <QApplication>
@@ -8,8 +10,8 @@
 #include <memory>
 
 // Shared fixtures of the window tests (the test main makes the QApplication): a program folder
-// with firmware files and a settings file, the main window on it, and helpers to wait, to find
-// dialogs and to save pictures.
+// with firmware files and a settings file, a simulated instrument, the main window on both, and
+// helpers to wait, to find dialogs and to save pictures.
 namespace gui {
 
 // Runs events until pred holds or timeoutMs has passed; returns pred().
@@ -30,6 +32,20 @@ struct ProgramFolder : QTemporaryDir
     QString writeFirmware(BoardKind kind, const QString &version);
     void writeFile(const QString &name, const QByteArray &bytes);
     QString readText(const QString &name) const;
+};
+
+// The instrument of the windows: simulated in-process on virtual time from the state given, its
+// keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine
+// thread runs it, the test touches it only while the engine is idle.
+struct Simulated
+{
+    EngineLinkFactory link();
+    Instrument &instrument() { return sim->instrument(); }
+
+    InstrumentState state = InstrumentState::defaults();
+    std::unique_ptr<VirtualClock> clock;
+    std::unique_ptr<SimulatedInstrument> sim;
+    std::unique_ptr<AutoOperator> hands;
 };
 
 // The main window on a program folder, with the given ports and engine link.

@@ -1,7 +1,5 @@
-#include "AutoOperator.h"
 #include "FirmwareImage.h"
 #include "GuiSupport.h"
-#include "SimulatedInstrument.h"
 #include "boards/FirmwareFiles.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/frmUpdate.h"
@@ -25,30 +23,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The instrument of the windows: simulated in-process on virtual time, its keys pressed by the
-// simulator's operator. The engine thread runs it; the test touches it only while the engine is
-// idle.
-struct SimAccess
-{
-    VirtualClock clock;
-    InstrumentState state = InstrumentState::defaults();
-    std::unique_ptr<SimulatedInstrument> sim;
-    std::unique_ptr<AutoOperator> hands;
-};
-
-// The engine's clock and line are the instrument's, which the test keeps.
-struct ClockRef : Clock
-{
-    explicit ClockRef(VirtualClock &to)
-        : to(to)
-    {
-    }
-    qint32 tickCount() const override { return to.tickCount(); }
-    void sleepMs(int ms) override { to.sleepMs(ms); }
-    QDateTime now() const override { return to.now(); }
-    VirtualClock &to;
-};
 
 // Presses OK in every instruction dialog and message box that comes up, and notes which.
 struct DialogAnswerer : QTimer
@@ -90,31 +64,19 @@ protected:
                          .isEmpty())
             << error.toStdString();
     }
-    EngineLinkFactory simulated()
-    {
-        return [access = access](Operator &) {
-            access->sim = std::make_unique<SimulatedInstrument>(access->clock, access->state);
-            access->hands = std::make_unique<AutoOperator>(access->sim->instrument());
-            return EngineLink {
-                std::make_unique<ClockRef>(access->clock),
-                std::make_unique<SimulatedLine>(access->sim->instrument(), access->clock),
-                {},
-                access};
-        };
-    }
-    Instrument &instrument() { return access->sim->instrument(); }
+    Instrument &instrument() { return simulated.instrument(); }
 
     gui::ProgramFolder folder;
-    std::shared_ptr<SimAccess> access = std::make_shared<SimAccess>();
+    gui::Simulated simulated;
 };
 
 TEST_F(Run, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
 {
     // A Main Board whose transfer broke off starts its bootloader when switched on.
-    BoardState &main = access->state.board(BoardKind::Main);
+    BoardState &main = simulated.state.board(BoardKind::Main);
     main.imageValid = false;
     main.mode = BoardMode::Idle;
-    gui::WindowUnderTest w(folder, simulated());
+    gui::WindowUnderTest w(folder, simulated.link());
     DialogAnswerer answerer;
     w->cmdConnect->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->updateWindow()->isVisible(); }, 300000));
@@ -158,10 +120,10 @@ TEST_F(Run, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     }
     for (const QString &name : QDir(killed.dir.path()).entryList({u"VarimoSentry_*_00042*"_s}))
         ASSERT_TRUE(QFile::copy(killed.dir.filePath(name), folder.filePath(name)));
-    access->state = killed.instrument().state();
-    ASSERT_NE(access->state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
+    simulated.state = killed.instrument().state();
+    ASSERT_NE(simulated.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
 
-    gui::WindowUnderTest w(folder, simulated());
+    gui::WindowUnderTest w(folder, simulated.link());
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->statusText().contains(u"Main Board flashed with 1.03, its parameters not yet "
                                          "restored"_s))

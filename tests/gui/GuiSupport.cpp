@@ -1,5 +1,7 @@
 #include "GuiSupport.h"
 
+#include "FirmwareImage.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -43,15 +45,9 @@ QWidget *waitForDialog(const QString &objectName, int timeoutMs)
     return found;
 }
 
-QString ProgramFolder::writeFirmware(BoardKind kind, const QString &version)
+QLineEdit *field(QWidget *panel, const char *name)
 {
-    // By select number: CPU Board, Measuring Module, Main Board.
-    static const char16_t *const names[] = {u"FW_CPU-BOARD_V%1-017_CRC1234.bin",
-                                            u"FW_MESSMODUL_%1-1_CRC9.bin",
-                                            u"FW_MAINBOARD_%1_CRC5678.bin"};
-    const QString name = QString::fromUtf16(names[qint32(kind)]).arg(QString(version).remove(u'.'));
-    writeFile(name, QByteArray(boardFacts(kind).packets * 128, '\xff'));
-    return name;
+    return panel->findChild<QLineEdit *>(QString::fromLatin1(name));
 }
 
 void ProgramFolder::writeFile(const QString &name, const QByteArray &bytes)
@@ -116,6 +112,16 @@ bool WindowUnderTest::connect()
 {
     window->cmdConnect->click();
     return waitUntil([this] { return window->isIdle(); });
+}
+
+void WindowTest::SetUp()
+{
+    using FirmwareImage::defaultNewVersion;
+    QString error;
+    files = FirmwareImage::writeSet(folder.path(), defaultNewVersion(BoardKind::Cpu),
+                                    defaultNewVersion(BoardKind::Meas),
+                                    defaultNewVersion(BoardKind::Main), &error);
+    ASSERT_EQ(files.size(), 3) << error.toStdString();
 }
 
 } // namespace gui

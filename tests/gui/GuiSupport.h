@@ -5,8 +5,10 @@
 #include "gui/frmMain.h"
 
 #include <QApplication>
+#include <QLineEdit>
 #include <QTemporaryDir>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 
 // Shared fixtures of the window tests (the test main makes the QApplication): a program folder
@@ -26,13 +28,12 @@ QWidget *waitForDialog(const QString &objectName, int timeoutMs = 10000);
 // A program folder: firmware files, settings file and log all in one temporary folder.
 struct ProgramFolder : QTemporaryDir
 {
-    // A firmware file of the board's exact image size, named after the default pattern with the
-    // version ("2.01"): FW_CPU-BOARD_V201-017_CRC1234.bin, FW_MAINBOARD_103_CRC5678.bin,
-    // FW_MESSMODUL_121-1_CRC9.bin.
-    QString writeFirmware(BoardKind kind, const QString &version);
     void writeFile(const QString &name, const QByteArray &bytes);
     QString readText(const QString &name) const;
 };
+
+// A version field of a board panel ("txtCPU").
+QLineEdit *field(QWidget *panel, const char *name);
 
 // The instrument of the windows: simulated in-process on virtual time from the state given, its
 // keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine
@@ -58,6 +59,18 @@ struct WindowUnderTest
     bool connect();
 
     std::unique_ptr<frmMain> window;
+};
+
+// The windows' fixture: a program folder with firmware files one step newer than the simulated
+// instrument (files: CPU Board, Main Board, Measuring Module).
+class WindowTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+
+    ProgramFolder folder;
+    QStringList files;
+    Simulated sim;
 };
 
 } // namespace gui

@@ -30,20 +30,9 @@ const QString kInstructions = u"Switch on and connect VARIMOsentry via RS232 to 
 const QString kLog = u"VarimoSentry_Updater.txt"_s;
 const QString kIni = u"VarimoSentry_Updater.ini"_s;
 
-QLineEdit *field(userControler *panel, const char *name)
-{
-    return panel->findChild<QLineEdit *>(QString::fromLatin1(name));
-}
-
-class MainWindow : public ::testing::Test
+class MainWindow : public gui::WindowTest
 {
 protected:
-    void SetUp() override
-    {
-        folder.writeFirmware(BoardKind::Cpu, u"2.01"_s);
-        folder.writeFirmware(BoardKind::Main, u"1.03"_s);
-        folder.writeFirmware(BoardKind::Meas, u"1.21"_s);
-    }
     // The telegrams in the log, in the order sent.
     QStringList sent() const
     {
@@ -53,16 +42,13 @@ protected:
             telegrams << m.captured(1);
         return telegrams;
     }
-
-    gui::ProgramFolder folder;
-    gui::Simulated instrument;
 };
 
 TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
 {
     {
         folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\n");
-        gui::WindowUnderTest w(folder, instrument.link());
+        gui::WindowUnderTest w(folder, sim.link());
         EXPECT_EQ(w->windowTitle(),
                   u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
         EXPECT_EQ(w->cmbPorts->count(), 2);
@@ -74,18 +60,18 @@ TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
         EXPECT_FALSE(w->cmdUpdate->isEnabled() || w->cmdRestore->isEnabled());
         EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
         EXPECT_EQ(w->NewControler->header(), u"New firmware"_s);
-        EXPECT_EQ(field(w->NewControler, "txtMain")->text(), u"1.03"_s);
+        EXPECT_EQ(gui::field(w->NewControler, "txtMain")->text(), u"1.03"_s);
         gui::screenshot(w.window.get(), u"main-start"_s);
     }
     // The port preselected: the settings' one, else the first, else COM1.
     for (const auto &[settings, expected] :
          {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
         folder.writeFile(kIni, settings);
-        gui::WindowUnderTest w(folder, instrument.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
+        gui::WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
         EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
     }
     {
-        gui::WindowUnderTest w(folder, instrument.link(), {});
+        gui::WindowUnderTest w(folder, sim.link(), {});
         EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
         EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
         EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
@@ -98,22 +84,23 @@ TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
 TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
 {
     folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
-    gui::WindowUnderTest w(folder, instrument.link());
+    gui::WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry SN 00042"_s);
-    const QStringList shown = {field(w->CurrentControler, "txtCPU")->text(),
-                               field(w->CurrentControler, "txtMain")->text(),
-                               field(w->CurrentControler, "txtMeas")->text()};
+    const QStringList shown = {gui::field(w->CurrentControler, "txtCPU")->text(),
+                               gui::field(w->CurrentControler, "txtMain")->text(),
+                               gui::field(w->CurrentControler, "txtMeas")->text()};
     EXPECT_EQ(shown, (QStringList {u"2.00"_s, u"1.02"_s, u"1.20"_s}));
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
     EXPECT_TRUE(w->cmdUpdate->isEnabled() && w->cmdRestore->isEnabled());
     EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
     EXPECT_EQ(w->backupFileName(), u"VarimoSentry_Backup_00042.xml"_s);
     // Boards that will be upgraded are shown blue.
-    EXPECT_EQ(
-        field(w->CurrentControler, "txtMain")->palette().color(QPalette::Active, QPalette::Text),
-        Qt::blue);
+    EXPECT_EQ(gui::field(w->CurrentControler, "txtMain")
+                  ->palette()
+                  .color(QPalette::Active, QPalette::Text),
+              Qt::blue);
     EXPECT_TRUE(folder.readText(kIni).contains(u"COMPort=COM1"_s));
     gui::screenshot(w.window.get(), u"main-connected"_s);
 
@@ -122,7 +109,7 @@ TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
     EXPECT_FALSE(w->isConnected());
     EXPECT_EQ(w->statusText(), kInstructions);
     EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
-    EXPECT_TRUE(field(w->CurrentControler, "txtCPU")->text().isEmpty());
+    EXPECT_TRUE(gui::field(w->CurrentControler, "txtCPU")->text().isEmpty());
     EXPECT_FALSE(w->cmdRestore->isEnabled());
     EXPECT_EQ(sent().mid(sent().size() - 2), (QStringList {u"DHR;0"_s, u"KEY;1"_s}));
 }
@@ -151,11 +138,11 @@ TEST_F(MainWindow, ShowsWhyThereIsNoUpdate)
     for (const auto &c : cases) {
         const QStringList versions = QString::fromLatin1(c.versions).split(u' ');
         for (int kind = 0; kind < 3; ++kind)
-            instrument.state.board(BoardKind(kind)).firmware = versions[kind].toLatin1();
+            sim.state.board(BoardKind(kind)).firmware = versions[kind].toLatin1();
         folder.writeFile(kIni, c.settings);
         if (c.kind < 0)
-            QFile::remove(folder.filePath(u"FW_MAINBOARD_103_CRC5678.bin"_s));
-        gui::WindowUnderTest w(folder, instrument.link());
+            QFile::remove(folder.filePath(files[1]));
+        gui::WindowUnderTest w(folder, sim.link());
         ASSERT_TRUE(w.connect());
         EXPECT_EQ(w->statusText(), c.message);
         EXPECT_EQ(w->statusKind(), c.kind) << c.name;
@@ -166,10 +153,11 @@ TEST_F(MainWindow, ShowsWhyThereIsNoUpdate)
 
 TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
 {
-    folder.writeFirmware(BoardKind::Cpu, u"1.90"_s);
+    const QString older = u"FW_CPU-BOARD_V190-017_CRC1.bin"_s;
+    folder.writeFile(older, QByteArray(boardFacts(BoardKind::Cpu).packets * 128, 'x'));
     for (const char *other : {"Messmodul_old_120.bin", "CPU_test.BIN", "Mainboard_notes.txt"})
         folder.writeFile(QString::fromLatin1(other), "x");
-    gui::WindowUnderTest w(folder, instrument.link());
+    gui::WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
 
     // A plain T and Ctrl with another key do nothing.
@@ -204,22 +192,21 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     QStringList listed;
     for (int i = 0; i < choice->cmbCPU->count(); ++i)
         listed << choice->cmbCPU->itemText(i);
-    EXPECT_EQ(listed,
-              (QStringList {QString(), u"CPU_test.BIN"_s, u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s,
-                            u"FW_CPU-BOARD_V201-017_CRC1234.bin"_s}));
+    EXPECT_EQ(listed, (QStringList {QString(), u"CPU_test.BIN"_s, older, files[0]}));
     EXPECT_EQ(choice->cmbMain->count(), 2);
-    EXPECT_EQ(choice->cmbCPU->currentText(), u"FW_CPU-BOARD_V201-017_CRC1234.bin"_s);
+    EXPECT_EQ(choice->cmbCPU->currentText(), files[0]);
     gui::screenshot(choice, u"frmBackup"_s);
-    choice->cmbCPU->setCurrentText(u"FW_CPU-BOARD_V190-017_CRC1234.bin"_s);
+    choice->cmbCPU->setCurrentText(older);
     choice->chkXML->setChecked(true);
     choice->cmdOk->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
-    EXPECT_EQ(field(w->NewControler, "txtCPU")->text(), u"1.90"_s);
+    EXPECT_EQ(gui::field(w->NewControler, "txtCPU")->text(), u"1.90"_s);
     EXPECT_TRUE(w->checkBackup());
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
-    EXPECT_EQ(
-        field(w->CurrentControler, "txtCPU")->palette().color(QPalette::Active, QPalette::Text),
-        Qt::red);
+    EXPECT_EQ(gui::field(w->CurrentControler, "txtCPU")
+                  ->palette()
+                  .color(QPalette::Active, QPalette::Text),
+              Qt::red);
     gui::screenshot(w.window.get(), u"main-testmode"_s);
 
     QTest::keyClick(w->cmbPorts, Qt::Key_T, Qt::ControlModifier);
@@ -234,9 +221,9 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
 
 TEST_F(MainWindow, ClosingWritesTheLastLinesEvenWhenTheInstrumentIsGone)
 {
-    gui::WindowUnderTest w(folder, instrument.link());
+    gui::WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
-    instrument.instrument().press(PanelKey::Power); // off
+    sim.instrument().press(PanelKey::Power); // off
     const qsizetype before = sent().size();
     w->cmdQuit->click();
     ASSERT_TRUE(gui::waitUntil([&] { return !w->isVisible(); }));

@@ -1,4 +1,3 @@
-#include "FirmwareImage.h"
 #include "GuiSupport.h"
 #include "boards/FirmwareFiles.h"
 #include "gui/InstructionDialogs.h"
@@ -46,49 +45,29 @@ struct DialogAnswerer : QTimer
     QStringList seen;
 };
 
-QString fieldText(userControler *panel, const char *name)
+class Run : public gui::WindowTest
 {
-    return panel->findChild<QLineEdit *>(QString::fromLatin1(name))->text();
-}
-
-class Run : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        using FirmwareImage::defaultNewVersion;
-        QString error;
-        ASSERT_FALSE(FirmwareImage::writeSet(folder.path(), defaultNewVersion(BoardKind::Cpu),
-                                             defaultNewVersion(BoardKind::Meas),
-                                             defaultNewVersion(BoardKind::Main), &error)
-                         .isEmpty())
-            << error.toStdString();
-    }
-    Instrument &instrument() { return simulated.instrument(); }
-
-    gui::ProgramFolder folder;
-    gui::Simulated simulated;
 };
 
 TEST_F(Run, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
 {
     // A Main Board whose transfer broke off starts its bootloader when switched on.
-    BoardState &main = simulated.state.board(BoardKind::Main);
+    BoardState &main = sim.state.board(BoardKind::Main);
     main.imageValid = false;
     main.mode = BoardMode::Idle;
-    gui::WindowUnderTest w(folder, simulated.link());
+    gui::WindowUnderTest w(folder, sim.link());
     DialogAnswerer answerer;
     w->cmdConnect->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->updateWindow()->isVisible(); }, 300000));
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }, 120000));
     // The board runs the new firmware; without a backup its parameters could not be restored,
     // which the run reports. Reload all connects afresh and offers the update again.
-    EXPECT_EQ(instrument().state().board(BoardKind::Main).firmware, "1.03");
+    EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).firmware, "1.03");
     EXPECT_TRUE(answerer.seen.contains(u"frmMsgGeneral"_s))
         << answerer.seen.join(u'|').toStdString();
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
-    EXPECT_EQ(fieldText(w->CurrentControler, "txtMain"), u"1.03"_s);
+    EXPECT_EQ(gui::field(w->CurrentControler, "txtMain")->text(), u"1.03"_s);
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
 }
 
@@ -120,17 +99,17 @@ TEST_F(Run, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     }
     for (const QString &name : QDir(killed.dir.path()).entryList({u"VarimoSentry_*_00042*"_s}))
         ASSERT_TRUE(QFile::copy(killed.dir.filePath(name), folder.filePath(name)));
-    simulated.state = killed.instrument().state();
-    ASSERT_NE(simulated.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
+    sim.state = killed.instrument().state();
+    ASSERT_NE(sim.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
 
-    gui::WindowUnderTest w(folder, simulated.link());
+    gui::WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->statusText().contains(u"Main Board flashed with 1.03, its parameters not yet "
                                          "restored"_s))
         << w->statusText().toStdString();
     EXPECT_TRUE(w->lblJournal->isVisible());
     EXPECT_TRUE(w->cmdUpdate->isEnabled());
-    EXPECT_EQ(fieldText(w->NewControler, "txtCPU"), u"2.01"_s);
+    EXPECT_EQ(gui::field(w->NewControler, "txtCPU")->text(), u"2.01"_s);
     gui::screenshot(w.window.get(), u"run-main-unfinished-run"_s);
 
     DialogAnswerer answerer;
@@ -156,25 +135,25 @@ TEST_F(Run, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     update->cmdOk->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
     for (const BoardKind kind : kPanelOrder)
-        EXPECT_EQ(instrument().state().board(kind).values, before.board(kind).values)
+        EXPECT_EQ(sim.instrument().state().board(kind).values, before.board(kind).values)
             << boardName(kind).toStdString();
     EXPECT_FALSE(w->lblJournal->isVisible());
     EXPECT_TRUE(QDir(folder.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
     EXPECT_EQ(w->statusText(), u"No updates required"_s);
-    const QStringList shown = {fieldText(w->CurrentControler, "txtCPU"),
-                               fieldText(w->CurrentControler, "txtMain"),
-                               fieldText(w->CurrentControler, "txtMeas")};
+    const QStringList shown = {gui::field(w->CurrentControler, "txtCPU")->text(),
+                               gui::field(w->CurrentControler, "txtMain")->text(),
+                               gui::field(w->CurrentControler, "txtMeas")->text()};
     EXPECT_EQ(shown, (QStringList {u"2.01"_s, u"1.03"_s, u"1.21"_s}));
     EXPECT_TRUE(w->cmdRestore->isEnabled());
     gui::screenshot(w.window.get(), u"run-main-after-update"_s);
 
     // Restore Data writes the backup back and connects again.
-    instrument().setParameter(BoardKind::Main, "CH", "99");
+    sim.instrument().setParameter(BoardKind::Main, "CH", "99");
     w->cmdRestore->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }, 120000));
     EXPECT_FALSE(update->isVisible());
     EXPECT_TRUE(update->Result());
-    EXPECT_EQ(instrument().state().board(BoardKind::Main).values,
+    EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).values,
               before.board(BoardKind::Main).values);
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->statusText(), u"No updates required"_s);

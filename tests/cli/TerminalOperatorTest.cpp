@@ -12,10 +12,6 @@ namespace {
 
 using Instruction = Operator::Instruction;
 
-const QStringList kNoConnection = {u"ERROR: No connection to VARIMOsentry"_s,
-                                   u"Restart VARIMOsentry by pressing the POWER KEY."_s,
-                                   u"Continue with OK."_s, QString(), QString()};
-
 std::optional<OperatorAbort::Reason> reasonOf(const std::function<void()> &prompt)
 {
     try {
@@ -42,6 +38,10 @@ TEST(TerminalOperator, WithoutTerminalAPromptIsAnErrorAndYesGivesUpOnTheFourthRo
                  {"iiimmmi", true, 6, 6},
                  {"mmmm", true, 3, 3},
                  {"im", false, 0, 1}};
+    // The windows' advice names their button; the terminal names the command.
+    const QStringList kRestoreFailed = {u"ERROR: Restore failed"_s,
+                                        InstructionText::kTryRestoreAgain, u"Continue with OK."_s,
+                                        QString(), QString()};
     for (const auto &tc : cases) {
         FILE *file = std::tmpfile();
         Console console(file, file, file);
@@ -51,7 +51,7 @@ TEST(TerminalOperator, WithoutTerminalAPromptIsAnErrorAndYesGivesUpOnTheFourthRo
         for (int i = 0; i < script.size(); ++i) {
             const auto reason = reasonOf([&] {
                 if (script[i] == 'i')
-                    op.instruction(Instruction::General, kNoConnection);
+                    op.instruction(Instruction::General, kRestoreFailed);
                 else if (script[i] == 'm')
                     op.messageBox(u"Leave VARIMOsentry setup menu and press OK"_s);
                 else
@@ -67,6 +67,12 @@ TEST(TerminalOperator, WithoutTerminalAPromptIsAnErrorAndYesGivesUpOnTheFourthRo
         }
         EXPECT_EQ(aborted, tc.abortsAt) << tc.script;
         EXPECT_EQ(op.promptsShown(), tc.shown) << tc.script;
+        QByteArray shown(4096, 0);
+        std::fflush(file);
+        std::rewind(file);
+        shown.truncate(qsizetype(std::fread(shown.data(), 1, shown.size(), file)));
+        EXPECT_EQ(shown.contains("the parameters with 'varimo-updater restore'."), script[0] == 'i')
+            << shown.constData();
         std::fclose(file);
     }
 }

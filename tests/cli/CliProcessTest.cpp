@@ -152,7 +152,9 @@ TEST_F(CliProcess, IdentifyReportsBoardsFilesAndVerdictAsTextAndAsJson)
                  u"VarimoSentry_Backup_00042.xml (not made yet)"_s, u"FW_MAINBOARD_103_CRC"_s});
     EXPECT_TRUE(r.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.02 +7 +- +"_s)));
     // The same log and settings as the windows.
-    EXPECT_TRUE(fileText(u"VarimoSentry_Updater.txt"_s).contains("Telegram sent : SER\r\n"));
+    const QByteArray log = fileText(u"VarimoSentry_Updater.txt"_s);
+    EXPECT_TRUE(log.contains("Telegram sent : SER\r\n"));
+    EXPECT_TRUE(log.endsWith("Telegram sent : KEY;1\r\n")) << log.right(300).constData();
     EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s).contains("COMPort=" + sim.port.toLatin1()));
 
     const CliResult json = cli(sim, {u"identify"_s, u"--json"_s, u"-v"_s});

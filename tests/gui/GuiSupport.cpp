@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
 
@@ -45,9 +46,21 @@ QWidget *waitForDialog(const QString &objectName, int timeoutMs)
     return found;
 }
 
-QLineEdit *field(QWidget *panel, const char *name)
+static QLineEdit *field(QWidget *panel, const char *name)
 {
     return panel->findChild<QLineEdit *>(QString::fromLatin1(name));
+}
+
+QColor colour(QWidget *panel, const char *name)
+{
+    return field(panel, name)->palette().color(QPalette::Active, QPalette::Text);
+}
+
+QString shown(QWidget *panel)
+{
+    return QStringList {field(panel, "txtCPU")->text(), field(panel, "txtMain")->text(),
+                        field(panel, "txtMeas")->text()}
+        .join(u' ');
 }
 
 void ProgramFolder::writeFile(const QString &name, const QByteArray &bytes)

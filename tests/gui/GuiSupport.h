@@ -5,7 +5,6 @@
 #include "gui/frmMain.h"
 
 #include <QApplication>
-#include <QLineEdit>
 #include <QTemporaryDir>
 #include <functional>
 #include <gtest/gtest.h>
@@ -32,8 +31,10 @@ struct ProgramFolder : QTemporaryDir
     QString readText(const QString &name) const;
 };
 
-// A version field of a board panel ("txtCPU").
-QLineEdit *field(QWidget *panel, const char *name);
+// The versions a board panel shows (CPU Board, Main Board and Measuring Module, separated by a
+// space), and the colour of one of its fields ("txtCPU").
+QString shown(QWidget *panel);
+QColor colour(QWidget *panel, const char *field);
 
 // The instrument of the windows: simulated in-process on virtual time from the state given, its
 // keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine

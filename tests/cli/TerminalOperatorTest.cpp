@@ -12,10 +12,6 @@ namespace {
 
 using Instruction = Operator::Instruction;
 
-const QStringList kNoConnection = {u"ERROR: No connection to VARIMOsentry"_s,
-                                   u"Restart VARIMOsentry by pressing the POWER KEY."_s,
-                                   u"Continue with OK."_s, QString(), QString()};
-
 std::optional<OperatorAbort::Reason> reasonOf(const std::function<void()> &prompt)
 {
     try {
@@ -26,51 +22,59 @@ std::optional<OperatorAbort::Reason> reasonOf(const std::function<void()> &promp
     return std::nullopt;
 }
 
-// With --yes, a prompt that keeps coming back without the run moving forward is answered
-// kRounds times; the next showing ends the run.
-TEST(TerminalOperator, YesGivesUpOnTheFourthRoundUnlessTheRunMovedOn)
+// Without a terminal every prompt is an error, the prompts of the clean-up too, shown or not.
+// With --yes, a prompt that keeps coming back without the run moving forward is answered kRounds
+// times; the next showing ends the run.
+TEST(TerminalOperator, WithoutTerminalAPromptIsAnErrorAndYesGivesUpOnTheFourthRound)
 {
     const struct
     {
         const char *script; // i: the instruction, m: a message box, p: progress of the run
-        int abortsAt; // index of the prompt that ends the run, -1 for none
-    } cases[] = {{"iiii", 3}, {"iiipiii", -1}, {"iiimmmi", 6}, {"mmmm", 3}};
+        bool yes;
+        int abortsAt; // index of the first prompt that ends the run, -1 for none
+        int shown;
+    } cases[] = {{"iiii", true, 3, 3},
+                 {"iiipiii", true, -1, 6},
+                 {"iiimmmi", true, 6, 6},
+                 {"mmmm", true, 3, 3},
+                 {"im", false, 0, 1}};
+    // The windows' advice names their button; the terminal names the command.
+    const QStringList kRestoreFailed = {u"ERROR: Restore failed"_s,
+                                        InstructionText::kTryRestoreAgain, u"Continue with OK."_s,
+                                        QString(), QString()};
     for (const auto &tc : cases) {
         FILE *file = std::tmpfile();
         Console console(file, file, file);
-        TerminalOperator op(console, true);
+        TerminalOperator op(console, tc.yes);
         int aborted = -1;
         const QByteArray script(tc.script);
-        for (int i = 0; i < script.size() && aborted < 0; ++i) {
+        for (int i = 0; i < script.size(); ++i) {
             const auto reason = reasonOf([&] {
                 if (script[i] == 'i')
-                    op.instruction(Instruction::General, kNoConnection);
+                    op.instruction(Instruction::General, kRestoreFailed);
                 else if (script[i] == 'm')
                     op.messageBox(u"Leave VARIMOsentry setup menu and press OK"_s);
                 else
                     op.noteProgress();
             });
             if (reason) {
-                EXPECT_EQ(*reason, OperatorAbort::Reason::GaveUp) << tc.script;
-                aborted = i;
+                EXPECT_EQ(*reason,
+                          tc.yes ? OperatorAbort::Reason::GaveUp
+                                 : OperatorAbort::Reason::NoTerminal)
+                    << tc.script;
+                aborted = aborted < 0 ? i : aborted;
             }
         }
         EXPECT_EQ(aborted, tc.abortsAt) << tc.script;
+        EXPECT_EQ(op.promptsShown(), tc.shown) << tc.script;
+        QByteArray shown(4096, 0);
+        std::fflush(file);
+        std::rewind(file);
+        shown.truncate(qsizetype(std::fread(shown.data(), 1, shown.size(), file)));
+        EXPECT_EQ(shown.contains("the parameters with 'varimo-updater restore'."), script[0] == 'i')
+            << shown.constData();
         std::fclose(file);
     }
-}
-
-TEST(TerminalOperator, WithoutTerminalOrYesAPromptIsAnErrorAndStaysOne)
-{
-    FILE *file = std::tmpfile();
-    Console console(file, file, file);
-    TerminalOperator op(console, false);
-    EXPECT_EQ(reasonOf([&] { op.instruction(Instruction::General, kNoConnection); }),
-              OperatorAbort::Reason::NoTerminal);
-    // The prompts of the clean-up end the same way, without being shown.
-    EXPECT_EQ(reasonOf([&] { op.messageBox(u"again"_s); }), OperatorAbort::Reason::NoTerminal);
-    EXPECT_EQ(op.promptsShown(), 1);
-    std::fclose(file);
 }
 
 TEST(TerminalOperator, OnATerminalEnterAnswersAndTheEndOfInputAborts)

@@ -1,21 +1,17 @@
 #include "GuiSupport.h"
 
-#include <QComboBox>
+#include "FirmwareImage.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 
 namespace gui {
-
-QApplication &app()
-{
-    // Made by the test main.
-    return *qobject_cast<QApplication *>(QCoreApplication::instance());
-}
 
 bool waitUntil(const std::function<bool()> &pred, int timeoutMs)
 {
@@ -50,84 +46,68 @@ QWidget *waitForDialog(const QString &objectName, int timeoutMs)
     return found;
 }
 
-ProgramFolder::ProgramFolder()
+static QLineEdit *field(QWidget *panel, const char *name)
 {
-    app();
+    return panel->findChild<QLineEdit *>(QString::fromLatin1(name));
 }
 
-QString ProgramFolder::writeFirmware(BoardKind kind, const QString &version)
+QColor colour(QWidget *panel, const char *name)
 {
-    // By select number: CPU Board, Measuring Module, Main Board.
-    static const char16_t *const names[] = {u"FW_CPU-BOARD_V%1-017_CRC1234.bin",
-                                            u"FW_MESSMODUL_%1-1_CRC9.bin",
-                                            u"FW_MAINBOARD_%1_CRC5678.bin"};
-    QString digits = version;
-    digits.remove(u'.');
-    const QString name = QString::fromUtf16(names[qint32(kind)]).arg(digits);
-    writeFile(name, qint64(boardFacts(kind).packets) * 128);
-    return name;
+    return field(panel, name)->palette().color(QPalette::Active, QPalette::Text);
 }
 
-void ProgramFolder::writeFile(const QString &name, qint64 size)
+QString shown(QWidget *panel)
 {
-    QFile f(file(name));
+    return QStringList {field(panel, "txtCPU")->text(), field(panel, "txtMain")->text(),
+                        field(panel, "txtMeas")->text()}
+        .join(u' ');
+}
+
+void ProgramFolder::writeFile(const QString &name, const QByteArray &bytes)
+{
+    QFile f(filePath(name));
     if (f.open(QIODevice::WriteOnly))
-        f.write(QByteArray(size, '\xff'));
-}
-
-void ProgramFolder::writeSettings(const QString &text)
-{
-    QFile f(file(u"VarimoSentry_Updater.ini"_s));
-    if (f.open(QIODevice::WriteOnly))
-        f.write(text.toLatin1());
+        f.write(bytes);
 }
 
 QString ProgramFolder::readText(const QString &name) const
 {
-    QFile f(file(name));
+    QFile f(filePath(name));
     return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()) : QString();
 }
 
-ScriptedLine::Reply ScriptedInstrument::answer(const QByteArray &written)
+// The engine's clock is the instrument's, which the test keeps.
+struct ClockRef : Clock
 {
-    received << written;
-    if (silent)
-        return {};
-    const QByteArray telegram = written.chopped(2);
-    static const char *const names[] = {"VARIMOsentry", "Vm2MM-Module", "Vm2PS-Main"};
-    QByteArray reply = telegram;
-    if (telegram.startsWith("DHR;"))
-        selected = telegram.mid(4).toInt();
-    else if (telegram == "KVT")
-        reply = "KVT;" + QByteArray(names[selected % 3]) + ';' + versions[selected % 3].toLatin1() +
-            ";17";
-    else if (telegram == "SER")
-        reply = "SER;" + QByteArray::number(serial);
-    return {reply + "\r\n", 5};
-}
+    explicit ClockRef(VirtualClock &to)
+        : to(to)
+    {
+    }
+    qint32 tickCount() const override { return to.tickCount(); }
+    void sleepMs(int ms) override { to.sleepMs(ms); }
+    QDateTime now() const override { return to.now(); }
+    VirtualClock &to;
+};
 
-EngineLinkFactory scriptedLink(std::shared_ptr<ScriptedInstrument> instrument)
+EngineLinkFactory Simulated::link()
 {
-    return [instrument](Operator &) {
-        EngineLink link;
-        auto clock = std::make_unique<VirtualClock>();
-        auto line = std::make_unique<ScriptedLine>(*clock);
-        line->setResponder([instrument](const QByteArray &w) { return instrument->answer(w); });
-        link.line = std::move(line);
-        link.clock = std::move(clock);
-        link.keep = instrument;
-        return link;
+    return [this](Operator &) {
+        hands.reset();
+        sim.reset();
+        clock = std::make_unique<VirtualClock>();
+        sim = std::make_unique<SimulatedInstrument>(*clock, state);
+        hands = std::make_unique<AutoOperator>(sim->instrument());
+        return EngineLink {std::make_unique<ClockRef>(*clock),
+                           std::make_unique<SimulatedLine>(sim->instrument(), *clock),
+                           {},
+                           {}};
     };
 }
 
 WindowUnderTest::WindowUnderTest(ProgramFolder &folder, EngineLinkFactory link, QStringList ports)
 {
-    frmMainSetup setup;
-    setup.programDir = folder.path();
-    setup.dataDir = folder.path();
-    setup.link = std::move(link);
-    setup.listPorts = [ports] { return ports; };
-    window = std::make_unique<frmMain>(setup);
+    window = std::make_unique<frmMain>(
+        frmMainSetup {folder.path(), folder.path(), std::move(link), [ports] { return ports; }});
     window->show();
 }
 
@@ -147,10 +127,14 @@ bool WindowUnderTest::connect()
     return waitUntil([this] { return window->isIdle(); });
 }
 
-bool WindowUnderTest::closeAndWait()
+void WindowTest::SetUp()
 {
-    window->close();
-    return waitUntil([this] { return !window->isVisible(); });
+    using FirmwareImage::defaultNewVersion;
+    QString error;
+    files = FirmwareImage::writeSet(folder.path(), defaultNewVersion(BoardKind::Cpu),
+                                    defaultNewVersion(BoardKind::Meas),
+                                    defaultNewVersion(BoardKind::Main), &error);
+    ASSERT_EQ(files.size(), 3) << error.toStdString();
 }
 
 } // namespace gui

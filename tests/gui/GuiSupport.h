@@ -1,21 +1,19 @@
 #pragma once
 
+#include "AutoOperator.h"
+#include "SimulatedInstrument.h"
 #include "gui/frmMain.h"
-#include "support/ScriptedLine.h"
 
 #include <QApplication>
-#include <QMap>
 #include <QTemporaryDir>
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 
-// Shared fixtures of the window tests: the application object, a program folder with firmware
-// files and a settings file, a scripted instrument that answers the identity telegrams, and a
-// few helpers to wait, to answer dialogs and to save pictures.
+// Shared fixtures of the window tests (the test main makes the QApplication): a program folder
+// with firmware files and a settings file, a simulated instrument, the main window on both, and
+// helpers to wait, to find dialogs and to save pictures.
 namespace gui {
-
-// The QApplication of the test program (offscreen platform).
-QApplication &app();
 
 // Runs events until pred holds or timeoutMs has passed; returns pred().
 bool waitUntil(const std::function<bool()> &pred, int timeoutMs = 10000);
@@ -27,41 +25,30 @@ void screenshot(QWidget *widget, const QString &name);
 QWidget *waitForDialog(const QString &objectName, int timeoutMs = 10000);
 
 // A program folder: firmware files, settings file and log all in one temporary folder.
-class ProgramFolder
+struct ProgramFolder : QTemporaryDir
 {
-public:
-    ProgramFolder();
-    QString path() const { return m_dir.path(); }
-    QString file(const QString &name) const { return m_dir.filePath(name); }
-
-    // A firmware file of the board's exact image size, named after the default pattern with the
-    // version ("2.01"): FW_CPU-BOARD_V201-017_CRC1234.bin, FW_MAINBOARD_103_CRC5678.bin,
-    // FW_MESSMODUL_121-1_CRC9.bin.
-    QString writeFirmware(BoardKind kind, const QString &version);
-    void writeFile(const QString &name, qint64 size);
-    void writeSettings(const QString &text);
+    void writeFile(const QString &name, const QByteArray &bytes);
     QString readText(const QString &name) const;
-
-private:
-    QTemporaryDir m_dir;
 };
 
-// An instrument that answers the telegrams of connect and disconnect: board select, identity,
-// serial number and keys. Versions indexed by board kind. Used through a ScriptedLine on a
-// VirtualClock, on the engine thread; change it only while the engine is idle.
-struct ScriptedInstrument
+// The versions a board panel shows (CPU Board, Main Board and Measuring Module, separated by a
+// space), and the colour of one of its fields ("txtCPU").
+QString shown(QWidget *panel);
+QColor colour(QWidget *panel, const char *field);
+
+// The instrument of the windows: simulated in-process on virtual time from the state given, its
+// keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine
+// thread runs it, the test touches it only while the engine is idle.
+struct Simulated
 {
-    QString versions[3] = {QStringLiteral("2.00"), QStringLiteral("1.20"), QStringLiteral("1.02")};
-    int serial = 42;
-    bool silent = false;
-    int selected = 0;
-    QList<QByteArray> received;
+    EngineLinkFactory link();
+    Instrument &instrument() { return sim->instrument(); }
 
-    ScriptedLine::Reply answer(const QByteArray &written);
+    InstrumentState state = InstrumentState::defaults();
+    std::unique_ptr<VirtualClock> clock;
+    std::unique_ptr<SimulatedInstrument> sim;
+    std::unique_ptr<AutoOperator> hands;
 };
-
-// The engine's link to a scripted instrument on a virtual clock.
-EngineLinkFactory scriptedLink(std::shared_ptr<ScriptedInstrument> instrument);
 
 // The main window on a program folder, with the given ports and engine link.
 struct WindowUnderTest
@@ -71,9 +58,20 @@ struct WindowUnderTest
     ~WindowUnderTest();
     frmMain *operator->() const { return window.get(); }
     bool connect();
-    bool closeAndWait();
 
     std::unique_ptr<frmMain> window;
+};
+
+// The windows' fixture: a program folder with firmware files one step newer than the simulated
+// instrument (files: CPU Board, Main Board, Measuring Module).
+class WindowTest : public ::testing::Test
+{
+protected:
+    void SetUp() override;
+
+    ProgramFolder folder;
+    QStringList files;
+    Simulated sim;
 };
 
 } // namespace gui

@@ -70,10 +70,20 @@ TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
     // and updates.
     const auto session = connected();
     ASSERT_TRUE(session);
+    // The journal is written once the backup is made, and tells how far the run got: a board
+    // killed after its transfer needs only its parameters, and is not flashed again.
+    ASSERT_EQ(session->journal().has_value(), kill.stage != Stage::Backup);
+    const RunJournal journal = session->journal().value_or(RunJournal {});
+    const bool flashed = kill.stage == Stage::RestartWait || kill.stage == Stage::Restore;
+    EXPECT_EQ(journal.describe().contains(boardName(kill.board) + u" flashed with"_s), flashed)
+        << journal.describe().toStdString();
     if (const auto waiting = session->connection().bootloaderBoard) {
+        const bool othersOpen = std::ranges::any_of(
+            journal.boards, [&](const auto &b) { return b.board != *waiting && !b.done; });
         ASSERT_TRUE(session->run(Job::singleBoard(*waiting)).succeeded());
         session->run(Job::disconnect());
         ASSERT_TRUE(session->run(Job::connectTo(u"COM1"_s)).succeeded());
+        EXPECT_EQ(session->journal().has_value(), othersOpen); // it goes with its last open board
     }
     EXPECT_TRUE(session->run(Job::update(false)).succeeded())
         << logLines().mid(logLines().size() - 40).join('\n').constData();

@@ -89,8 +89,8 @@ void Engine::run(EngineJob job)
 {
     ++m_pending;
     m_engineSide->post([this, job = std::move(job)]() mutable {
-        const EngineOutcome outcome = runJob(std::move(job));
-        m_inbox->post([this, outcome] {
+        // The outcome moves into the call: no copy of it is released here after it went back.
+        m_inbox->post([this, outcome = runJob(std::move(job))] {
             --m_pending;
             emit jobFinished(outcome);
         });

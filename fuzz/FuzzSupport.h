@@ -70,6 +70,8 @@ inline QByteArray contentOf(const QString &path)
     } while (false)
 
 // The target's body, run on each input as bytes: FUZZ_TARGET(input) { ... }
+// The argument names the body's parameter, so it cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define FUZZ_TARGET(input)                                                                         \
     static void fuzzOne(const QByteArray &input);                                                  \
     extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)                        \
@@ -78,3 +80,4 @@ inline QByteArray contentOf(const QString &path)
         return 0;                                                                                  \
     }                                                                                              \
     static void fuzzOne(const QByteArray &input)
+// NOLINTEND(bugprone-macro-parentheses)

@@ -21,7 +21,8 @@ QByteArray g_current; // the input under test, for the report when it fails
 
 void reportCurrent()
 {
-    std::fprintf(stderr, "failing input (%lld bytes): %s\n", qint64(g_current.size()),
+    std::fprintf(stderr, "failing input (%lld bytes): %s\n",
+                 static_cast<long long>(g_current.size()),
                  g_current.left(1024).toHex(' ').constData());
     std::fflush(stderr);
 }
@@ -121,6 +122,6 @@ int main(int argc, char **argv)
     for (long i = 0; i < runs; ++i)
         run(mutate(corpus[below(corpus.size())], corpus));
     std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                qint64(corpus.size() - 1), runs, seed);
+                static_cast<long long>(corpus.size() - 1), runs, seed);
     return 0;
 }

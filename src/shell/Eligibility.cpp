@@ -96,7 +96,7 @@ QString noConnectionText()
 Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Settings &settings,
                        bool allowDowngrade)
 {
-    const Verdict noUpdates {false, u"No updates required"_s, eNormal};
+    Verdict noUpdates {false, u"No updates required"_s, eNormal};
     if (IsOneInvalid(fresh) || !versionsDiffer(current, fresh))
         return noUpdates;
     if (std::ranges::any_of(current,

@@ -56,8 +56,9 @@ protected:
 TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
 {
     {
-        folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\n");
+        folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\nAllowDowngrade=1\r\n");
         gui::WindowUnderTest w(folder, sim.link());
+        EXPECT_TRUE(w->allowDowngrade());
         EXPECT_EQ(w->windowTitle(),
                   u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
         EXPECT_EQ(w->cmbPorts->count(), 2);
@@ -115,43 +116,6 @@ TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
     EXPECT_EQ(gui::shown(w->CurrentControler), u"  "_s);
     EXPECT_FALSE(w->cmdRestore->isEnabled());
     EXPECT_EQ(sent().mid(sent().size() - 2), (QStringList {u"DHR;0"_s, u"KEY;1"_s}));
-}
-
-// What the window shows of a verdict; the verdicts themselves are Eligibility's.
-TEST_F(MainWindow, ShowsWhyThereIsNoUpdate)
-{
-    const struct
-    {
-        const char *name;
-        const char *versions; // CPU, Measuring Module, Main Board
-        QByteArray settings;
-        QString message;
-        int kind;
-    } cases[] = {
-        {"up-to-date", "2.01 1.21 1.03", {}, u"No updates required"_s, 0},
-        {"downgrade-allowed", "2.01 1.30 1.03", "[Settings]\r\nAllowDowngrade=1\r\n",
-         u"VARIMOsentry ready for update"_s, 0},
-        // Last: the file stays removed.
-        {"missing-file",
-         "2.00 1.20 1.02",
-         {},
-         u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
-         -1},
-    };
-    for (const auto &c : cases) {
-        const QStringList versions = QString::fromLatin1(c.versions).split(u' ');
-        for (int kind = 0; kind < 3; ++kind)
-            sim.state.board(BoardKind(kind)).firmware = versions[kind].toLatin1();
-        folder.writeFile(kIni, c.settings);
-        if (c.kind < 0)
-            QFile::remove(folder.filePath(files[1]));
-        gui::WindowUnderTest w(folder, sim.link());
-        ASSERT_TRUE(w.connect());
-        EXPECT_EQ(w->statusText(), c.message);
-        EXPECT_EQ(w->statusKind(), c.kind) << c.name;
-        EXPECT_EQ(w->cmdUpdate->isEnabled(), c.message == u"VARIMOsentry ready for update"_s);
-        gui::screenshot(w.window.get(), u"main-"_s + QString::fromLatin1(c.name));
-    }
 }
 
 TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
@@ -231,7 +195,8 @@ TEST_F(MainWindow, ClosingWritesTheLastLinesEvenWhenTheInstrumentIsGone)
     EXPECT_EQ(sent().mid(before), QStringList(3, u"DHR;0"_s));
     const QString log = folder.readText(kLog);
     EXPECT_TRUE(log.contains(u" : VarimoSentry_Updater started...\r\n"_s));
-    EXPECT_TRUE(log.endsWith(u" : "_s + QString(62, u'-') + u"\r\n\r\n"_s));
+    EXPECT_TRUE(log.contains(QRegularExpression(
+        u"\\d : \t\t\tVarimoSentry_Updater terminated...\r\n\\S+ : -{62}\r\n\r\n$"_s)));
 }
 
 // The product's own line and clock on a pseudo-terminal with nothing behind it: the greeting
@@ -304,22 +269,17 @@ TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
 {
     frmMsgGeneral full;
     full.Init(u"1"_s, u"2"_s, u"3"_s, u"4"_s, u"5"_s);
-    const int fullHeight = full.height();
-    const int okY = full.cmdOk->y();
-    // The five lines ('.' an empty one) and how many line heights the dialog gives back.
-    const std::pair<const char *, int> cases[] = {
-        {"abcd.", 1}, {"a....", 3}, {"ab.de", 1}, {"..cde", 0}, // an empty 3 before a used 4 too
-    };
-    for (const auto &[text, lines] : cases) {
-        QStringList l;
-        for (const char c : QByteArray(text))
-            l << (c == '.' ? QString() : QString(QChar::fromLatin1(c)));
+    // The empty lines and how many line heights the dialog gives back: an empty third line
+    // before a used fourth too, never the first two.
+    for (const auto &[empty, lines] : {std::pair {"5", 1}, {"2345", 3}, {"3", 1}, {"12", 0}}) {
+        QStringList l {u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"e"_s};
+        for (const char c : QByteArray(empty))
+            l[c - '1'].clear();
         frmMsgGeneral dialog;
         dialog.Init(l[0], l[1], l[2], l[3], l[4]);
         const int shrink = lines * frmMsgGeneral::kLineHeight;
-        EXPECT_EQ(dialog.height(), fullHeight - shrink) << text;
-        EXPECT_EQ(dialog.cmdOk->y(), okY - shrink);
-        EXPECT_EQ(dialog.Frame1->height(), full.Frame1->height() - shrink);
+        EXPECT_EQ(dialog.height(), full.height() - shrink) << empty;
+        EXPECT_EQ(dialog.cmdOk->y(), full.cmdOk->y() - shrink) << empty;
     }
 
     frmMsgGeneral cpuLost;
@@ -343,7 +303,7 @@ TEST(UpdateWindow, AnimatesTheStatusAndShowsTheTransferAndItsEnd)
     const QString status = u"VARIMOsentry firmware update in progress"_s; // 40 characters
     window.setStatusText(status);
     QStringList seen;
-    for (int tick = 0; tick < 16; ++tick) {
+    for (int tick = 0; tick < 13; ++tick) {
         window.Timer1_Timer();
         seen << window.lblStatus->text();
     }
@@ -351,35 +311,18 @@ TEST(UpdateWindow, AnimatesTheStatusAndShowsTheTransferAndItsEnd)
     EXPECT_EQ(seen[0], status + u". "_s);
     EXPECT_EQ(seen[11].size(), 64);
     EXPECT_EQ(seen[12], status);
-    EXPECT_EQ(seen[13], status + u". "_s);
-    EXPECT_EQ(window.Timer1->interval(), 500);
 
     window.open();
-    ASSERT_TRUE(window.Timer1->isActive());
-    window.setStatusText(status);
-    const TransferProgress progress {
-        BoardKind::Main,
-        7168,
-        14336,
-        0,
-        3000,
-        3000,
-        u"Sending Main Board binary file (7168 of 14336 Bytes transferred)..."_s};
-    window.SetCurrentAction(u"Sending Main Board binary file "_s, false);
-    window.showTransferProgress(progress);
-    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
-    EXPECT_TRUE(window.progressBar->isVisible());
+    window.showTransferProgress({BoardKind::Main, 7168, 14336, 0, 3000, 3000,
+                                 u"Sending Main Board binary file (7168 of 14336 Bytes "
+                                 "transferred)..."_s});
     EXPECT_EQ(window.progressBar->value(), 500);
     EXPECT_EQ(window.lblProgress->text(), u"7,168 of 14,336 bytes  \u2013  0:03 remaining"_s);
     EXPECT_EQ(window.lblStatus2->text(), u"DO NOT INTERRUPT THE UPDATE PROCESS!"_s);
-    EXPECT_FALSE(window.cmdOk->isVisible());
     gui::screenshot(&window, u"frmUpdate-transfer"_s);
     window.showJobEvent(JobEvent {BoardKind::Main, Stage::RestartWait, 14});
-    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
     EXPECT_EQ(window.lblProgress->text(), u"Waiting for the Main Board to restart: 14 s"_s);
-
-    // Escape cannot end a run.
-    QTest::keyClick(&window, Qt::Key_Escape);
+    QTest::keyClick(&window, Qt::Key_Escape); // cannot end a run
     EXPECT_TRUE(window.isVisible());
 
     // The animation pauses while a general instruction dialog is up.
@@ -396,12 +339,6 @@ TEST(UpdateWindow, AnimatesTheStatusAndShowsTheTransferAndItsEnd)
     window.SetCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
     EXPECT_FALSE(window.progressBar->isVisible());
     EXPECT_EQ(window.lblCurrentAction->palette().color(QPalette::WindowText), QColor(Qt::red));
-
-    // The success display of a whole run is the run test's.
-    window.showSuccess();
-    window.runFinished(true);
-    EXPECT_FALSE(window.Frame1->isVisible() || window.Timer1->isActive());
-    gui::screenshot(&window, u"frmUpdate-success"_s);
 }
 
 // Whole runs on the simulated instrument, and the program itself on a display.
@@ -427,28 +364,6 @@ struct DialogAnswerer : QTimer
     }
     QStringList seen;
 };
-
-TEST_F(MainWindow, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
-{
-    // A Main Board whose transfer broke off starts its bootloader when switched on.
-    BoardState &main = sim.state.board(BoardKind::Main);
-    main.imageValid = false;
-    main.mode = BoardMode::Idle;
-    gui::WindowUnderTest w(folder, sim.link());
-    DialogAnswerer answerer;
-    w->cmdConnect->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->updateWindow()->isVisible(); }, 300000));
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }, 120000));
-    // The board runs the new firmware; without a backup its parameters could not be restored,
-    // which the run reports. Reload all connects afresh and offers the update again.
-    EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).firmware, "1.03");
-    EXPECT_TRUE(answerer.seen.contains(u"frmMsgGeneral"_s))
-        << answerer.seen.join(u'|').toStdString();
-    EXPECT_TRUE(w->isConnected());
-    EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"2.00 1.03 1.20"_s);
-    EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
-}
 
 // An updater stopped after the Main Board took its new image, before its parameters went back:
 // its journal and backup are on disk, the board holds its new firmware's defaults. The windows

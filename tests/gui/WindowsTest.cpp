@@ -53,48 +53,32 @@ protected:
     }
 };
 
-TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
+TEST_F(MainWindow, LoadsConnectsDisconnectsAndClosesWithTheLastLines)
 {
-    {
-        folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\nAllowDowngrade=1\r\n");
-        gui::WindowUnderTest w(folder, sim.link());
-        EXPECT_TRUE(w->allowDowngrade());
-        EXPECT_EQ(w->windowTitle(),
-                  u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
-        EXPECT_EQ(w->cmbPorts->count(), 2);
-        EXPECT_EQ(w->cmbPorts->currentText(), u"COM9"_s);
+    folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\nAllowDowngrade=1\r\n");
+    folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
+    gui::WindowUnderTest w(folder, sim.link());
+    const auto expectDisconnected = [&] {
+        EXPECT_FALSE(w->isConnected());
         EXPECT_EQ(w->statusText(), kInstructions);
         EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(0, 0, 255));
-        EXPECT_TRUE(w->cmdTests->isHidden());
         EXPECT_TRUE(w->cmdConnect->isEnabled());
         EXPECT_FALSE(w->cmdUpdate->isEnabled() || w->cmdRestore->isEnabled());
         EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
-        EXPECT_EQ(w->NewControler->header(), u"New firmware"_s);
-        EXPECT_EQ(gui::shown(w->NewControler), u"2.01 1.03 1.21"_s);
-        gui::screenshot(w.window.get(), u"main-start"_s);
-    }
-    // The port preselected: the settings' one, else the first, else COM1.
-    for (const auto &[settings, expected] :
-         {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
-        folder.writeFile(kIni, settings);
-        gui::WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
-        EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
-    }
-    {
-        gui::WindowUnderTest w(folder, sim.link(), {});
-        EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
-        EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
-        EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
-                     w->cmdRetry->isEnabled());
-        EXPECT_TRUE(w->cmdQuit->isEnabled());
-        gui::screenshot(w.window.get(), u"main-no-port"_s);
-    }
-}
+        EXPECT_EQ(gui::shown(w->CurrentControler), u"  "_s);
+    };
+    expectDisconnected();
+    EXPECT_EQ(w->windowTitle(),
+              u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
+    EXPECT_TRUE(w->allowDowngrade());
+    EXPECT_EQ(w->cmbPorts->count(), 2);
+    EXPECT_EQ(w->cmbPorts->currentText(), u"COM9"_s);
+    EXPECT_TRUE(w->cmdTests->isHidden());
+    EXPECT_EQ(w->NewControler->header(), u"New firmware"_s);
+    EXPECT_EQ(gui::shown(w->NewControler), u"2.01 1.03 1.21"_s);
+    gui::screenshot(w.window.get(), u"main-start"_s);
 
-TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
-{
-    folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
-    gui::WindowUnderTest w(folder, sim.link());
+    w->cmbPorts->setCurrentText(u"COM3"_s);
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry SN 00042"_s);
@@ -105,17 +89,44 @@ TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
     EXPECT_EQ(w->backupFileName(), u"VarimoSentry_Backup_00042.xml"_s);
     // Boards that will be upgraded are shown blue.
     EXPECT_EQ(gui::colour(w->CurrentControler, "txtMain"), QColor(Qt::blue));
-    EXPECT_TRUE(folder.readText(kIni).contains(u"COMPort=COM1"_s));
+    EXPECT_TRUE(folder.readText(kIni).contains(u"COMPort=COM3"_s));
     gui::screenshot(w.window.get(), u"main-connected"_s);
 
     w->cmdConnect->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
-    EXPECT_FALSE(w->isConnected());
-    EXPECT_EQ(w->statusText(), kInstructions);
-    EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"  "_s);
-    EXPECT_FALSE(w->cmdRestore->isEnabled());
+    expectDisconnected();
     EXPECT_EQ(sent().mid(sent().size() - 2), (QStringList {u"DHR;0"_s, u"KEY;1"_s}));
+
+    // Closing with the instrument switched off: only the deselect is tried (three times), no
+    // KEY;1 to an instrument that is not there, and the log gets its last lines.
+    ASSERT_TRUE(w.connect());
+    sim.instrument().press(PanelKey::Power);
+    const qsizetype before = sent().size();
+    w->cmdQuit->click();
+    ASSERT_TRUE(gui::waitUntil([&] { return !w->isVisible(); }));
+    EXPECT_EQ(sent().mid(before), QStringList(3, u"DHR;0"_s));
+    const QString log = folder.readText(kLog);
+    EXPECT_TRUE(log.contains(u" : VarimoSentry_Updater started...\r\n"_s));
+    EXPECT_TRUE(log.contains(QRegularExpression(
+        u"\\d : \t\t\tVarimoSentry_Updater terminated...\r\n\\S+ : -{62}\r\n\r\n$"_s)));
+}
+
+TEST_F(MainWindow, PreselectsAPortOrSaysThereIsNone)
+{
+    // The settings' port, else the first, else COM1.
+    for (const auto &[settings, expected] :
+         {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
+        folder.writeFile(kIni, settings);
+        gui::WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
+        EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
+    }
+    gui::WindowUnderTest w(folder, sim.link(), {});
+    EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
+    EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
+    EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
+                 w->cmdRetry->isEnabled());
+    EXPECT_TRUE(w->cmdQuit->isEnabled());
+    gui::screenshot(w.window.get(), u"main-no-port"_s);
 }
 
 TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
@@ -183,22 +194,6 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
         EXPECT_FALSE(folder.readText(file).contains(u"kvnoperate"_s)) << file.toStdString();
 }
 
-TEST_F(MainWindow, ClosingWritesTheLastLinesEvenWhenTheInstrumentIsGone)
-{
-    gui::WindowUnderTest w(folder, sim.link());
-    ASSERT_TRUE(w.connect());
-    sim.instrument().press(PanelKey::Power); // off
-    const qsizetype before = sent().size();
-    w->cmdQuit->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return !w->isVisible(); }));
-    // Only the deselect was tried (three times); no KEY;1 to an instrument that is not there.
-    EXPECT_EQ(sent().mid(before), QStringList(3, u"DHR;0"_s));
-    const QString log = folder.readText(kLog);
-    EXPECT_TRUE(log.contains(u" : VarimoSentry_Updater started...\r\n"_s));
-    EXPECT_TRUE(log.contains(QRegularExpression(
-        u"\\d : \t\t\tVarimoSentry_Updater terminated...\r\n\\S+ : -{62}\r\n\r\n$"_s)));
-}
-
 // The product's own line and clock on a pseudo-terminal with nothing behind it: the greeting
 // waits three times a second in real time, and meanwhile the window goes on handling events.
 TEST_F(MainWindow, StaysResponsiveWhileTheInstrumentIsSilent)
@@ -209,21 +204,18 @@ TEST_F(MainWindow, StaysResponsiveWhileTheInstrumentIsSilent)
     QElapsedTimer clock;
     clock.start();
     qint64 lastMs = 0;
-    QList<qint64> gaps;
+    qint64 worstGap = 0;
     ASSERT_TRUE(gui::waitUntil(
         [&] {
-            gaps << clock.elapsed() - lastMs;
+            worstGap = std::max(worstGap, clock.elapsed() - lastMs);
             lastMs = clock.elapsed();
             return w->isIdle();
         },
         20000));
-    std::sort(gaps.begin(), gaps.end());
     EXPECT_GE(clock.elapsed(), 3000);
     // On a shared machine another process may take the processor now and then, which costs a
     // pass or two but never the length of a read (1000 ms).
-    EXPECT_LT(gaps.value(gaps.size() * 99 / 100), 70)
-        << gaps.size() << " passes, worst " << gaps.back();
-    EXPECT_LT(gaps.back(), 250);
+    EXPECT_LT(worstGap, 250);
     EXPECT_FALSE(w->isConnected());
     EXPECT_EQ(w->statusText(), kInstructions);
 }
@@ -409,22 +401,12 @@ TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     DialogAnswerer answerer;
     w->cmdUpdate->click();
     frmUpdate *update = w->updateWindow();
-    bool pictured = false;
-    ASSERT_TRUE(gui::waitUntil(
-        [&] {
-            if (!pictured && update->progressBar->isVisible()) {
-                gui::screenshot(update, u"run-frmUpdate"_s);
-                pictured = true;
-            }
-            return update->cmdOk->isVisible();
-        },
-        300000))
+    ASSERT_TRUE(gui::waitUntil([&] { return update->cmdOk->isVisible(); }, 300000))
         << update->lblCurrentAction->text().toStdString() << "\n"
-        << folder.readText(u"VarimoSentry_Updater.txt"_s).right(3000).toStdString();
+        << folder.readText(kLog).right(3000).toStdString();
     EXPECT_EQ(update->lblStatus2->text(), u"Update successfully completed"_s);
     for (const QString &dialog : {u"frmMsgMainBoard"_s, u"frmMsgCPU"_s})
         EXPECT_TRUE(answerer.seen.contains(dialog)) << answerer.seen.join(u'|').toStdString();
-    EXPECT_TRUE(pictured);
     gui::screenshot(update, u"run-frmUpdate-success"_s);
     update->cmdOk->click();
     ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));

@@ -1,7 +1,6 @@
 #include "AutoOperator.h"
 #include "FirmwareImage.h"
 #include "SimulatedInstrument.h"
-#include "boards/FirmwareFiles.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/StartUp.h"
 #include "gui/frmBackup.h"
@@ -10,6 +9,7 @@
 #include "gui/frmUpdate.h"
 #include "gui/userControler.h"
 #include "shell/AppInfo.h"
+#include "shell/Workspace.h"
 #include "support/Pty.h"
 #include "support/SimFixture.h"
 #include "update/Session.h"
@@ -232,10 +232,8 @@ TEST_F(MainWindow, LoadsConnectsDisconnectsAndClosesWithTheLastLines)
     EXPECT_EQ(w->windowTitle(),
               u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
     EXPECT_TRUE(w->allowDowngrade());
-    EXPECT_EQ(w->cmbPorts->count(), 2);
     EXPECT_EQ(w->cmbPorts->currentText(), u"COM9"_s);
     EXPECT_TRUE(w->cmdTests->isHidden());
-    EXPECT_EQ(w->NewControler->header(), u"New firmware"_s);
     EXPECT_EQ(shown(w->NewControler), u"2.01 1.03 1.21"_s);
     screenshot(w.window.get(), u"main-start"_s);
 
@@ -491,27 +489,20 @@ struct DialogAnswerer : QTimer
 TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
 {
     SimRig killed;
-    killed.writeFirmware("2.01", "1.21", "1.03");
     const InstrumentState before = killed.instrument().state();
     {
-        Session first(
-            killed.sim.line(), killed.clock, killed.op,
-            SessionFiles {&killed.ini, &killed.log, killed.dir.path(), killed.dir.path()});
+        Workspace files({folder.path(), folder.path()}, &killed.clock);
+        files.Start();
+        Session first(killed.sim.line(), killed.clock, killed.op,
+                      SessionFiles {&files.ini(), &files.log(), folder.path(), folder.path()});
         ASSERT_TRUE(first.run(Job::connectTo(u"COM1"_s)).succeeded());
-        for (const BoardKind kind : kPanelOrder) {
-            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-            first.fresh()[kind].InitFromBinFile(
-                killed.dir.path(), modHelper::FindNewestFile(killed.dir.path(), pattern), pattern,
-                kind);
-        }
+        files.LoadFirmwareFiles(first.fresh());
         QObject::connect(&first, &Session::jobEvent, [](const JobEvent &e) {
             if (e.board == BoardKind::Main && e.stage == Stage::Restore)
                 throw std::runtime_error("killed");
         });
         EXPECT_THROW(first.run(Job::update(false)), std::runtime_error);
     }
-    for (const QString &name : QDir(killed.dir.path()).entryList({u"VarimoSentry_*_00042*"_s}))
-        ASSERT_TRUE(QFile::copy(killed.dir.filePath(name), folder.filePath(name)));
     sim.state = killed.instrument().state();
     ASSERT_NE(sim.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
 

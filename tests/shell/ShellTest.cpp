@@ -214,14 +214,6 @@ TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
                          "FWMin=1.30\r\n"));
 }
 
-TEST_F(IniTest, SetValueThatCannotBeWrittenFailsWithAReason)
-{
-    // A folder where the file should be: no user, root included, can write there.
-    ASSERT_TRUE(QDir().mkpath(ini.path()));
-    EXPECT_FALSE(ini.SetValue(u"Settings"_s, u"COMPort"_s, u"COM7"_s));
-    EXPECT_TRUE(ini.errorString().contains(ini.path()));
-}
-
 TEST_F(LogTest, EntriesAreWrittenInTheLogFormatAndAppended)
 {
     // indent, additional tabs, blank lines (before when negative), the entry
@@ -260,17 +252,17 @@ TEST_F(LogTest, DisabledLoggingDoesNotTouchTheFile)
     EXPECT_EQ(readFile(log.path()), QByteArray("14:03:07 : back\r\n"));
 }
 
-TEST_F(LogTest, WritesThatCannotHappenReachTheCaller)
+TEST_F(ShellFiles, WritesThatCannotHappenReachTheCallerWithThePath)
 {
-    cLog inMissingFolder;
-    inMissingFolder.Init(dir.filePath(u"no/such/folder/log.txt"_s));
-    inMissingFolder.Setlogging(true);
-    EXPECT_FALSE(inMissingFolder.UpdateLog(u"x"_s));
-    EXPECT_TRUE(inMissingFolder.errorString().contains(u"no/such/folder"_s));
+    // A folder where the settings file should be: no user, root included, can write there.
+    ASSERT_TRUE(QDir().mkpath(ini.path()));
+    EXPECT_FALSE(ini.SetValue(u"Settings"_s, u"COMPort"_s, u"COM7"_s));
+    EXPECT_TRUE(ini.errorString().contains(ini.path()));
+    log.Init(dir.filePath(u"no/such/folder/log.txt"_s));
+    EXPECT_FALSE(log.UpdateLog(u"x"_s));
+    EXPECT_TRUE(log.errorString().contains(u"no/such/folder"_s));
 }
 
-// The windows' rule: firmware files stay in the program folder; settings, log and backups go
-// to the user's data folder when no file can be created in the program folder.
 TEST_F(WorkspaceTest, FirmwareFilesComeFromTheProgramFolderAndTheRestFromTheDataFolder)
 {
     // Files of the exact image size of each board, named as the default patterns expect.

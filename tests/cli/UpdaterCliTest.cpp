@@ -1,7 +1,11 @@
 // varimo-updater as a program: each command against the simulated instrument (varimo-sim) on a
 // pseudo-terminal, with the real clock; the instrument's answer and restart delays are short, the
-// updater's own waits are the real ones. Standard input is never a terminal here.
+// updater's own waits are the real ones. Its standard input is never a terminal here; the
+// terminal operator's own tests at the end give it one.
 
+#include "Console.h"
+#include "TerminalOperator.h"
+#include "support/Pty.h"
 #include "support/SimProcess.h"
 
 #include <QDir>
@@ -14,6 +18,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
+#include <cstdio>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -37,17 +42,14 @@ CliResult runCli(const QStringList &arguments)
     QProcess p;
     p.setStandardInputFile(QProcess::nullDevice());
     p.start(kProgram, arguments);
-    CliResult r;
-    if (!p.waitForStarted() || !p.waitForFinished(kCommandTimeoutMs)) {
+    if (!p.waitForFinished(kCommandTimeoutMs)) {
         p.kill();
         p.waitForFinished();
-        r.err = u"did not finish: "_s + p.errorString();
-        return r;
+        return {-1, {}, u"did not finish: "_s + p.errorString()};
     }
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
-    r.err = QString::fromLocal8Bit(p.readAllStandardError());
-    return r;
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromLocal8Bit(p.readAllStandardOutput()),
+            QString::fromLocal8Bit(p.readAllStandardError())};
 }
 
 // The simulated instrument on a pseudo-terminal, unpaced and quick to answer and restart, with
@@ -72,11 +74,10 @@ protected:
     // Firmware files one version newer than the instrument's, some pinned to its own versions.
     void makeFirmware(const QStringList &versionArguments = kOnlyMainBoardNewer)
     {
-        QProcess p;
-        p.start(SimProcess::programPath(),
-                QStringList {u"--make-firmware"_s, dir.path()} + versionArguments);
-        ASSERT_TRUE(p.waitForFinished(30000));
-        ASSERT_EQ(p.exitCode(), 0) << p.readAllStandardError().constData();
+        ASSERT_EQ(
+            QProcess::execute(SimProcess::programPath(),
+                              QStringList {u"--make-firmware"_s, dir.path()} + versionArguments),
+            0);
     }
     CliResult cli(const Simulator &sim, const QStringList &command)
     {
@@ -199,12 +200,9 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
     expectLines(changed, {u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s});
 
     const QString plain = writeFile(u"plain.txt"_s, "not a port");
-    const struct
-    {
-        QStringList arguments; // after --dir and --port, unless they start with an option
-        QByteArray ini; // the settings file during the case
-        const char *says;
-    } cases[] = {
+    // Arguments (after --dir and --port, unless they start with an option), the settings file
+    // during the case, what the updater says.
+    const std::tuple<QStringList, QByteArray, const char *> cases[] = {
         {{u"restore"_s, foreign}, {}, "not from this VARIMOsentry (SN 00042)"},
         {{u"restore"_s,
           variant("inject.xml", ch, "<Value Telegram=\"CH\">1&#13;&#10;CEW;1&#13;&#10;CH;666<")},
@@ -220,13 +218,13 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
         {{u"--dir"_s, plain, u"--port"_s, sim.port, u"identify"_s}, {}, "is a file, not a folder"},
     };
     const QByteArray settings = fileText(u"VarimoSentry_Updater.ini"_s);
-    for (const auto &tc : cases) {
-        writeFile(u"VarimoSentry_Updater.ini"_s, tc.ini.isEmpty() ? settings : tc.ini);
-        const CliResult r = tc.arguments.front().startsWith(u"--"_s) ? runCli(tc.arguments)
-                                                                     : cli(sim, tc.arguments);
-        EXPECT_EQ(r.exitCode, 2) << tc.says << "\n" << qPrintable(r.all());
-        EXPECT_TRUE(r.err.contains(QString::fromLatin1(tc.says))) << qPrintable(r.all());
-        EXPECT_EQ(fileText(u"VarimoSentry_Backup_00042.xml"_s), good) << tc.says;
+    for (const auto &[arguments, ini, says] : cases) {
+        writeFile(u"VarimoSentry_Updater.ini"_s, ini.isEmpty() ? settings : ini);
+        const CliResult r =
+            arguments.front().startsWith(u"--"_s) ? runCli(arguments) : cli(sim, arguments);
+        EXPECT_EQ(r.exitCode, 2) << says << "\n" << qPrintable(r.all());
+        EXPECT_TRUE(r.err.contains(QString::fromLatin1(says))) << qPrintable(r.all());
+        EXPECT_EQ(fileText(u"VarimoSentry_Backup_00042.xml"_s), good) << says;
     }
     for (const char *write :
          {"Telegram sent : CEW;1", "Telegram sent : XUC", "Telegram sent : BOT"})
@@ -361,6 +359,91 @@ TEST_F(CliProcess, AnUpdaterKilledMidRunIsFinishedByTheNextUpdate)
                 {u"Backup successful completed."_s,
                  u"Waiting for the Main Board to restart: 20 s"_s,
                  u"Restoring parameters to Main Board..."_s});
+}
+
+// The terminal operator on its own.
+
+using Instruction = Operator::Instruction;
+
+std::optional<OperatorAbort::Reason> reasonOf(const std::function<void()> &prompt)
+{
+    try {
+        prompt();
+    } catch (const OperatorAbort &e) {
+        return e.reason();
+    }
+    return std::nullopt;
+}
+
+// Without a terminal every prompt is an error, the prompts of the clean-up too, shown or not.
+// With --yes, a prompt that keeps coming back without the run moving forward is answered kRounds
+// times; the next showing ends the run.
+TEST(TerminalOperator, WithoutTerminalAPromptIsAnErrorAndYesGivesUpOnTheFourthRound)
+{
+    // The prompts (i: the instruction, m: a message box, p: progress of the run), --yes, the index
+    // of the first prompt that ends the run (-1 for none), how many were shown.
+    const std::tuple<const char *, bool, int, int> cases[] = {{"iiipiii", true, -1, 6},
+                                                              {"iiimmmi", true, 6, 6},
+                                                              {"mmmm", true, 3, 3},
+                                                              {"im", false, 0, 1}};
+    // The windows' advice names their button; the terminal names the command.
+    const QStringList kRestoreFailed = {u"ERROR: Restore failed"_s,
+                                        InstructionText::kTryRestoreAgain, u"Continue with OK."_s,
+                                        QString(), QString()};
+    for (const auto &[prompts, yes, abortsAt, shownCount] : cases) {
+        FILE *file = std::tmpfile();
+        Console console(file, file, file);
+        TerminalOperator op(console, yes);
+        int aborted = -1;
+        const QByteArray script(prompts);
+        for (int i = 0; i < script.size(); ++i) {
+            const auto reason = reasonOf([&] {
+                if (script[i] == 'i')
+                    op.instruction(Instruction::General, kRestoreFailed);
+                else if (script[i] == 'm')
+                    op.messageBox(u"Leave VARIMOsentry setup menu and press OK"_s);
+                else
+                    op.noteProgress();
+            });
+            if (reason) {
+                EXPECT_EQ(*reason,
+                          yes ? OperatorAbort::Reason::GaveUp : OperatorAbort::Reason::NoTerminal)
+                    << prompts;
+                aborted = aborted < 0 ? i : aborted;
+            }
+        }
+        EXPECT_EQ(aborted, abortsAt) << prompts;
+        EXPECT_EQ(op.promptsShown(), shownCount) << prompts;
+        QByteArray shown(4096, 0);
+        std::fflush(file);
+        std::rewind(file);
+        shown.truncate(qsizetype(std::fread(shown.data(), 1, shown.size(), file)));
+        EXPECT_EQ(shown.contains("the parameters with 'varimo-updater restore'."), script[0] == 'i')
+            << shown.constData();
+        std::fclose(file);
+    }
+}
+
+TEST(TerminalOperator, OnATerminalEnterAnswersAndTheEndOfInputAborts)
+{
+    PtyPair pty;
+    ASSERT_TRUE(pty.isValid());
+    FILE *in = std::fopen(pty.slavePath().toLocal8Bit().constData(), "r");
+    ASSERT_NE(in, nullptr);
+    FILE *out = std::tmpfile();
+    {
+        Console console(in, out, out);
+        ASSERT_TRUE(console.inputIsTerminal());
+        TerminalOperator op(console, false);
+        ASSERT_TRUE(pty.write("\n"));
+        EXPECT_EQ(reasonOf([&] { op.instruction(Instruction::MainBoardRestart, {u"x"_s}); }),
+                  std::nullopt);
+        pty.closeMaster(); // the terminal went away: the end of the input
+        EXPECT_EQ(reasonOf([&] { op.instruction(Instruction::MainBoardRestart, {u"x"_s}); }),
+                  OperatorAbort::Reason::EndOfInput);
+    }
+    std::fclose(in);
+    std::fclose(out);
 }
 
 } // namespace

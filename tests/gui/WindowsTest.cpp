@@ -388,18 +388,14 @@ TEST(StartUp, ASecondStartBringsTheFirstToTheFrontAndEnds)
     ASSERT_TRUE(QFile::copy(
         QString::fromUtf8(VARIMO_TEST_BINARY_DIR) + u"/src/VarimoSentry_Updater"_s, program));
     EXPECT_NE(StartUp::InstanceKey(dir.path()), StartUp::InstanceKey(dir.filePath(u"x"_s)));
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
     QProcess first;
     QProcess second;
-    first.setProcessEnvironment(env);
-    second.setProcessEnvironment(env);
     first.start(program, {});
     ASSERT_TRUE(waitUntil([&] { return dir.readText(kLog).contains(u"started..."_s); }, 30000));
     second.start(program, {});
     ASSERT_TRUE(second.waitForFinished(30000));
-    EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_EQ(second.exitStatus() == QProcess::NormalExit ? second.exitCode() : -1, 0);
 
     QByteArray firstErr;
     EXPECT_TRUE(waitUntil([&] {

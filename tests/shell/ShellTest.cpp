@@ -191,27 +191,17 @@ TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
     EXPECT_EQ(readFile(ini.path()), QByteArray("[Settings]\r\nCOMPort=COM7\r\n"));
 
     writeFile(ini.path(),
-              "; settings of the updater\r\n"
-              "[Settings]\r\n"
-              "COMPort = COM3   ; old\r\n"
-              "AllowDowngrade=0\r\n"
-              "\r\n"
-              "[Mainboard]\r\n"
-              "File=FW_MAINBOARD_XXX_CRC\r\n");
+              "; settings of the updater\r\n[Settings]\r\nCOMPort = COM3   ; old\r\n"
+              "AllowDowngrade=0\r\n\r\n[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n");
     ASSERT_TRUE(ini.SetValue(u"settings"_s, u"comport"_s, u"COM7"_s));
     ASSERT_TRUE(ini.SetValue(u"Settings"_s, u"LastBackupFileName"_s, u"b.xml"_s));
     ASSERT_TRUE(ini.SetValue(u"Messmodul"_s, u"FWMin"_s, u"1.30"_s));
-    EXPECT_EQ(readFile(ini.path()),
-              QByteArray("; settings of the updater\r\n"
-                         "[Settings]\r\n"
-                         "comport=COM7\r\n"
-                         "AllowDowngrade=0\r\n"
-                         "LastBackupFileName=b.xml\r\n"
-                         "\r\n"
-                         "[Mainboard]\r\n"
-                         "File=FW_MAINBOARD_XXX_CRC\r\n"
-                         "[Messmodul]\r\n"
-                         "FWMin=1.30\r\n"));
+    // Each value in its own line, a new one below the section's last entry, a new section last.
+    EXPECT_EQ(
+        readFile(ini.path()),
+        QByteArray("; settings of the updater\r\n[Settings]\r\ncomport=COM7\r\n"
+                   "AllowDowngrade=0\r\nLastBackupFileName=b.xml\r\n\r\n"
+                   "[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n[Messmodul]\r\nFWMin=1.30\r\n"));
 }
 
 TEST_F(LogTest, EntriesAreWrittenInTheLogFormatAndAppended)

@@ -159,6 +159,7 @@ TEST_F(IniTest, ReadsLikeTheProfileFunctions)
         {"[A]\r\nK=1\r\n[B]\r\nX=2\r\n", "B", "K", "DEF"},
         {"[S]\r\nK=\r\n", "S", "K", ""},
         {"[S]\r\n;K=1\r\nK=2\r\n", "S", "K", "2"},
+        {"[S]\r\n;K=1\r\n", "S", ";K", "DEF"}, // a comment is no entry, whatever it holds
         {"[S]\r\nK=1\r\nK=2\r\n", "S", "K", "1"},
         {"[S]\r\nK=a=b;c\r\n", "S", "K", "a=b;c"},
         {"[S]\r\nK=123456789012345678901234567890123456789012345678901234567890\r\n", "S", "K",
@@ -192,15 +193,16 @@ TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
 
     writeFile(ini.path(),
               "; settings of the updater\r\n[Settings]\r\nCOMPort = COM3   ; old\r\n"
-              "AllowDowngrade=0\r\n\r\n[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n");
+              "AllowDowngrade=0\r\n;Old=1\r\n\r\n[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n");
     ASSERT_TRUE(ini.SetValue(u"settings"_s, u"comport"_s, u"COM7"_s));
     ASSERT_TRUE(ini.SetValue(u"Settings"_s, u"LastBackupFileName"_s, u"b.xml"_s));
     ASSERT_TRUE(ini.SetValue(u"Messmodul"_s, u"FWMin"_s, u"1.30"_s));
-    // Each value in its own line, a new one below the section's last entry, a new section last.
+    // Each value in its own line, a new one below the section's last line that is not blank, a new
+    // section last.
     EXPECT_EQ(
         readFile(ini.path()),
         QByteArray("; settings of the updater\r\n[Settings]\r\ncomport=COM7\r\n"
-                   "AllowDowngrade=0\r\nLastBackupFileName=b.xml\r\n\r\n"
+                   "AllowDowngrade=0\r\n;Old=1\r\nLastBackupFileName=b.xml\r\n\r\n"
                    "[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n[Messmodul]\r\nFWMin=1.30\r\n"));
 }
 

@@ -46,7 +46,6 @@ protected:
 using EligibilityTest = ShellFiles;
 using IniTest = ShellFiles;
 using LogTest = ShellFiles;
-using WorkspaceTest = ShellFiles;
 
 TEST(CompareVersions, ComparesDigitStringsWithoutDots)
 {
@@ -148,6 +147,7 @@ TEST_F(IniTest, ReadsLikeTheProfileFunctions)
 {
     EXPECT_EQ(ini.GetValue(u"Settings"_s, u"COMPort"_s, u"DEF"_s), u"DEF"_s);
     EXPECT_FALSE(QFile::exists(ini.path()));
+    EXPECT_TRUE(Settings::read(ini).logParserTele); // packets are logged unless switched off
     // file, section, key, value read (the default is "DEF")
     const std::tuple<const char *, const char *, const char *, const char *> cases[] = {
         {"[Settings]\r\nCOMPort=COM7\r\n", "Settings", "COMPort", "COM7"},
@@ -255,7 +255,7 @@ TEST_F(ShellFiles, WritesThatCannotHappenReachTheCallerWithThePath)
     EXPECT_TRUE(log.errorString().contains(u"no/such/folder"_s));
 }
 
-TEST_F(WorkspaceTest, FirmwareFilesComeFromTheProgramFolderAndTheRestFromTheDataFolder)
+TEST_F(ShellFiles, FirmwareFilesComeFromTheProgramFolderAndTheRestFromTheDataFolder)
 {
     // Files of the exact image size of each board, named as the default patterns expect.
     for (const auto &[name, packets] : {std::pair {"FW_CPU-BOARD_V201-017_CRC1.bin", 8064},

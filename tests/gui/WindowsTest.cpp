@@ -1,16 +1,20 @@
-#include "GuiSupport.h"
-#include "boards/FirmwareFiles.h"
+#include "AutoOperator.h"
+#include "FirmwareImage.h"
+#include "SimulatedInstrument.h"
 #include "gui/InstructionDialogs.h"
 #include "gui/StartUp.h"
 #include "gui/frmBackup.h"
+#include "gui/frmMain.h"
 #include "gui/frmTestPswd.h"
 #include "gui/frmUpdate.h"
 #include "gui/userControler.h"
 #include "shell/AppInfo.h"
+#include "shell/Workspace.h"
 #include "support/Pty.h"
 #include "support/SimFixture.h"
 #include "update/Session.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
@@ -24,13 +28,18 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
+#include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
+// The windows on a simulated instrument (the test main makes the QApplication), the program
+// itself, and pictures of every window and dialog in <build>/screenshots.
 namespace {
 
 const QString kInstructions = u"Switch on and connect VARIMOsentry via RS232 to this computer\r\n"
@@ -39,9 +48,157 @@ const QString kInstructions = u"Switch on and connect VARIMOsentry via RS232 to 
 const QString kLog = u"VarimoSentry_Updater.txt"_s;
 const QString kIni = u"VarimoSentry_Updater.ini"_s;
 
-class MainWindow : public gui::WindowTest
+// Runs events until pred holds or timeoutMs has passed; returns pred().
+bool waitUntil(const std::function<bool()> &pred, int timeoutMs = 10000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!pred()) {
+        if (timer.elapsed() > timeoutMs)
+            return false;
+        QTest::qWait(5);
+    }
+    return true;
+}
+
+// Saves a picture of the widget to <build>/screenshots/<name>.png.
+void screenshot(QWidget *widget, const QString &name)
+{
+    const QString dir = QString::fromUtf8(VARIMO_TEST_BINARY_DIR) + u"/screenshots"_s;
+    QDir().mkpath(dir);
+    QCoreApplication::processEvents();
+    widget->grab().save(dir + u"/"_s + name + u".png"_s);
+}
+
+// The modal dialog on top, once one of the given class (object name) is up.
+QWidget *waitForDialog(const QString &objectName, int timeoutMs = 10000)
+{
+    const auto dialog = [&] {
+        QWidget *top = QApplication::activeModalWidget();
+        return top && top->objectName() == objectName && top->isVisible() ? top : nullptr;
+    };
+    waitUntil([&] { return dialog() != nullptr; }, timeoutMs);
+    return dialog();
+}
+
+// A program folder: firmware files, settings file and log all in one temporary folder.
+struct ProgramFolder : QTemporaryDir
+{
+    void writeFile(const QString &name, const QByteArray &bytes)
+    {
+        QFile f(filePath(name));
+        if (f.open(QIODevice::WriteOnly))
+            f.write(bytes);
+    }
+    QString readText(const QString &name) const
+    {
+        QFile f(filePath(name));
+        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()) : QString();
+    }
+};
+
+QLineEdit *field(QWidget *panel, const char *name)
+{
+    return panel->findChild<QLineEdit *>(QString::fromLatin1(name));
+}
+
+// The colour of one field of a board panel ("txtCPU").
+QColor colour(QWidget *panel, const char *name)
+{
+    return field(panel, name)->palette().color(QPalette::Active, QPalette::Text);
+}
+
+// The versions a board panel shows: CPU Board, Main Board and Measuring Module.
+QString shown(QWidget *panel)
+{
+    return QStringList {field(panel, "txtCPU")->text(), field(panel, "txtMain")->text(),
+                        field(panel, "txtMeas")->text()}
+        .join(u' ');
+}
+
+// The engine's clock is the instrument's, which the test keeps.
+struct ClockRef : Clock
+{
+    explicit ClockRef(VirtualClock &to)
+        : to(to)
+    {
+    }
+    qint32 tickCount() const override { return to.tickCount(); }
+    void sleepMs(int ms) override { to.sleepMs(ms); }
+    QDateTime now() const override { return to.now(); }
+    VirtualClock &to;
+};
+
+// The instrument of the windows: simulated in-process on virtual time from the state given, its
+// keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine
+// thread runs it, the test touches it only while the engine is idle.
+struct Simulated
+{
+    EngineLinkFactory link()
+    {
+        return [this](Operator &) {
+            hands.reset();
+            sim.reset();
+            clock = std::make_unique<VirtualClock>();
+            sim = std::make_unique<SimulatedInstrument>(*clock, state);
+            hands = std::make_unique<AutoOperator>(sim->instrument());
+            return EngineLink {std::make_unique<ClockRef>(*clock),
+                               std::make_unique<SimulatedLine>(sim->instrument(), *clock),
+                               {},
+                               {}};
+        };
+    }
+    Instrument &instrument() { return sim->instrument(); }
+
+    InstrumentState state = InstrumentState::defaults();
+    std::unique_ptr<VirtualClock> clock;
+    std::unique_ptr<SimulatedInstrument> sim;
+    std::unique_ptr<AutoOperator> hands;
+};
+
+// The main window on a program folder, with the given ports and engine link.
+struct WindowUnderTest
+{
+    WindowUnderTest(ProgramFolder &folder, EngineLinkFactory link,
+                    QStringList ports = {u"COM1"_s, u"COM3"_s})
+        : window(std::make_unique<frmMain>(frmMainSetup {
+              folder.path(), folder.path(), std::move(link), [ports] { return ports; }}))
+    {
+        window->show();
+    }
+    ~WindowUnderTest()
+    {
+        // Dialogs left open by a failing test go first.
+        while (QWidget *top = QApplication::activeModalWidget()) {
+            top->close();
+            if (top == QApplication::activeModalWidget())
+                top->hide();
+        }
+    }
+    frmMain *operator->() const { return window.get(); }
+    bool connect()
+    {
+        window->cmdConnect->click();
+        return waitUntil([this] { return window->isIdle(); });
+    }
+
+    std::unique_ptr<frmMain> window;
+};
+
+// A program folder with firmware files one step newer than the simulated instrument (files:
+// CPU Board, Main Board, Measuring Module).
+class MainWindow : public ::testing::Test
 {
 protected:
+    void SetUp() override
+    {
+        using FirmwareImage::defaultNewVersion;
+        QString error;
+        files = FirmwareImage::writeSet(folder.path(), defaultNewVersion(BoardKind::Cpu),
+                                        defaultNewVersion(BoardKind::Meas),
+                                        defaultNewVersion(BoardKind::Main), &error);
+        ASSERT_EQ(files.size(), 3) << error.toStdString();
+    }
     // The telegrams in the log, in the order sent.
     QStringList sent() const
     {
@@ -51,107 +208,84 @@ protected:
             telegrams << m.captured(1);
         return telegrams;
     }
+
+    ProgramFolder folder;
+    QStringList files;
+    Simulated sim;
 };
 
-TEST_F(MainWindow, LoadsWithTitleTextsPortsAndInstructions)
+TEST_F(MainWindow, LoadsConnectsDisconnectsAndClosesWithTheLastLines)
 {
-    {
-        folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\n");
-        gui::WindowUnderTest w(folder, sim.link());
-        EXPECT_EQ(w->windowTitle(),
-                  u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
-        EXPECT_EQ(w->cmbPorts->count(), 2);
-        EXPECT_EQ(w->cmbPorts->currentText(), u"COM9"_s);
+    folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\nAllowDowngrade=1\r\n");
+    folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
+    WindowUnderTest w(folder, sim.link());
+    const auto expectDisconnected = [&] {
+        EXPECT_FALSE(w->isConnected());
         EXPECT_EQ(w->statusText(), kInstructions);
         EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(0, 0, 255));
-        EXPECT_TRUE(w->cmdTests->isHidden());
         EXPECT_TRUE(w->cmdConnect->isEnabled());
         EXPECT_FALSE(w->cmdUpdate->isEnabled() || w->cmdRestore->isEnabled());
         EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
-        EXPECT_EQ(w->NewControler->header(), u"New firmware"_s);
-        EXPECT_EQ(gui::shown(w->NewControler), u"2.01 1.03 1.21"_s);
-        gui::screenshot(w.window.get(), u"main-start"_s);
-    }
-    // The port preselected: the settings' one, else the first, else COM1.
-    for (const auto &[settings, expected] :
-         {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
-        folder.writeFile(kIni, settings);
-        gui::WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
-        EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
-    }
-    {
-        gui::WindowUnderTest w(folder, sim.link(), {});
-        EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
-        EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
-        EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
-                     w->cmdRetry->isEnabled());
-        EXPECT_TRUE(w->cmdQuit->isEnabled());
-        gui::screenshot(w.window.get(), u"main-no-port"_s);
-    }
-}
+        EXPECT_EQ(shown(w->CurrentControler), u"  "_s);
+    };
+    expectDisconnected();
+    EXPECT_EQ(w->windowTitle(),
+              u"VARIMOsentry Firmware Updater ("_s + AppInfo::versionText() + u")"_s);
+    EXPECT_TRUE(w->allowDowngrade());
+    EXPECT_EQ(w->cmbPorts->currentText(), u"COM9"_s);
+    EXPECT_TRUE(w->cmdTests->isHidden());
+    EXPECT_EQ(shown(w->NewControler), u"2.01 1.03 1.21"_s);
+    screenshot(w.window.get(), u"main-start"_s);
 
-TEST_F(MainWindow, ConnectShowsTheInstrumentAndOffersTheUpdate)
-{
-    folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
-    gui::WindowUnderTest w(folder, sim.link());
+    w->cmbPorts->setCurrentText(u"COM3"_s);
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry SN 00042"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"2.00 1.02 1.20"_s);
+    EXPECT_EQ(shown(w->CurrentControler), u"2.00 1.02 1.20"_s);
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
     EXPECT_TRUE(w->cmdUpdate->isEnabled() && w->cmdRestore->isEnabled());
     EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
     EXPECT_EQ(w->backupFileName(), u"VarimoSentry_Backup_00042.xml"_s);
     // Boards that will be upgraded are shown blue.
-    EXPECT_EQ(gui::colour(w->CurrentControler, "txtMain"), QColor(Qt::blue));
-    EXPECT_TRUE(folder.readText(kIni).contains(u"COMPort=COM1"_s));
-    gui::screenshot(w.window.get(), u"main-connected"_s);
+    EXPECT_EQ(colour(w->CurrentControler, "txtMain"), QColor(Qt::blue));
+    EXPECT_TRUE(folder.readText(kIni).contains(u"COMPort=COM3"_s));
+    screenshot(w.window.get(), u"main-connected"_s);
 
     w->cmdConnect->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
-    EXPECT_FALSE(w->isConnected());
-    EXPECT_EQ(w->statusText(), kInstructions);
-    EXPECT_EQ(w->CurrentControler->header(), u"VARIMOsentry"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"  "_s);
-    EXPECT_FALSE(w->cmdRestore->isEnabled());
+    ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }));
+    expectDisconnected();
     EXPECT_EQ(sent().mid(sent().size() - 2), (QStringList {u"DHR;0"_s, u"KEY;1"_s}));
+
+    // Closing with the instrument switched off: only the deselect is tried (three times), no
+    // KEY;1 to an instrument that is not there, and the log gets its last lines.
+    ASSERT_TRUE(w.connect());
+    sim.instrument().press(PanelKey::Power);
+    const qsizetype before = sent().size();
+    w->cmdQuit->click();
+    ASSERT_TRUE(waitUntil([&] { return !w->isVisible(); }));
+    EXPECT_EQ(sent().mid(before), QStringList(3, u"DHR;0"_s));
+    const QString log = folder.readText(kLog);
+    EXPECT_TRUE(log.contains(u" : VarimoSentry_Updater started...\r\n"_s));
+    EXPECT_TRUE(log.contains(QRegularExpression(
+        u"\\d : \t\t\tVarimoSentry_Updater terminated...\r\n\\S+ : -{62}\r\n\r\n$"_s)));
 }
 
-// What the window shows of a verdict; the verdicts themselves are Eligibility's.
-TEST_F(MainWindow, ShowsWhyThereIsNoUpdate)
+TEST_F(MainWindow, PreselectsAPortOrSaysThereIsNone)
 {
-    const struct
-    {
-        const char *name;
-        const char *versions; // CPU, Measuring Module, Main Board
-        QByteArray settings;
-        QString message;
-        int kind;
-    } cases[] = {
-        {"up-to-date", "2.01 1.21 1.03", {}, u"No updates required"_s, 0},
-        {"downgrade-allowed", "2.01 1.30 1.03", "[Settings]\r\nAllowDowngrade=1\r\n",
-         u"VARIMOsentry ready for update"_s, 0},
-        // Last: the file stays removed.
-        {"missing-file",
-         "2.00 1.20 1.02",
-         {},
-         u"ERROR: At least one update file is missing or invalid\r\nNo update is possible."_s,
-         -1},
-    };
-    for (const auto &c : cases) {
-        const QStringList versions = QString::fromLatin1(c.versions).split(u' ');
-        for (int kind = 0; kind < 3; ++kind)
-            sim.state.board(BoardKind(kind)).firmware = versions[kind].toLatin1();
-        folder.writeFile(kIni, c.settings);
-        if (c.kind < 0)
-            QFile::remove(folder.filePath(files[1]));
-        gui::WindowUnderTest w(folder, sim.link());
-        ASSERT_TRUE(w.connect());
-        EXPECT_EQ(w->statusText(), c.message);
-        EXPECT_EQ(w->statusKind(), c.kind) << c.name;
-        EXPECT_EQ(w->cmdUpdate->isEnabled(), c.message == u"VARIMOsentry ready for update"_s);
-        gui::screenshot(w.window.get(), u"main-"_s + QString::fromLatin1(c.name));
+    // The settings' port, else the first, else COM1.
+    for (const auto &[settings, expected] :
+         {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
+        folder.writeFile(kIni, settings);
+        WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
+        EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
     }
+    WindowUnderTest w(folder, sim.link(), {});
+    EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
+    EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
+    EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
+                 w->cmdRetry->isEnabled());
+    EXPECT_TRUE(w->cmdQuit->isEnabled());
+    screenshot(w.window.get(), u"main-no-port"_s);
 }
 
 TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
@@ -160,7 +294,7 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     folder.writeFile(older, QByteArray(boardFacts(BoardKind::Cpu).packets * 128, 'x'));
     for (const char *other : {"Messmodul_old_120.bin", "CPU_test.BIN", "Mainboard_notes.txt"})
         folder.writeFile(QString::fromLatin1(other), "x");
-    gui::WindowUnderTest w(folder, sim.link());
+    WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
 
     // A plain T and Ctrl with another key do nothing.
@@ -170,24 +304,24 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
 
     QTest::keyClick(w->cmbPorts, Qt::Key_T, Qt::ControlModifier);
-    auto *password = qobject_cast<frmTestPswd *>(gui::waitForDialog(u"frmTestPswd"_s));
+    auto *password = qobject_cast<frmTestPswd *>(waitForDialog(u"frmTestPswd"_s));
     ASSERT_TRUE(password);
     EXPECT_EQ(password->windowTitle(), u"Enter Testmode"_s);
-    gui::screenshot(password, u"frmTestPswd"_s);
+    screenshot(password, u"frmTestPswd"_s);
     // Wrong passwords, as often as the operator likes: the box is emptied and has the focus.
     for (const QString &wrong : {u"guess"_s, u"KVNOPERATE4821"_s}) {
         QTest::keyClicks(password->txtPswd, wrong);
         password->cmdOk->click();
-        auto *box = qobject_cast<QMessageBox *>(gui::waitForDialog(u"invalidPasswordBox"_s));
+        auto *box = qobject_cast<QMessageBox *>(waitForDialog(u"invalidPasswordBox"_s));
         ASSERT_TRUE(box && password->txtPswd->text().isEmpty());
         EXPECT_EQ(box->text(), u"Invalid password!"_s);
         box->button(QMessageBox::Ok)->click();
-        EXPECT_TRUE(gui::waitUntil([&] { return password->focusWidget() == password->txtPswd; }));
+        EXPECT_TRUE(waitUntil([&] { return password->focusWidget() == password->txtPswd; }));
     }
     QTest::keyClicks(password->txtPswd, u"kvnoperate4821"_s);
     password->cmdOk->click();
 
-    auto *choice = qobject_cast<frmBackup *>(gui::waitForDialog(u"frmBackup"_s));
+    auto *choice = qobject_cast<frmBackup *>(waitForDialog(u"frmBackup"_s));
     ASSERT_TRUE(choice);
     EXPECT_TRUE(w->allowDowngrade());
     EXPECT_FALSE(w->cmdTests->isHidden());
@@ -198,40 +332,25 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     EXPECT_EQ(listed, (QStringList {QString(), u"CPU_test.BIN"_s, older, files[0]}));
     EXPECT_EQ(choice->cmbMain->count(), 2);
     EXPECT_EQ(choice->cmbCPU->currentText(), files[0]);
-    gui::screenshot(choice, u"frmBackup"_s);
+    screenshot(choice, u"frmBackup"_s);
     choice->cmbCPU->setCurrentText(older);
     choice->chkXML->setChecked(true);
     choice->cmdOk->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
-    EXPECT_EQ(gui::shown(w->NewControler), u"1.90 1.03 1.21"_s);
+    ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }));
+    EXPECT_EQ(shown(w->NewControler), u"1.90 1.03 1.21"_s);
     EXPECT_TRUE(w->checkBackup());
     EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
-    EXPECT_EQ(gui::colour(w->CurrentControler, "txtCPU"), QColor(Qt::red));
-    gui::screenshot(w.window.get(), u"main-testmode"_s);
+    EXPECT_EQ(colour(w->CurrentControler, "txtCPU"), QColor(Qt::red));
+    screenshot(w.window.get(), u"main-testmode"_s);
 
     QTest::keyClick(w->cmbPorts, Qt::Key_T, Qt::ControlModifier);
     EXPECT_TRUE(w->cmdTests->isHidden());
     EXPECT_FALSE(w->allowDowngrade());
 
     w->close();
-    ASSERT_TRUE(gui::waitUntil([&] { return !w->isVisible(); }));
+    ASSERT_TRUE(waitUntil([&] { return !w->isVisible(); }));
     for (const QString &file : {kLog, kIni})
         EXPECT_FALSE(folder.readText(file).contains(u"kvnoperate"_s)) << file.toStdString();
-}
-
-TEST_F(MainWindow, ClosingWritesTheLastLinesEvenWhenTheInstrumentIsGone)
-{
-    gui::WindowUnderTest w(folder, sim.link());
-    ASSERT_TRUE(w.connect());
-    sim.instrument().press(PanelKey::Power); // off
-    const qsizetype before = sent().size();
-    w->cmdQuit->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return !w->isVisible(); }));
-    // Only the deselect was tried (three times); no KEY;1 to an instrument that is not there.
-    EXPECT_EQ(sent().mid(before), QStringList(3, u"DHR;0"_s));
-    const QString log = folder.readText(kLog);
-    EXPECT_TRUE(log.contains(u" : VarimoSentry_Updater started...\r\n"_s));
-    EXPECT_TRUE(log.endsWith(u" : "_s + QString(62, u'-') + u"\r\n\r\n"_s));
 }
 
 // The product's own line and clock on a pseudo-terminal with nothing behind it: the greeting
@@ -239,26 +358,23 @@ TEST_F(MainWindow, ClosingWritesTheLastLinesEvenWhenTheInstrumentIsGone)
 TEST_F(MainWindow, StaysResponsiveWhileTheInstrumentIsSilent)
 {
     PtyPair pty;
-    gui::WindowUnderTest w(folder, productLink, {pty.slavePath()});
+    WindowUnderTest w(folder, productLink, {pty.slavePath()});
     w->cmdConnect->click();
     QElapsedTimer clock;
     clock.start();
     qint64 lastMs = 0;
-    QList<qint64> gaps;
-    ASSERT_TRUE(gui::waitUntil(
+    qint64 worstGap = 0;
+    ASSERT_TRUE(waitUntil(
         [&] {
-            gaps << clock.elapsed() - lastMs;
+            worstGap = std::max(worstGap, clock.elapsed() - lastMs);
             lastMs = clock.elapsed();
             return w->isIdle();
         },
         20000));
-    std::sort(gaps.begin(), gaps.end());
     EXPECT_GE(clock.elapsed(), 3000);
     // On a shared machine another process may take the processor now and then, which costs a
     // pass or two but never the length of a read (1000 ms).
-    EXPECT_LT(gaps.value(gaps.size() * 99 / 100), 70)
-        << gaps.size() << " passes, worst " << gaps.back();
-    EXPECT_LT(gaps.back(), 250);
+    EXPECT_LT(worstGap, 250);
     EXPECT_FALSE(w->isConnected());
     EXPECT_EQ(w->statusText(), kInstructions);
 }
@@ -267,27 +383,22 @@ TEST_F(MainWindow, StaysResponsiveWhileTheInstrumentIsSilent)
 // copy in another folder is another instance.
 TEST(StartUp, ASecondStartBringsTheFirstToTheFrontAndEnds)
 {
-    gui::ProgramFolder dir;
+    ProgramFolder dir;
     const QString program = dir.filePath(u"VarimoSentry_Updater"_s);
     ASSERT_TRUE(QFile::copy(
         QString::fromUtf8(VARIMO_TEST_BINARY_DIR) + u"/src/VarimoSentry_Updater"_s, program));
     EXPECT_NE(StartUp::InstanceKey(dir.path()), StartUp::InstanceKey(dir.filePath(u"x"_s)));
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
     QProcess first;
     QProcess second;
-    first.setProcessEnvironment(env);
-    second.setProcessEnvironment(env);
     first.start(program, {});
-    ASSERT_TRUE(
-        gui::waitUntil([&] { return dir.readText(kLog).contains(u"started..."_s); }, 30000));
+    ASSERT_TRUE(waitUntil([&] { return dir.readText(kLog).contains(u"started..."_s); }, 30000));
     second.start(program, {});
     ASSERT_TRUE(second.waitForFinished(30000));
-    EXPECT_EQ(second.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_EQ(second.exitStatus() == QProcess::NormalExit ? second.exitCode() : -1, 0);
 
     QByteArray firstErr;
-    EXPECT_TRUE(gui::waitUntil([&] {
+    EXPECT_TRUE(waitUntil([&] {
         firstErr += first.readAllStandardError();
         return firstErr.contains("brought to the front by a second start");
     }));
@@ -298,110 +409,48 @@ TEST(StartUp, ASecondStartBringsTheFirstToTheFrontAndEnds)
     first.waitForFinished();
 }
 
-// The dialogs on their own.
-
-TEST(InstructionDialogs, GeneralShrinksByEachEmptyLineOfThreeToFive)
-{
-    frmMsgGeneral full;
-    full.Init(u"1"_s, u"2"_s, u"3"_s, u"4"_s, u"5"_s);
-    const int fullHeight = full.height();
-    const int okY = full.cmdOk->y();
-    // The five lines ('.' an empty one) and how many line heights the dialog gives back.
-    const std::pair<const char *, int> cases[] = {
-        {"abcd.", 1}, {"a....", 3}, {"ab.de", 1}, {"..cde", 0}, // an empty 3 before a used 4 too
-    };
-    for (const auto &[text, lines] : cases) {
-        QStringList l;
-        for (const char c : QByteArray(text))
-            l << (c == '.' ? QString() : QString(QChar::fromLatin1(c)));
-        frmMsgGeneral dialog;
-        dialog.Init(l[0], l[1], l[2], l[3], l[4]);
-        const int shrink = lines * frmMsgGeneral::kLineHeight;
-        EXPECT_EQ(dialog.height(), fullHeight - shrink) << text;
-        EXPECT_EQ(dialog.cmdOk->y(), okY - shrink);
-        EXPECT_EQ(dialog.Frame1->height(), full.Frame1->height() - shrink);
-    }
-
-    frmMsgGeneral cpuLost;
-    cpuLost.Init(u"ERROR: No connection to VARIMOsentry"_s,
-                 u"Reset VARIMOsentry by pressing RESET && ZERO buttons simultaneously."_s,
-                 u"Restart VARIMOsentry by pressing the POWER KEY."_s, u"Continue with OK."_s,
-                 QString());
-    EXPECT_EQ(cpuLost.shownLine(2),
-              u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s);
-    cpuLost.show();
-    gui::screenshot(&cpuLost, u"frmMsgGeneral"_s);
-}
-
-TEST(UpdateWindow, AnimatesTheStatusAndShowsTheTransferAndItsEnd)
+// The run window on its own.
+TEST(UpdateWindow, ShowsTheTransferAndPausesForAnInstruction)
 {
     QWidget owner;
     owner.resize(700, 500);
     owner.show();
     frmUpdate window(&owner);
     window.SetMode(Job::Kind::Update);
-    const QString status = u"VARIMOsentry firmware update in progress"_s; // 40 characters
-    window.setStatusText(status);
-    QStringList seen;
-    for (int tick = 0; tick < 16; ++tick) {
-        window.Timer1_Timer();
-        seen << window.lblStatus->text();
-    }
-    // 40 + 2n characters until 66 would be passed: 12 ticks reach 64, the 13th falls back.
-    EXPECT_EQ(seen[0], status + u". "_s);
-    EXPECT_EQ(seen[11].size(), 64);
-    EXPECT_EQ(seen[12], status);
-    EXPECT_EQ(seen[13], status + u". "_s);
-    EXPECT_EQ(window.Timer1->interval(), 500);
-
     window.open();
-    ASSERT_TRUE(window.Timer1->isActive());
-    window.setStatusText(status);
-    const TransferProgress progress {
-        BoardKind::Main,
-        7168,
-        14336,
-        0,
-        3000,
-        3000,
-        u"Sending Main Board binary file (7168 of 14336 Bytes transferred)..."_s};
-    window.SetCurrentAction(u"Sending Main Board binary file "_s, false);
-    window.showTransferProgress(progress);
-    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
-    EXPECT_TRUE(window.progressBar->isVisible());
+    window.setStatusText(u"VARIMOsentry firmware update in progress"_s);
+    window.showTransferProgress({BoardKind::Main, 7168, 14336, 0, 3000, 3000,
+                                 u"Sending Main Board binary file (7168 of 14336 Bytes "
+                                 "transferred)..."_s});
     EXPECT_EQ(window.progressBar->value(), 500);
     EXPECT_EQ(window.lblProgress->text(), u"7,168 of 14,336 bytes  \u2013  0:03 remaining"_s);
     EXPECT_EQ(window.lblStatus2->text(), u"DO NOT INTERRUPT THE UPDATE PROCESS!"_s);
-    EXPECT_FALSE(window.cmdOk->isVisible());
-    gui::screenshot(&window, u"frmUpdate-transfer"_s);
+    screenshot(&window, u"frmUpdate-transfer"_s);
     window.showJobEvent(JobEvent {BoardKind::Main, Stage::RestartWait, 14});
-    EXPECT_EQ(window.lblCurrentAction->text(), progress.text);
     EXPECT_EQ(window.lblProgress->text(), u"Waiting for the Main Board to restart: 14 s"_s);
-
-    // Escape cannot end a run.
-    QTest::keyClick(&window, Qt::Key_Escape);
+    QTest::keyClick(&window, Qt::Key_Escape); // cannot end a run
     EXPECT_TRUE(window.isVisible());
 
-    // The animation pauses while a general instruction dialog is up.
+    // The status animation pauses while a general instruction dialog is up.
+    ASSERT_TRUE(window.Timer1->isActive());
     bool closed = false;
-    window.ShowMessage({u"ERROR: No connection to VARIMOsentry"_s, u"Continue with OK."_s},
+    window.ShowMessage({u"ERROR: No connection to VARIMOsentry"_s,
+                        u"Reset VARIMOsentry by pressing RESET && ZERO buttons simultaneously."_s,
+                        u"Continue with OK."_s},
                        [&] { closed = true; });
-    auto *message = qobject_cast<frmMsgGeneral *>(gui::waitForDialog(u"frmMsgGeneral"_s));
+    auto *message = qobject_cast<frmMsgGeneral *>(waitForDialog(u"frmMsgGeneral"_s));
     ASSERT_TRUE(message);
+    EXPECT_EQ(message->shownLine(2),
+              u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s);
+    screenshot(message, u"frmMsgGeneral"_s);
     EXPECT_FALSE(window.Timer1->isActive());
     message->cmdOk->click();
-    EXPECT_TRUE(gui::waitUntil([&] { return closed; }));
+    EXPECT_TRUE(waitUntil([&] { return closed; }));
     EXPECT_TRUE(window.Timer1->isActive());
 
     window.SetCurrentAction(u"Cannot send binary file to VARIMOsentry"_s, true);
     EXPECT_FALSE(window.progressBar->isVisible());
     EXPECT_EQ(window.lblCurrentAction->palette().color(QPalette::WindowText), QColor(Qt::red));
-
-    // The success display of a whole run is the run test's.
-    window.showSuccess();
-    window.runFinished(true);
-    EXPECT_FALSE(window.Frame1->isVisible() || window.Timer1->isActive());
-    gui::screenshot(&window, u"frmUpdate-success"_s);
 }
 
 // Whole runs on the simulated instrument, and the program itself on a display.
@@ -413,42 +462,21 @@ struct DialogAnswerer : QTimer
     {
         QObject::connect(this, &QTimer::timeout, [this] {
             QWidget *top = QApplication::activeModalWidget();
-            if (auto *dialog = qobject_cast<InstructionDialog *>(top); dialog && top->isVisible()) {
+            if (!top || !top->isVisible())
+                return;
+            if (auto *dialog = qobject_cast<InstructionDialog *>(top)) {
                 if (!seen.contains(dialog->objectName()))
-                    gui::screenshot(dialog, u"run-"_s + dialog->objectName());
-                seen << dialog->objectName();
+                    screenshot(dialog, u"run-"_s + dialog->objectName());
                 dialog->cmdOk->click();
-            } else if (auto *box = qobject_cast<QMessageBox *>(top); box && top->isVisible()) {
-                seen << box->text();
+            } else if (auto *box = qobject_cast<QMessageBox *>(top)) {
                 box->button(QMessageBox::Ok)->click();
             }
+            seen << top->objectName();
         });
         start(10);
     }
     QStringList seen;
 };
-
-TEST_F(MainWindow, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
-{
-    // A Main Board whose transfer broke off starts its bootloader when switched on.
-    BoardState &main = sim.state.board(BoardKind::Main);
-    main.imageValid = false;
-    main.mode = BoardMode::Idle;
-    gui::WindowUnderTest w(folder, sim.link());
-    DialogAnswerer answerer;
-    w->cmdConnect->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->updateWindow()->isVisible(); }, 300000));
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }, 120000));
-    // The board runs the new firmware; without a backup its parameters could not be restored,
-    // which the run reports. Reload all connects afresh and offers the update again.
-    EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).firmware, "1.03");
-    EXPECT_TRUE(answerer.seen.contains(u"frmMsgGeneral"_s))
-        << answerer.seen.join(u'|').toStdString();
-    EXPECT_TRUE(w->isConnected());
-    EXPECT_EQ(w->cmdConnect->text(), u"Disconnect"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"2.00 1.03 1.20"_s);
-    EXPECT_EQ(w->statusText(), u"VARIMOsentry ready for update"_s);
-}
 
 // An updater stopped after the Main Board took its new image, before its parameters went back:
 // its journal and backup are on disk, the board holds its new firmware's defaults. The windows
@@ -457,76 +485,59 @@ TEST_F(MainWindow, ABoardWaitingInItsBootloaderIsUpdatedAtOnce)
 TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
 {
     SimRig killed;
-    killed.writeFirmware("2.01", "1.21", "1.03");
     const InstrumentState before = killed.instrument().state();
     {
-        Session first(
-            killed.sim.line(), killed.clock, killed.op,
-            SessionFiles {&killed.ini, &killed.log, killed.dir.path(), killed.dir.path()});
+        Workspace files({folder.path(), folder.path()}, &killed.clock);
+        files.Start();
+        Session first(killed.sim.line(), killed.clock, killed.op,
+                      SessionFiles {&files.ini(), &files.log(), folder.path(), folder.path()});
         ASSERT_TRUE(first.run(Job::connectTo(u"COM1"_s)).succeeded());
-        for (const BoardKind kind : kPanelOrder) {
-            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-            first.fresh()[kind].InitFromBinFile(
-                killed.dir.path(), modHelper::FindNewestFile(killed.dir.path(), pattern), pattern,
-                kind);
-        }
+        files.LoadFirmwareFiles(first.fresh());
         QObject::connect(&first, &Session::jobEvent, [](const JobEvent &e) {
             if (e.board == BoardKind::Main && e.stage == Stage::Restore)
                 throw std::runtime_error("killed");
         });
         EXPECT_THROW(first.run(Job::update(false)), std::runtime_error);
     }
-    for (const QString &name : QDir(killed.dir.path()).entryList({u"VarimoSentry_*_00042*"_s}))
-        ASSERT_TRUE(QFile::copy(killed.dir.filePath(name), folder.filePath(name)));
     sim.state = killed.instrument().state();
     ASSERT_NE(sim.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
 
-    gui::WindowUnderTest w(folder, sim.link());
+    WindowUnderTest w(folder, sim.link());
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->statusText().contains(u"Main Board flashed with 1.03, its parameters not yet "
                                          "restored"_s))
         << w->statusText().toStdString();
     EXPECT_TRUE(w->lblJournal->isVisible());
     EXPECT_TRUE(w->cmdUpdate->isEnabled());
-    EXPECT_EQ(gui::shown(w->NewControler), u"2.01 1.03 1.21"_s);
-    gui::screenshot(w.window.get(), u"run-main-unfinished-run"_s);
+    EXPECT_EQ(shown(w->NewControler), u"2.01 1.03 1.21"_s);
+    screenshot(w.window.get(), u"run-main-unfinished-run"_s);
 
     DialogAnswerer answerer;
     w->cmdUpdate->click();
     frmUpdate *update = w->updateWindow();
-    bool pictured = false;
-    ASSERT_TRUE(gui::waitUntil(
-        [&] {
-            if (!pictured && update->progressBar->isVisible()) {
-                gui::screenshot(update, u"run-frmUpdate"_s);
-                pictured = true;
-            }
-            return update->cmdOk->isVisible();
-        },
-        300000))
+    ASSERT_TRUE(waitUntil([&] { return update->cmdOk->isVisible(); }, 300000))
         << update->lblCurrentAction->text().toStdString() << "\n"
-        << folder.readText(u"VarimoSentry_Updater.txt"_s).right(3000).toStdString();
+        << folder.readText(kLog).right(3000).toStdString();
     EXPECT_EQ(update->lblStatus2->text(), u"Update successfully completed"_s);
     for (const QString &dialog : {u"frmMsgMainBoard"_s, u"frmMsgCPU"_s})
         EXPECT_TRUE(answerer.seen.contains(dialog)) << answerer.seen.join(u'|').toStdString();
-    EXPECT_TRUE(pictured);
-    gui::screenshot(update, u"run-frmUpdate-success"_s);
+    screenshot(update, u"run-frmUpdate-success"_s);
     update->cmdOk->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }));
+    ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }));
     for (const BoardKind kind : kPanelOrder)
         EXPECT_EQ(sim.instrument().state().board(kind).values, before.board(kind).values)
             << boardName(kind).toStdString();
     EXPECT_FALSE(w->lblJournal->isVisible());
     EXPECT_TRUE(QDir(folder.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
     EXPECT_EQ(w->statusText(), u"No updates required"_s);
-    EXPECT_EQ(gui::shown(w->CurrentControler), u"2.01 1.03 1.21"_s);
+    EXPECT_EQ(shown(w->CurrentControler), u"2.01 1.03 1.21"_s);
     EXPECT_TRUE(w->cmdRestore->isEnabled());
-    gui::screenshot(w.window.get(), u"run-main-after-update"_s);
+    screenshot(w.window.get(), u"run-main-after-update"_s);
 
     // Restore Data writes the backup back and connects again.
     sim.instrument().setParameter(BoardKind::Main, "CH", "99");
     w->cmdRestore->click();
-    ASSERT_TRUE(gui::waitUntil([&] { return w->isIdle(); }, 120000));
+    ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }, 120000));
     EXPECT_FALSE(update->isVisible());
     EXPECT_TRUE(update->Result());
     EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).values,
@@ -543,14 +554,14 @@ TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
     if (xvfbRun.isEmpty())
         GTEST_SKIP() << "xvfb-run is not installed";
     const QString build = QString::fromUtf8(VARIMO_TEST_BINARY_DIR);
-    gui::ProgramFolder dir;
+    ProgramFolder dir;
     const QString program = dir.filePath(u"VarimoSentry_Updater"_s);
     ASSERT_TRUE(QFile::copy(build + u"/src/VarimoSentry_Updater"_s, program));
     ASSERT_EQ(QProcess::execute(build + u"/sim/varimo-sim"_s, {u"--make-firmware"_s, dir.path()}),
               0);
     QProcess sim;
     sim.start(build + u"/sim/varimo-sim"_s, {u"--baud"_s, u"0"_s, u"--auto-operator"_s});
-    ASSERT_TRUE(gui::waitUntil([&] { return sim.canReadLine(); }, 30000));
+    ASSERT_TRUE(waitUntil([&] { return sim.canReadLine(); }, 30000));
     const QString port = QString::fromLocal8Bit(sim.readLine()).trimmed();
 
     const QString picture = dir.filePath(u"connected.png"_s);

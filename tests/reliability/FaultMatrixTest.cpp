@@ -7,7 +7,6 @@
 // kind); the figures go to <build>/reliability/fault-matrix.md.
 #include "FirmwareImage.h"
 #include "backup/cXML.h"
-#include "boards/FirmwareFiles.h"
 #include "link/UpdaterError.h"
 #include "support/SimFixture.h"
 #include "update/Session.h"
@@ -102,22 +101,12 @@ struct Bench : SimRig
         QObject::connect(
             &session, &Session::currentActionChanged,
             [this](const QString &t, bool error) { actions << (error ? u"!"_s : QString()) + t; });
-        op.setReaction([this](const ScriptedOperator::Prompt &p) {
-            if (p.kind == ScriptedOperator::Prompt::MessageBox)
-                return instrument().press(PanelKey::MenuClose);
-            if (p.instruction == Operator::Instruction::General) {
-                general << p.lines;
-                if (general.size() > kOperatorRounds)
-                    throw UpdaterError(u"The operator gives up"_s);
-                mend();
-            }
-            instrument().press(PanelKey::ResetZero);
-            clock.sleepMs(300);
-            if (p.instruction == Operator::Instruction::CpuUpdateMode)
-                return instrument().press(PanelKey::UpdateMode);
-            instrument().press(PanelKey::Power);
-            clock.sleepMs(instrument().timing().bootTimeMs + 500);
-        });
+        onFailureDialog = [this](const QStringList &lines) {
+            general << lines;
+            if (general.size() > kOperatorRounds)
+                throw UpdaterError(u"The operator gives up"_s);
+            mend();
+        };
         // The images are made once per set of versions and linked into the folder.
         static std::map<std::array<QByteArray, 3>, std::unique_ptr<QTemporaryDir>> made;
         auto &store = made[versions];
@@ -142,16 +131,12 @@ struct Bench : SimRig
     {
         if (!connect())
             return false;
-        for (const BoardKind kind : kPanelOrder) {
-            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-            session.fresh()[kind].InitFromBinFile(
-                dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
-        }
+        readFirmware(session);
         return true;
     }
     bool runJob(const Job &job) { return session.run(job).succeeded(); }
 
-    Session session {sim.line(), clock, op, {&ini, &log, dir.path(), dir.path()}};
+    Session session {sim.line(), clock, op, files()};
     TelegramWatch watch;
     QStringList actions; // "!" before an error text
     QList<QStringList> general; // the failure dialogs' lines

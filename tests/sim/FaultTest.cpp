@@ -50,37 +50,6 @@ TEST(SimTexts, BadRulesAndStateFilesSayWhatIsWrong)
     EXPECT_FALSE(StateFile::load(QStringLiteral("/nonexistent/state.json")).ok);
 }
 
-TEST(SimStateFile, KeepsEveryByteOfEveryValueAndWhereEachBoardWasLeft)
-{
-    InstrumentState state = InstrumentState::defaults();
-    QByteArray allBytes;
-    for (int b = 0; b < 256; ++b)
-        allBytes.append(char(b));
-    state.board(BoardKind::Cpu).values["DUV;7"] = allBytes;
-    state.board(BoardKind::Meas).values["LS;1"] = "";
-    state.board(BoardKind::Main).mode = BoardMode::Receiving; // saved as where it would be found
-    state.board(BoardKind::Main).imageValid = false;
-    state.board(BoardKind::Cpu).mode = BoardMode::Waiting;
-    state.serialNumber = 32767;
-    state.route = 4;
-
-    const StateFile::LoadResult loaded = StateFile::fromJson(StateFile::toJson(state));
-    ASSERT_TRUE(loaded.ok) << loaded.error.toStdString();
-    InstrumentState back = loaded.state;
-    for (BoardKind kind : kAllBoards)
-        EXPECT_EQ(back.board(kind).values, state.board(kind).values);
-    EXPECT_EQ(back.board(BoardKind::Main).mode, BoardMode::Requesting);
-    EXPECT_FALSE(back.board(BoardKind::Main).imageValid);
-    EXPECT_EQ(back.board(BoardKind::Cpu).mode, BoardMode::Waiting);
-    EXPECT_EQ(back.serialNumber, 32767);
-    EXPECT_EQ(back.route, 4);
-    EXPECT_EQ(back.board(BoardKind::Meas).name, "Vm2MM");
-
-    // Loaded into an instrument whose CPU Board routes, the Main Board asks with "C" at once.
-    back.board(BoardKind::Cpu).mode = BoardMode::Application;
-    EXPECT_EQ(SimDriver(back).readFor(1500), "CC");
-}
-
 // Each row adds one rule to a fresh instrument and talks to it (see SimDriver::talk).
 TEST(SimFaults, TelegramRulesDoWhatTheySay)
 {
@@ -109,29 +78,22 @@ TEST(SimFaults, TelegramRulesDoWhatTheySay)
     }
 }
 
-// Rules on blocks: a refused packet (each block tried up to three times), the adapter pulled.
+// Rules on blocks (see sendBlocks): a refused packet, the adapter pulled after a packet.
 TEST(SimFaults, PacketRulesDoWhatTheySay)
 {
-    const QByteArray image = FirmwareImage::make(BoardKind::Main, "1.03", "8").left(4 * 128);
-    const std::pair<FaultRule, QByteArray> rows[] = {
-        {FaultRule::nakPacket(3, 2), "\x06|\x06|\x15\x15\x06|\x06|"},
-        {FaultRule::unplugAfterPacket(2), QByteArray("\x06|\x06|\0\0\0|\0\0\0|", 12)},
+    const QByteArrayList blocks =
+        xmodemBlocks(FirmwareImage::make(BoardKind::Main, "1.03", "8").left(4 * 128));
+    const std::tuple<FaultRule, QByteArrayList, QByteArray> rows[] = {
+        {FaultRule::nakPacket(3, 2), blocks.mid(0, 3) + blocks.mid(2, 1) + blocks.mid(2),
+         "\x06\x06\x15\x15\x06\x06\x06"},
+        {FaultRule::unplugAfterPacket(2), blocks, QByteArray("\x06\x06\0\0\0", 5)},
     };
-    for (const auto &[rule, answers] : rows) {
+    for (const auto &[rule, sent, answers] : rows) {
         SimDriver sim;
         sim.instrument().addFault(rule);
         ASSERT_EQ(sim.talk("DHR;4 BOT;$"), "");
         sim.readFor(2000);
-        QByteArray got;
-        for (qsizetype at = 0, n = 1; at < image.size(); at += 128, ++n) {
-            for (int i = 0; i < 3 && !got.endsWith('\x06'); ++i) {
-                sim.write(xmodemBlock(quint8(n), image.mid(at, 128)));
-                const QByteArray answer = sim.readFor(100);
-                got += answer.isEmpty() ? QByteArray(1, '\0') : answer;
-            }
-            got += '|';
-        }
-        EXPECT_EQ(got, answers);
+        EXPECT_EQ(sendBlocks(sim, sent), answers);
     }
 }
 

@@ -56,19 +56,6 @@ TEST(SimFlash, CpuBoardUpdateModeTakesItsImageAndRestartsAtItself)
     EXPECT_EQ(sim.talk("KVT=KVT;VARIMOsentry;2.01;17 DUV;0=DUV;0;0;" +
                        QByteArray::number(cCRC::crc16FromString("DUV;0;0;"))),
               "");
-
-    // Left waiting after a broken transfer, the CPU bootloader answers E;1 to all but F, also
-    // after a restart without an image.
-    InstrumentState requesting = InstrumentState::defaults();
-    requesting.board(BoardKind::Cpu).mode = BoardMode::Requesting;
-    SimDriver left(requesting);
-    left.readUntil("C", 1000);
-    left.write(xmodemBlock(1, image.left(128)));
-    EXPECT_EQ(left.readUntil(kAck, 1000).right(1), kAck);
-    left.readFor(left.instrument().timing().receiveIdleTimeoutMs + 100);
-    EXPECT_EQ(left.talk("DHR;0=E;1 KVT=E;1 SER=E;1 !reset-zero !power @1000 DHR;0=E;1"), "");
-    left.write("F\r\n");
-    EXPECT_EQ(left.readFor(1500), "CC");
 }
 
 // Each row sends its blocks, then the EOT (see sendImage); a bad block is refused, a repeat kept

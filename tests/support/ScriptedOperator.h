@@ -19,7 +19,10 @@ public:
 
     using Reaction = std::function<void(const Prompt &)>;
 
-    void messageBox(const QString &text) override { record({Prompt::MessageBox, {}, {text}}); }
+    void messageBox(const QString &text) override
+    {
+        record({Prompt::MessageBox, Instruction::General, {text}});
+    }
     void instruction(Instruction kind, const QStringList &lines) override
     {
         record({Prompt::Instruction, kind, lines});

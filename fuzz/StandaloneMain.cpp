@@ -76,13 +76,6 @@ QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
     return in.left(4096);
 }
 
-void run(const QByteArray &input)
-{
-    g_current = input;
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(input.constData()),
-                           size_t(input.size()));
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -91,20 +84,18 @@ int main(int argc, char **argv)
     uint32_t seed = 1;
     QList<QByteArray> corpus;
     for (int i = 1; i < argc; ++i) {
+        const QFileInfo path(QString::fromLocal8Bit(argv[i]));
         if (std::strncmp(argv[i], "-runs=", 6) == 0)
             runs = std::strtol(argv[i] + 6, nullptr, 10);
         else if (std::strncmp(argv[i], "-seed=", 6) == 0)
             seed = uint32_t(std::strtoul(argv[i] + 6, nullptr, 10));
-        else if (QFileInfo(QString::fromLocal8Bit(argv[i])).isDir())
-            for (const QFileInfo &file :
-                 QDir(QString::fromLocal8Bit(argv[i])).entryInfoList(QDir::Files, QDir::Name))
+        else if (!path.exists())
+            return std::fprintf(stderr, "cannot read %s\n", argv[i]), 2;
+        else
+            for (const QFileInfo &file : path.isDir()
+                     ? QDir(path.filePath()).entryInfoList(QDir::Files, QDir::Name)
+                     : QFileInfoList {path})
                 corpus.append(fuzz::contentOf(file.filePath()));
-        else if (QFile::exists(QString::fromLocal8Bit(argv[i])))
-            corpus.append(fuzz::contentOf(QString::fromLocal8Bit(argv[i])));
-        else {
-            std::fprintf(stderr, "cannot read %s\n", argv[i]);
-            return 2;
-        }
     }
 
     std::signal(SIGABRT, [](int) {
@@ -115,13 +106,15 @@ int main(int argc, char **argv)
 #if defined(__SANITIZE_ADDRESS__)
     __sanitizer_set_death_callback(reportCurrent);
 #endif
-    for (const QByteArray &input : corpus)
-        run(input);
+    const qsizetype seeds = corpus.size();
     corpus.append(QByteArray()); // generated inputs also start from nothing
     g_random.seed(seed);
-    for (long i = 0; i < runs; ++i)
-        run(mutate(corpus[below(corpus.size())], corpus));
+    for (long i = -seeds; i < runs; ++i) { // the corpus as it is, then generated inputs
+        g_current = i < 0 ? corpus[seeds + i] : mutate(corpus[below(corpus.size())], corpus);
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(g_current.constData()),
+                               size_t(g_current.size()));
+    }
     std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                static_cast<long long>(corpus.size() - 1), runs, seed);
+                static_cast<long long>(seeds), runs, seed);
     return 0;
 }

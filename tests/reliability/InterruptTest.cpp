@@ -1,4 +1,3 @@
-#include "boards/FirmwareFiles.h"
 #include "support/SimFixture.h"
 #include "update/RunJournal.h"
 #include "update/Session.h"
@@ -28,15 +27,10 @@ protected:
     // A fresh updater on the program folder, connected, with the firmware files read.
     std::unique_ptr<Session> connected()
     {
-        auto session = std::make_unique<Session>(sim.line(), clock, op,
-                                                 SessionFiles {&ini, &log, dir.path(), dir.path()});
+        auto session = std::make_unique<Session>(sim.line(), clock, op, files());
         if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
             return {};
-        for (const BoardKind kind : kPanelOrder) {
-            const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-            session->fresh()[kind].InitFromBinFile(
-                dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
-        }
+        readFirmware(*session);
         return session;
     }
 };
@@ -146,8 +140,7 @@ TEST(UntrustedJournal, IsReportedAndNotUsed)
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(content);
         file.close();
-        Session session(rig.sim.line(), rig.clock, rig.op,
-                        SessionFiles {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
+        Session session(rig.sim.line(), rig.clock, rig.op, rig.files());
         ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
         EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(problem)))
             << session.connection().journalProblem.toStdString();

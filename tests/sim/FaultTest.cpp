@@ -5,18 +5,14 @@
 
 namespace {
 
-// Each good text parses, and its text form parses back to the same text; each bad one says what
-// is wrong.
-TEST(SimFaultText, ParsesEveryActionAndSaysWhatIsWrong)
+// The simulator's text inputs: fault rules, and state files (starting with "{" or "["). Each bad
+// one says what is wrong. (That what parses gives the same text again is the fuzz target's.)
+TEST(SimTexts, BadRulesAndStateFilesSayWhatIsWrong)
 {
     const std::pair<const char *, const char *> rows[] = {
         {"answer text=\"E;13\" telegram=DHR;4", ""},
         {"answer text=\"\\x15garbage\\r\\n\" nth=3 count=ever", ""},
-        {"nak packet=5 count=2", ""},
-        {"drop dir=in byte=140 count=3", ""},
-        {"corrupt dir=out byte=1", ""},
         {"unplug telegram=BOT;$", ""},
-        {"unplug packet=50", ""},
         {"", "empty"},
         {"explode", "unknown action"},
         {"answer telegram=KVT", "text="},
@@ -29,19 +25,32 @@ TEST(SimFaultText, ParsesEveryActionAndSaysWhatIsWrong)
         {"answer text=\"open", "quote"},
         {"answer text=\\x4", "hex"},
         {"nak packet=1 dir=in", "does not go"},
+        {"{}", ""}, // everything missing: the default instrument
+        {"{", "not JSON"},
+        {"[]", "not an object"},
+        {R"({"serialNumber": 40000})", "serialNumber"},
+        {R"({"route": 7})", "route"},
+        {R"({"boards": {"gpu": {}}})", "boards.gpu"},
+        {R"({"boards": {"main": {"values": {"XYZ": "1"}}}})", "XYZ is not a parameter"},
+        {R"({"boards": {"cpu": {"mode": "bootloader-idle"}}})", "boards.cpu.mode"},
+        {R"({"boards": {"main": {"mode": "update-mode"}}})", "boards.main.mode"},
+        {R"({"boards": {"main": {"values": {"CH": "\u20ac"}}}})", "Latin-1"},
+        {R"({"boards": {"main": {"name": 5}}})", "boards.main.name"},
     };
     for (const auto &[text, says] : rows) {
-        const auto parsed = FaultRule::parse(QString::fromLatin1(text));
-        ASSERT_EQ(parsed.ok, !*says) << text << ": " << parsed.error.toStdString();
-        EXPECT_TRUE(parsed.error.contains(QString::fromLatin1(says))) << text;
-        const auto again = FaultRule::parse(QString::fromLatin1(parsed.rule.toText()));
-        EXPECT_TRUE(!parsed.ok || again.rule.toText() == parsed.rule.toText()) << text;
+        QString error;
+        if (*text == '{' || *text == '[')
+            error = StateFile::fromJson(text).error;
+        else
+            error = FaultRule::parse(QString::fromLatin1(text)).error;
+        EXPECT_EQ(error.isEmpty(), !*says) << text << ": " << error.toStdString();
+        EXPECT_TRUE(error.contains(QString::fromLatin1(says))) << text;
     }
     EXPECT_EQ(FaultRule::parse(QStringLiteral("answer text=\"a b\\x7F\"")).rule.text, "a b\x7F");
+    EXPECT_FALSE(StateFile::load(QStringLiteral("/nonexistent/state.json")).ok);
 }
 
-// Each row adds one rule (which its text form gives again) to a fresh instrument and talks to it
-// (see SimDriver::talk).
+// Each row adds one rule to a fresh instrument and talks to it (see SimDriver::talk).
 TEST(SimFaults, TelegramRulesDoWhatTheySay)
 {
     const std::pair<const char *, QByteArray> rows[] = {
@@ -64,36 +73,27 @@ TEST(SimFaults, TelegramRulesDoWhatTheySay)
         SimDriver sim;
         const auto parsed = FaultRule::parse(QString::fromLatin1(rule));
         ASSERT_TRUE(parsed.ok) << parsed.error.toStdString();
-        EXPECT_EQ(FaultRule::parse(QString::fromLatin1(parsed.rule.toText())).rule.toText(),
-                  parsed.rule.toText());
         sim.instrument().addFault(parsed.rule);
         EXPECT_EQ(sim.talk(script), "") << rule;
     }
 }
 
-// Rules on blocks: a refused packet (each block tried up to three times), the adapter pulled.
+// Rules on blocks (see sendBlocks): a refused packet, the adapter pulled after a packet.
 TEST(SimFaults, PacketRulesDoWhatTheySay)
 {
-    const QByteArray image = FirmwareImage::make(BoardKind::Main, "1.03", "8").left(4 * 128);
-    const std::pair<FaultRule, QByteArray> rows[] = {
-        {FaultRule::nakPacket(3, 2), "\x06|\x06|\x15\x15\x06|\x06|"},
-        {FaultRule::unplugAfterPacket(2), QByteArray("\x06|\x06|\0\0\0|\0\0\0|", 12)},
+    const QByteArrayList blocks =
+        xmodemBlocks(FirmwareImage::make(BoardKind::Main, "1.03", "8").left(4 * 128));
+    const std::tuple<FaultRule, QByteArrayList, QByteArray> rows[] = {
+        {FaultRule::nakPacket(3, 2), blocks.mid(0, 3) + blocks.mid(2, 1) + blocks.mid(2),
+         "\x06\x06\x15\x15\x06\x06\x06"},
+        {FaultRule::unplugAfterPacket(2), blocks, QByteArray("\x06\x06\0\0\0", 5)},
     };
-    for (const auto &[rule, answers] : rows) {
+    for (const auto &[rule, sent, answers] : rows) {
         SimDriver sim;
         sim.instrument().addFault(rule);
         ASSERT_EQ(sim.talk("DHR;4 BOT;$"), "");
         sim.readFor(2000);
-        QByteArray got;
-        for (qsizetype at = 0, n = 1; at < image.size(); at += 128, ++n) {
-            for (int i = 0; i < 3 && !got.endsWith('\x06'); ++i) {
-                sim.write(xmodemBlock(quint8(n), image.mid(at, 128)));
-                const QByteArray answer = sim.readFor(100);
-                got += answer.isEmpty() ? QByteArray(1, '\0') : answer;
-            }
-            got += '|';
-        }
-        EXPECT_EQ(got, answers);
+        EXPECT_EQ(sendBlocks(sim, sent), answers);
     }
 }
 

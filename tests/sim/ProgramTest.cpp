@@ -43,9 +43,10 @@ bool waitForText(const QString &path, const QByteArray &text, int timeoutMs = 10
     return false;
 }
 
-// The program on its pseudo-terminal: lrzsz's sender flashes the waiting Main Board (when lrzsz
-// is installed); the port is served across reopens, keys typed on the input reach the panel, and
-// SIGTERM saves the state.
+// The program on its pseudo-terminal: it loads its state (a board left receiving is found
+// requesting), lrzsz's sender flashes the waiting Main Board (when lrzsz is installed); the port is
+// served across reopens, keys typed on the input reach the panel, and SIGTERM saves the state with
+// every byte of every value.
 TEST(SimProgram, TakesAnLrzszImageServesTheLineAndSavesItsStateOnSigterm)
 {
     QTemporaryDir dir;
@@ -53,10 +54,16 @@ TEST(SimProgram, TakesAnLrzszImageServesTheLineAndSavesItsStateOnSigterm)
     const QString trace = dir.filePath(u"trace.log"_s);
     const QString link = dir.filePath(u"ttyVARIMO"_s);
     const QString sx = QStandardPaths::findExecutable(u"sx"_s);
-    InstrumentState waiting = InstrumentState::defaults();
-    waiting.board(BoardKind::Main).mode = BoardMode::Requesting;
-    waiting.route = 4;
-    ASSERT_TRUE(StateFile::save(state, sx.isEmpty() ? InstrumentState::defaults() : waiting));
+    InstrumentState start = InstrumentState::defaults();
+    if (!sx.isEmpty()) {
+        start.board(BoardKind::Main).mode = BoardMode::Receiving;
+        start.route = 4;
+    }
+    for (int b = 0; b < 256; ++b)
+        start.board(BoardKind::Cpu).values["DUV;7"].append(char(b));
+    start.board(BoardKind::Meas).values["LS;1"] = "";
+    start.serialNumber = 32767;
+    ASSERT_TRUE(StateFile::save(state, start));
     SimProcess sim;
     ASSERT_TRUE(sim.start({u"--baud"_s, u"0"_s, u"--answer-delay"_s, u"1"_s, u"--boot-time"_s,
                            u"50"_s, u"--restart-delay"_s, u"100"_s, u"--state"_s, state,
@@ -100,6 +107,9 @@ TEST(SimProgram, TakesAnLrzszImageServesTheLineAndSavesItsStateOnSigterm)
     const StateFile::LoadResult saved = StateFile::load(state);
     ASSERT_TRUE(saved.ok) << saved.error.toStdString();
     EXPECT_EQ(saved.state.board(BoardKind::Main).values.value("CH"), "7\xB0");
+    for (const BoardKind kind : {BoardKind::Cpu, BoardKind::Meas})
+        EXPECT_EQ(saved.state.board(kind).values, start.board(kind).values);
+    EXPECT_EQ(saved.state.serialNumber, 32767);
     EXPECT_TRUE(waitForText(trace, "< CH;7\\xB0", 0));
 }
 

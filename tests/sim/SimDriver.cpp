@@ -71,26 +71,23 @@ QByteArray xmodemBlock(quint8 number, const QByteArray &data128)
     return block.append(char(crc >> 8)).append(char(crc & 0xFF));
 }
 
-QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock)
+QByteArray sendBlocks(SimDriver &driver, const QByteArrayList &blocks)
 {
     QByteArray answers;
-    auto exchange = [&](const QByteArray &bytes) {
+    for (const QByteArray &block : blocks + QByteArrayList {QByteArray(1, char(0x04))}) {
         driver.line().discardInput();
-        driver.write(bytes);
-        const qint64 deadline = driver.now() + 1000;
-        char answer = '\0';
-        while (answer == '\0' && driver.now() < deadline) {
-            if (!driver.line().isOpen())
-                driver.clock.advanceTo(deadline);
-            driver.line().waitForData(int(deadline - driver.now()));
-            for (char c : driver.line().readAll())
-                if (c == 0x06 || c == 0x15)
-                    answer = c;
-        }
-        answers.append(answer);
-    };
-    for (qsizetype at = 0, n = firstBlock; at < image.size(); at += 128, ++n)
-        exchange(xmodemBlock(quint8(n), image.mid(at, 128)));
-    exchange(QByteArray(1, char(0x04)));
+        driver.write(block);
+        const QByteArray got = driver.readUntil(QByteArray(1, char(0x06)), 1000);
+        const qsizetype at = got.lastIndexOf(got.contains('\x06') ? '\x06' : '\x15');
+        answers.append(at < 0 ? '\0' : got[at]);
+    }
     return answers;
+}
+
+QByteArrayList xmodemBlocks(const QByteArray &image, int firstBlock)
+{
+    QByteArrayList blocks;
+    for (qsizetype at = 0; at < image.size(); at += 128)
+        blocks << xmodemBlock(quint8(firstBlock + at / 128), image.mid(at, 128));
+    return blocks;
 }

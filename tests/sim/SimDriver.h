@@ -44,6 +44,8 @@ struct SimDriver
 
 // An XMODEM-CRC block as the updater sends it.
 QByteArray xmodemBlock(quint8 number, const QByteArray &data128);
-// Sends image block by block, numbered from firstBlock (waiting up to 1 s for each ACK or NAK),
-// and the EOT; returns the answers, one byte each (0 for none).
-QByteArray sendImage(SimDriver &driver, const QByteArray &image, int firstBlock = 1);
+// Sends the blocks and the EOT (waiting up to 1 s for each ACK or NAK); returns the answers, one
+// byte each (0 for none).
+QByteArray sendBlocks(SimDriver &driver, const QByteArrayList &blocks);
+// The image's blocks, numbered from firstBlock.
+QByteArrayList xmodemBlocks(const QByteArray &image, int firstBlock = 1);

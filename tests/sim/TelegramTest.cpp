@@ -20,6 +20,8 @@ TEST(SimTelegrams, EveryRowGoesAsWritten)
     const QByteArray unlock = cCRC::appendCrcToString("XUX;QJR4TW;");
     const QByteArray badCrc = QByteArray::number(cCRC::crc16FromString("XUX;QJR4TW;") ^ 1);
     const InstrumentState plain = InstrumentState::defaults();
+    InstrumentState waiting = withMode(BoardKind::Cpu, BoardMode::Waiting);
+    waiting.board(BoardKind::Cpu).imageValid = false;
     const std::pair<InstrumentState, QByteArray> rows[] = {
         // Routing and the families of telegrams; BOT;$ only through a bootloader side.
         {plain, "DHR;0 SER=SER;42 KEY;0 KEY;1 DHR;2 DHR;0 KEY;2=E;11 DHR;5=E;11 HELLO=E;10 F=E;10"},
@@ -50,10 +52,14 @@ TEST(SimTelegrams, EveryRowGoesAsWritten)
         // RESET+ZERO switches off; POWER starts the boards after the boot time, routing to the CPU.
         {plain, "DHR;2 !reset-zero KVT= close open= !power open KVT= KVT=KVT;VARIMOsentry;2.00;15"},
         // States a board is found in: the CPU Board's update mode (F starts the requests), its
-        // bootloader requesting, the Measuring Module's "C" through its application side.
+        // bootloader requesting or waiting, the Measuring Module's "C" through its application
+        // side.
         {withMode(BoardKind::Cpu, BoardMode::UpdateMode),
          "DHR;0 KVT=KVT;BLCPU;1 F=C DHR;0=C KVT=C"},
         {withMode(BoardKind::Cpu, BoardMode::Requesting), "DHR;0=C KVT=C"},
+        // Left waiting after a broken transfer, the CPU bootloader answers E;1 to all but F, also
+        // after a restart without an image.
+        {waiting, "DHR;0=E;1 KVT=E;1 SER=E;1 !reset-zero !power @1000 DHR;0=E;1 F=C"},
         {withMode(BoardKind::Meas, BoardMode::Requesting, 1), "DHR;1 KVT=C"},
     };
     for (const auto &[state, script] : rows)
@@ -72,48 +78,35 @@ TEST(SimLine, AnswersComeAfterTheAnswerDelayAndTheLineTime)
     EXPECT_EQ(sim.now() - sent, 20 + 6);
 }
 
-// What the updater does on the line, as a script: telegrams (each answered before the next, like
-// Transceive with its 200 ms wait), pauses in ms, closing and opening the port, keys pressed by
-// hand; and the keys the auto-operator (or the hand) presses meanwhile.
+// What the updater does on the line, as a script (see SimDriver::talk; what the instrument answers
+// does not matter here, and a telegram waits up to 2.2 s for it): telegrams, pauses, closing and
+// opening the port, keys pressed by hand; and the keys the auto-operator (or the hand) presses
+// meanwhile.
 TEST(SimAutoOperator, PressesWhatTheWaitingUpdaterAsksFor)
 {
     const std::pair<const char *, QByteArray> rows[] = {
         // The CPU Board's update mode: DHR;0 then the 3 s wait.
-        {"DUV;56 5000 DHR;0 3000", "reset-zero update-mode"},
+        {"DUV;56 @5000 DHR;0 @3000", "reset-zero update-mode"},
         // The Main Board's restart after its parameters.
-        {"DHR;2 CEW;1 CEO;0 DHR;0 3000 DHR;0 KEY;0", "reset-zero power"},
+        {"DHR;2 CEW;1 CEO;0 DHR;0 @3000 DHR;0 KEY;0", "reset-zero power"},
         // The restart first, then the CPU Board's update mode.
-        {"DHR;2 CEW;1 CEO;0 DHR;0 3000 DHR;0 KEY;0 5000 DHR;0 3000",
+        {"DHR;2 CEW;1 CEO;0 DHR;0 @3000 DHR;0 KEY;0 @5000 DHR;0 @3000",
          "reset-zero power reset-zero update-mode"},
         // Telegrams keep coming: no keys.
         {"KVT DHR;0 KEY;0 DHR;2 DHR;0 DHR;1", ""},
         // The port closed after a failed transfer.
-        {"DHR;4 close 3000 open", "reset-zero power"},
+        {"DHR;4 close @3000 open", "reset-zero power"},
         // Disconnecting: DHR;0, KEY;1, close.
-        {"DHR;0 KEY;1 close 3000", ""},
+        {"DHR;0 KEY;1 close @3000", ""},
         // The port closed and opened again at once.
-        {"KVT close open 3000", ""},
+        {"KVT close open @3000", ""},
         // An open setup menu is closed.
-        {"KVT !menu-open KVT 1000 KVT", "menu-open menu-close"},
+        {"KVT !menu-open KVT @1000 KVT", "menu-open menu-close"},
     };
     for (const auto &[script, keys] : rows) {
         SimDriver sim;
         AutoOperator autoOperator(sim.instrument());
-        for (const QByteArray &step : QByteArray(script).split(' ')) {
-            bool isPause = false;
-            const int ms = step.toInt(&isPause);
-            if (isPause) {
-                sim.readFor(ms);
-            } else if (step == "open") {
-                sim.clock.advanceTo(sim.now() + 1);
-                sim.line().open();
-            } else if (step == "close" || step.startsWith('!')) {
-                sim.talk(step);
-            } else {
-                sim.ask(step, 2200);
-                sim.readFor(200); // the updater's wait after a telegram
-            }
-        }
+        sim.talk(script, 2200);
         EXPECT_EQ(sim.keys().join(' '), keys) << script;
     }
 }

@@ -29,14 +29,11 @@ PtyPair::~PtyPair()
 
 bool PtyPair::write(const QByteArray &bytes)
 {
-    qsizetype done = 0;
-    while (done < bytes.size()) {
+    for (qsizetype done = 0; done < bytes.size();) {
         const ssize_t n = ::write(m_master, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
+        if (n <= 0 && errno != EINTR)
             return false;
-        done += n;
+        done += qMax<ssize_t>(n, 0);
     }
     return true;
 }
@@ -46,14 +43,11 @@ QByteArray PtyPair::read(int n, int timeoutMs)
     QByteArray out;
     QElapsedTimer timer;
     timer.start();
-    while (out.size() < n) {
-        const qint64 left = timeoutMs - timer.elapsed();
-        if (left <= 0)
-            break;
+    char buf[4096];
+    for (qint64 left = timeoutMs; out.size() < n && left > 0; left = timeoutMs - timer.elapsed()) {
         pollfd pfd {m_master, POLLIN, 0};
         if (::poll(&pfd, 1, int(left)) <= 0)
             continue;
-        char buf[4096];
         const ssize_t got = ::read(m_master, buf, sizeof buf);
         if (got <= 0)
             break;

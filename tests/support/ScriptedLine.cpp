@@ -49,13 +49,6 @@ bool ScriptedLine::write(const QByteArray &bytes)
     return true;
 }
 
-QByteArray ScriptedLine::readAll()
-{
-    QByteArray out;
-    out.swap(m_received);
-    return out;
-}
-
 bool ScriptedLine::waitForData(int timeoutMs)
 {
     const qint64 deadline = m_clock.elapsedMs() + qMax(timeoutMs, 0);

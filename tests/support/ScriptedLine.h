@@ -6,6 +6,7 @@
 #include <QList>
 #include <deque>
 #include <functional>
+#include <utility>
 
 // A serial line for tests of the transceiver alone: each write takes the next scripted reply,
 // which arrives after a delay of virtual time. A reply may be empty (silence). Everything
@@ -49,7 +50,7 @@ public:
         ++discards;
     }
     bool write(const QByteArray &bytes) override;
-    QByteArray readAll() override;
+    QByteArray readAll() override { return std::exchange(m_received, {}); }
     bool waitForData(int timeoutMs) override;
     QString errorString() const override { return m_error; }
 

@@ -19,8 +19,14 @@ public:
 
     using Reaction = std::function<void(const Prompt &)>;
 
-    void messageBox(const QString &text) override;
-    void instruction(Instruction kind, const QStringList &lines) override;
+    void messageBox(const QString &text) override
+    {
+        record({Prompt::MessageBox, Instruction::General, {text}});
+    }
+    void instruction(Instruction kind, const QStringList &lines) override
+    {
+        record({Prompt::Instruction, kind, lines});
+    }
     void letEventsRun() override { }
 
     // Called for every prompt before it is answered.
@@ -29,6 +35,11 @@ public:
     std::vector<Prompt> prompts;
 
 private:
-    void record(Prompt prompt);
+    void record(Prompt prompt)
+    {
+        prompts.push_back(std::move(prompt));
+        if (m_reaction)
+            m_reaction(prompts.back());
+    }
     Reaction m_reaction;
 };

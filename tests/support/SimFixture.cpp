@@ -1,6 +1,8 @@
 #include "SimFixture.h"
 
 #include "FirmwareImage.h"
+#include "boards/FirmwareFiles.h"
+#include "update/Session.h"
 
 #include <QFile>
 
@@ -25,8 +27,11 @@ SimRig::SimRig()
             clock.sleepMs(kBetweenKeysMs);
             instrument().press(PanelKey::UpdateMode);
             break;
-        case Operator::Instruction::MainBoardRestart:
         case Operator::Instruction::General:
+            if (onFailureDialog)
+                onFailureDialog(prompt.lines);
+            [[fallthrough]];
+        case Operator::Instruction::MainBoardRestart:
             instrument().press(PanelKey::ResetZero);
             clock.sleepMs(kBetweenKeysMs);
             instrument().press(PanelKey::Power);
@@ -42,6 +47,15 @@ void SimRig::openPort()
     comm.setComPort(u"COM1"_s);
     sim.line().setPortName(u"sim"_s);
     ASSERT_TRUE(comm.OpenPort());
+}
+
+void SimRig::readFirmware(Session &session)
+{
+    for (const BoardKind kind : kPanelOrder) {
+        const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
+        session.fresh()[kind].InitFromBinFile(
+            dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
+    }
 }
 
 QByteArrayList SimRig::receivedSinceMark() const

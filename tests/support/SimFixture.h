@@ -6,10 +6,14 @@
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/ScriptedOperator.h"
+#include "update/UpdateRun.h"
 
 #include <QByteArrayList>
 #include <QTemporaryDir>
+#include <functional>
 #include <gtest/gtest.h>
+
+class Session;
 
 // The updater's link to an in-process simulated instrument on virtual time, with a program folder
 // (settings, log, backups, firmware files) in a temporary directory and an operator who does what
@@ -37,6 +41,13 @@ public:
                               const QByteArray &main);
 
     Instrument &instrument() { return sim.instrument(); }
+    SessionFiles files() { return {&ini, &log, dir.path(), dir.path()}; }
+    // Reads the newest firmware file of each board in the program folder, as the main window does
+    // after a connect.
+    void readFirmware(Session &session);
+
+    // Called with the lines of each failure dialog, before the operator resets the instrument.
+    std::function<void(const QStringList &)> onFailureDialog;
 
     QTemporaryDir dir;
     VirtualClock clock;

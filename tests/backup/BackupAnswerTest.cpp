@@ -1,5 +1,4 @@
 #include "backup/cBackup.h"
-#include "link/cCRC.h"
 
 #include <gtest/gtest.h>
 
@@ -17,22 +16,6 @@ TEST(ExtractValue, CutsTheEchoAndOptionallyTheTail)
         {"DUV;0", "DUV;0;;", true, ""}};
     for (const auto &[telegram, answer, tail, value] : cases)
         EXPECT_EQ(cBackup::ExtractValue(telegram, answer, tail), QByteArray(value)) << answer;
-}
-
-TEST(CheckAnswerCrc, AcceptsOnlyTheExactDecimalCrcAndCutsIt)
-{
-    const QByteArray text = "DPV;3;12\xb0;C;";
-    const QByteArray crc = QByteArray::number(cCRC::crc16FromString(text));
-    const std::pair<QByteArray, bool> cases[] = {
-        {text + crc, true},        {text + QByteArray::number(crc.toInt() + 1), false},
-        {text + "0" + crc, false}, // leading zero: cut by the digit count
-        {text + "x", false},       {"DUV;7", false},
-    };
-    for (auto [answer, ok] : cases)
-        EXPECT_EQ(cBackup::CheckAnswerCrc(answer), ok) << answer.constData();
-    QByteArray good = text + crc;
-    cBackup::CheckAnswerCrc(good);
-    EXPECT_EQ(good, text); // shortened to end in ";"
 }
 
 TEST(CheckRestoreAnswer, ComparesTheEchoedCommand)

@@ -82,15 +82,18 @@ TEST_F(BackupRestoreTest, SecureDataSendsTheWholeCatalogueInOrderAndKeepsEachIde
 TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndTheAnswer)
 {
     const QByteArray text = "DPV;3;R&D <lab>;";
-    const QByteArray zeroPadded = text + "0" + QByteArray::number(cCRC::crc16FromString(text));
+    const qint32 crc = cCRC::crc16FromString(text);
     // fault, the telegram the backup ends with, the board named, the start of the error
     const std::tuple<FaultRule, const char *, const char *, const char *> cases[] = {
         {FaultRule::answerInstead("DHR;1", "DHR;2"), "DHR;1", "Measuring Module",
          "No or Invalid Answer: DHR;2"},
         {FaultRule::ignoreTelegram("DHR;0", FaultRule::kForever), "DHR;0", "Main Board",
          "No or Invalid Answer"},
-        {FaultRule::answerInstead("DPV;3", zeroPadded), "DPV;3", "CPU Board",
-         "Invalid CRC Answer: "},
+        // The CRC is compared as the decimal digits sent: a leading zero is wrong too.
+        {FaultRule::answerInstead("DPV;3", text + "0" + QByteArray::number(crc)), "DPV;3",
+         "CPU Board", "Invalid CRC Answer: "},
+        {FaultRule::answerInstead("DPV;3", text + QByteArray::number(crc + 1)), "DPV;3",
+         "CPU Board", "Invalid CRC Answer: "},
         // Noise instead of the echo would be stored as the value and written back later.
         {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "Main Board",
          "No or Invalid Answer: x#\xb0garbage"},
@@ -180,14 +183,31 @@ TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
         EXPECT_FALSE(t.startsWith("XUX")) << t.constData();
 }
 
-TEST_F(BackupRestoreTest, MissingOrBrokenBackupFileIsAClearFailureWithNothingSent)
+TEST_F(BackupRestoreTest, FileThatIsNoBackupIsRefusedSayingWhyWithNothingSent)
 {
-    const QString broken = path(u"broken.xml"_s);
-    write(broken, "<VARIMOsentry><Mainboard>");
-    for (const QString &source : {path(u"missing.xml"_s), broken}) {
+    const QString source = path(u"in.xml"_s);
+    const std::tuple<BoardKind, const char *, QString> cases[] = {
+        // board, content (nullptr: no file at all), why
+        {BoardKind::Main, nullptr, u"Cannot open backup file %1: No such file or directory"_s},
+        {BoardKind::Main, "",
+         u"Cannot open backup file %1: line 1, column 0: Premature end of "
+         "document."_s},
+        {BoardKind::Main, "<VARIMOsentry>\n<Mainboard>\n",
+         u"Cannot open backup file %1: line 3, column 0: Premature end of document."_s},
+        {BoardKind::Main, "<Backup><Mainboard/></Backup>",
+         u"Cannot open backup file %1: the root element is <Backup>, not <VARIMOsentry>"_s},
+        {BoardKind::Main, "<VARIMOsentry>\r\n </VARIMOsentry>",
+         u"Cannot open backup file %1: the root element <VARIMOsentry> is empty"_s},
+        {BoardKind::Meas, "<VARIMOsentry><Measureboard><User/></Measureboard></VARIMOsentry>",
+         u"Backup file %1: backup file %1: no element /VARIMOsentry/Measureboard/Protected"_s},
+    };
+    for (const auto &[board, content, why] : cases) {
+        QFile::remove(source);
+        if (content)
+            write(source, content);
         markTrace();
-        EXPECT_FALSE(backup.RestoreData(BoardKind::Main, source));
-        EXPECT_TRUE(backup.LastError().contains(source)) << backup.LastError().toStdString();
+        EXPECT_FALSE(backup.RestoreData(board, source));
+        EXPECT_EQ(backup.LastError(), why.arg(source)) << backup.LastError().toStdString();
         EXPECT_TRUE(receivedSinceMark().isEmpty());
     }
 }

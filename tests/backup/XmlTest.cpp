@@ -2,7 +2,6 @@
 #include "link/Clock.h"
 #include "link/UpdaterError.h"
 
-#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <functional>
@@ -45,8 +44,8 @@ protected:
     VirtualClock clock;
 };
 
-// The restore telegrams of a backup the updater wrote, and how a value that differs after the save
-// is named: BackupRestoreTest.
+// The restore telegrams of a backup the updater wrote, how a value that differs after the save is
+// named, files that are no backup (or lack a group) and a failed save: BackupRestoreTest.
 
 TEST_F(XmlTest, HandWrittenFileKeepsAttributeOrderAndRestoresByPosition)
 {
@@ -94,55 +93,6 @@ TEST_F(XmlTest, EveryByteXmlCanCarrySurvivesSaveAndLoadAndTheOthersAreRefused)
     EXPECT_EQ(telegrams(read, u"Mainboard"_s), expected);
     EXPECT_EQ(read.GetValueOfElement(u"/VARIMOsentry/Mainboard/Value"_s), all);
     EXPECT_EQ(read.GetAttrOfElement(u"/VARIMOsentry/Mainboard"_s, u"Firmware"_s), "1.02");
-}
-
-TEST_F(XmlTest, FilesThatAreNoBackupSayWhy)
-{
-    const std::pair<const char *, QString> cases[] = {
-        // content (nullptr: no file at all), why
-        {nullptr, u"No such file or directory"_s},
-        {"", u"line 1, column 0: Premature end of document."_s},
-        {"<VARIMOsentry>\n<Mainboard>\n", u"line 3, column 0: Premature end of document."_s},
-        {"<Backup><Mainboard/></Backup>", u"the root element is <Backup>, not <VARIMOsentry>"_s},
-        {"<VARIMOsentry>\r\n </VARIMOsentry>", u"the root element <VARIMOsentry> is empty"_s},
-    };
-    for (const auto &[content, why] : cases) {
-        QFile::remove(path(u"in.xml"_s));
-        if (content)
-            writeFile(content);
-        cXML xml;
-        EXPECT_FALSE(xml.OpenXMLDocument(path(u"in.xml"_s))) << content;
-        EXPECT_EQ(xml.errorString(), why) << content;
-    }
-}
-
-TEST_F(XmlTest, MissingNodesAreErrorsThatNameThePath)
-{
-    writeFile("<VARIMOsentry><Measureboard><User/></Measureboard></VARIMOsentry>");
-    cXML xml;
-    ASSERT_TRUE(xml.OpenXMLDocument(path(u"in.xml"_s)));
-    QList<QByteArray> list {"x"};
-    EXPECT_TRUE(errorOf([&] {
-                    xml.GetTelegramsFromXML(u"Measureboard"_s, list);
-                }).endsWith(u"in.xml: no element /VARIMOsentry/Measureboard/Protected"_s));
-    EXPECT_EQ(list, QList<QByteArray> {"x"});
-    EXPECT_TRUE(errorOf([&] {
-                    xml.GetValueOfElement(u"/VARIMOsentry/CPUboard"_s);
-                }).endsWith(u"no element /VARIMOsentry/CPUboard"_s));
-    EXPECT_TRUE(errorOf([&] {
-                    xml.GetAttrOfElement(u"/VARIMOsentry/Measureboard"_s, u"Name"_s);
-                }).endsWith(u"/VARIMOsentry/Measureboard has no attribute Name"_s));
-    EXPECT_TRUE(errorOf([&] { xml.CheckXML(), xml.SetParent(); }).contains(u"no parent element"_s));
-}
-
-// A full disk while saving: BackupRestoreTest.AFailedBackupKeepsTheLastGoodOne.
-TEST_F(XmlTest, FailedSaveThrowsNamingTheFile)
-{
-    ASSERT_TRUE(QDir(dir.path()).mkdir(u"taken.xml"_s));
-    cXML xml(&clock);
-    EXPECT_TRUE(errorOf([&] {
-                    xml.CreateXMLDocument(path(u"taken.xml"_s));
-                }).startsWith(u"cannot save backup file "_s + path(u"taken.xml"_s)));
 }
 
 } // namespace

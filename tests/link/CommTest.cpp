@@ -192,8 +192,8 @@ TEST_F(CommTest, PortNamesThatNameNoPortAreInvalid)
     EXPECT_EQ(modHelper::devicePathForPort(u"  "_s), QString());
 }
 
-// Device lists with "|" for the NUL that ends each name.
-TEST(DosDeviceList, ListsComPortsInNumericOrder)
+// Device lists with "|" for the NUL that ends each name; device paths as a person sorts them.
+TEST(PortList, ListsComPortsInNumericOrder)
 {
     const std::pair<QByteArray, QString> cases[] = {
         {"NUL|COM10|PhysicalDrive0|COM3|COM1|", u"COM1 COM3 COM10"_s}, // numeric order
@@ -207,10 +207,6 @@ TEST(DosDeviceList, ListsComPortsInNumericOrder)
         EXPECT_EQ(modHelper::ParseDosDeviceList(QByteArray(list).replace('|', '\0')).join(u' '),
                   expected)
             << list.left(40).data();
-}
-
-TEST(NaturalOrder, SortsDevicePathsAsAPersonWould)
-{
     QStringList ports = u"/dev/ttyUSB0 /dev/ttyS10 /dev/ttyS2 /dev/ttyACM0 /dev/ttyS0 "
                         u"/dev/ttyUSB10 /dev/ttyUSB9"_s.split(u' ');
     std::sort(ports.begin(), ports.end(), modHelper::naturalLess);

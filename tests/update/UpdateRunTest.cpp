@@ -128,17 +128,6 @@ protected:
     UpdateRun run {comm, clock, op, files, current, fresh, journal};
 };
 
-TEST_F(BootloaderAndTransfer, BootloaderAlreadyAskingNeedsNoTelegram)
-{
-    comm.Transceive("DHR;4");
-    comm.WriteTelegram("BOT;$", "\r\n");
-    clock.sleepMs(3000);
-    markTrace();
-    EXPECT_TRUE(run.StartBootloader(BoardKind::Main));
-    EXPECT_TRUE(receivedSinceMark().isEmpty());
-    EXPECT_EQ(logLines().last(), QByteArray("Bootloader already running"));
-}
-
 TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
 {
     instrument().board(BoardKind::Cpu).mode = BoardMode::Waiting;

@@ -1,3 +1,4 @@
+#include "backup/BackupDiff.h"
 #include "backup/cXML.h"
 #include "link/Clock.h"
 #include "link/UpdaterError.h"
@@ -28,16 +29,41 @@ QString errorOf(const std::function<void()> &call)
     return {};
 }
 
+// A backup as the backup step writes it, with one value of each board that a case may change.
+const QByteArray kBackup =
+    "<VARIMOsentry DocumentVersion=\"1.0\" Created=\"x\">"
+    "<Mainboard Name=\"Vm2PS\" Firmware=\"1.02\" Build=\"7\">"
+    "<Value Telegram=\"SER\">42</Value><Value Telegram=\"CH\">12.5</Value></Mainboard>"
+    "<Measureboard Name=\"Vm2MM\" Firmware=\"1.20\" Build=\"3\">"
+    "<Protected><Value Telegram=\"CEF;0;0\">1.5</Value></Protected>"
+    "<User><Value Telegram=\"CEF;0;0\">7</Value></User></Measureboard>"
+    "<CPUboard Name=\"VARIMO\" Firmware=\"2.00\" Build=\"1\">"
+    "<Protected><Value id=\"0\">p</Value></Protected><User><Value id=\"0\">u</Value></User>"
+    "</CPUboard></VARIMOsentry>";
+
+QByteArray edited(std::initializer_list<std::pair<const char *, const char *>> edits)
+{
+    QByteArray text = kBackup;
+    for (const auto &[from, to] : edits)
+        text.replace(from, to);
+    return text;
+}
+
 class XmlTest : public ::testing::Test
 {
 protected:
     QString path(const QString &name = u"backup.xml"_s) const { return dir.filePath(name); }
 
-    void writeFile(const QByteArray &content)
+    // The document of a file with this content.
+    cXML load(const QByteArray &content) const
     {
         QFile f(path(u"in.xml"_s));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(content);
+        f.close();
+        cXML xml;
+        EXPECT_TRUE(xml.OpenXMLDocument(f.fileName())) << qPrintable(xml.errorString());
+        return xml;
     }
 
     QTemporaryDir dir;
@@ -49,15 +75,14 @@ protected:
 
 TEST_F(XmlTest, HandWrittenFileKeepsAttributeOrderAndRestoresByPosition)
 {
-    writeFile("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VARIMOsentry>\n <Mainboard>\n"
-              "  <Value Telegram=\"CH\" Unit=\"mm\">5</Value>\n"
-              "  <Value Unit=\"mm\" Telegram=\"CH\">5</Value>\n"
-              "  <Value Telegram=\"CN\"></Value><Value Telegram=\"CA\">  </Value>\n"
-              " </Mainboard>\n <CPUboard><Protected/><User>\n"
-              "  <Value id=\"2\">a</Value><Value id=\"0\">b</Value><Value id=\"1\">c</Value>\n"
-              " </User></CPUboard>\n</VARIMOsentry>\n");
-    cXML xml;
-    ASSERT_TRUE(xml.OpenXMLDocument(path(u"in.xml"_s)));
+    const cXML xml =
+        load("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VARIMOsentry>\n <Mainboard>\n"
+             "  <Value Telegram=\"CH\" Unit=\"mm\">5</Value>\n"
+             "  <Value Unit=\"mm\" Telegram=\"CH\">5</Value>\n"
+             "  <Value Telegram=\"CN\"></Value><Value Telegram=\"CA\">  </Value>\n"
+             " </Mainboard>\n <CPUboard><Protected/><User>\n"
+             "  <Value id=\"2\">a</Value><Value id=\"0\">b</Value><Value id=\"1\">c</Value>\n"
+             " </User></CPUboard>\n</VARIMOsentry>\n");
     EXPECT_EQ(telegrams(xml, u"Mainboard"_s),
               (QList<QByteArray> {"CH;mm;5", "mm;CH;5", "CN;", "CA;  "}));
     EXPECT_EQ(telegrams(xml, u"CPUboard"_s),
@@ -93,6 +118,41 @@ TEST_F(XmlTest, EveryByteXmlCanCarrySurvivesSaveAndLoadAndTheOthersAreRefused)
     EXPECT_EQ(telegrams(read, u"Mainboard"_s), expected);
     EXPECT_EQ(read.GetValueOfElement(u"/VARIMOsentry/Mainboard/Value"_s), all);
     EXPECT_EQ(read.GetAttrOfElement(u"/VARIMOsentry/Mainboard"_s, u"Firmware"_s), "1.02");
+}
+
+TEST_F(XmlTest, DiffFindsEveryDifferenceByGroupAndKey)
+{
+    const cXML first = load(kBackup);
+    // the second backup, whether only identities differ, the differences
+    const std::tuple<QByteArray, bool, QStringList> cases[] = {
+        // An update changes only the identity.
+        {edited({{"Firmware=\"1.02\"", "Firmware=\"1.03\""}}),
+         true,
+         {u"Main Board  identity Firmware: \"1.02\" -> \"1.03\""_s}},
+        // Values of each board, keyed by group and telegram or index.
+        {edited({{">12.5<", ">12.6<"}, {">7<", ">8<"}, {">p<", ">q<"}}),
+         false,
+         {u"Main Board  Telegram=CH: \"12.5\" -> \"12.6\""_s,
+          u"Measuring Module  User Telegram=CEF;0;0: \"7\" -> \"8\""_s,
+          u"CPU Board  Protected id=0: \"p\" -> \"q\""_s}},
+        // A value only the second has, with its bytes shown escaped.
+        {edited(
+             {{"</Mainboard>", "<Value Telegram=\"CA\">\xc2\xb0&#xd;&quot;</Value></Mainboard>"}}),
+         false,
+         {u"Main Board  Telegram=CA: (missing) -> \"\u00b0\\x0d\\x22\""_s}},
+        {kBackup.left(kBackup.indexOf("<Measureboard")) + "</VARIMOsentry>",
+         false,
+         {u"Measuring Module: only in the first backup"_s,
+          u"CPU Board: only in the first backup"_s}},
+    };
+    for (const auto &[second, sameValues, expected] : cases) {
+        const QList<BackupDiff::Difference> found = BackupDiff::Compare(first, load(second));
+        QStringList lines;
+        for (const BackupDiff::Difference &d : found)
+            lines.append(BackupDiff::Describe(d));
+        EXPECT_EQ(lines, expected) << second.constData();
+        EXPECT_EQ(BackupDiff::SameValues(found), sameValues) << second.constData();
+    }
 }
 
 } // namespace

@@ -17,6 +17,42 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+TEST(VirtualClock, SleepRunsDueEventsInTimeOrderAtTheirOwnTime)
+{
+    VirtualClock clock;
+    std::vector<std::pair<int, qint64>> ran;
+    const auto note = [&](int id) {
+        return [&ran, &clock, id] { ran.push_back({id, clock.elapsedMs()}); };
+    };
+    clock.schedule(300, note(3));
+    clock.schedule(100, note(1));
+    clock.schedule(100, note(2));
+    clock.schedule(900, note(9));
+    clock.cancel(clock.scheduleIn(200, note(5)));
+    // Events scheduled by an event run in the same advance.
+    clock.schedule(150, [&] { clock.scheduleIn(10, note(4)); });
+
+    clock.sleepMs(500);
+    EXPECT_EQ(clock.elapsedMs(), 500);
+    const std::vector<std::pair<int, qint64>> expected {{1, 100}, {2, 100}, {4, 160}, {3, 300}};
+    EXPECT_EQ(ran, expected);
+    EXPECT_EQ(clock.nextEventMs(), 900);
+}
+
+// A read across the wrap cannot tell how long it waited: it fails.
+TEST(VirtualClock, TickCountWrapsLikeTheSystemCounterAndAReadAcrossTheWrapFails)
+{
+    VirtualClock clock(QDateTime(QDate(2026, 1, 1), QTime(23, 59, 59, 500)), 2147483000);
+    ScriptedLine line(clock);
+    ScriptedOperator op;
+    cComm comm(line, clock, op);
+    line.open();
+    clock.sleepMs(647);
+    EXPECT_EQ(clock.tickCount(), 2147483647);
+    EXPECT_EQ(clock.now(), QDateTime(QDate(2026, 1, 2), QTime(0, 0, 0, 147)));
+    EXPECT_THROW(comm.ReadT(1000, "\r\n"), UpdaterError);
+}
+
 class CommTest : public ::testing::Test
 {
 protected:
@@ -88,7 +124,7 @@ TEST_F(CommTest, SetupMenuPromptsUntilClosedWithinOneAttempt)
     EXPECT_EQ(line.discards, 1); // resends after the prompt do not discard
 }
 
-TEST_F(CommTest, ReadTClassifiesTheAnswer)
+TEST_F(CommTest, ReadTClassifiesTheAnswerAndEndsAtOnceWhenTheLineIsGone)
 {
     // CR LF pairs go, also those that meet once an inner pair is gone; a lone CR or LF stays.
     // The byte 0x0F is a NAK here, the ASCII NAK 0x15 is not.
@@ -101,21 +137,12 @@ TEST_F(CommTest, ReadTClassifiesTheAnswer)
         line.deliverAt(clock.elapsedMs() + 3, wire);
         EXPECT_EQ(comm.ReadT(1000, "\r\n"), expected) << wire.toHex().data();
     }
-}
-
-TEST_F(CommTest, ReadEndsAtOnceWhenTheLineIsGoneAndFailsWhenTheTickCounterOverflows)
-{
+    // An unplugged line ends the read at once.
     line.unplugged = true;
     const qint64 start = clock.elapsedMs();
     EXPECT_EQ(comm.ReadT(1000, "\r\n"), QByteArray());
     EXPECT_EQ(clock.elapsedMs(), start);
     EXPECT_FALSE(comm.IsOpen());
-
-    VirtualClock wrapping(QDateTime(QDate(2026, 1, 1), QTime(8, 0)), 2147483000);
-    ScriptedLine wline(wrapping);
-    cComm wcomm(wline, wrapping, op);
-    wline.open();
-    EXPECT_THROW(wcomm.ReadT(1000, "\r\n"), UpdaterError);
 }
 
 TEST_F(CommTest, FirmwarePacketsAreLoggedShortOtherTelegramsInFull)

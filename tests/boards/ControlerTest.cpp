@@ -14,7 +14,7 @@ using namespace modHelper;
 
 namespace {
 
-TEST(Controler, FillFromIdentityAnswer)
+TEST(Controler, IdentityAndSerialNumberFromTheirAnswers)
 {
     const std::tuple<QByteArray, const char *, bool> cases[] = {
         // answer, name;firmware;build, valid
@@ -31,15 +31,12 @@ TEST(Controler, FillFromIdentityAnswer)
                   QString::fromLatin1(fields));
         EXPECT_EQ(board.IsValid(), valid) << answer.data();
     }
-}
-
-TEST(Controler, SerialNumberFromAnswer)
-{
-    const std::tuple<const char *, bool, const char *> cases[] = {
+    // answer, valid, serial number
+    const std::tuple<const char *, bool, const char *> serials[] = {
         {"SER;42", true, "00042"}, {"SER;123", true, "00123"},  {"SER;32767", true, "32767"},
         {"SER;123456", false, ""}, {"SER;32768", false, ""},    {"SER;abc", false, ""},
         {"", false, ""},           {"SER;SER;7", true, "00007"}};
-    for (const auto &[answer, ok, expected] : cases) {
+    for (const auto &[answer, ok, expected] : serials) {
         QString serial, error;
         EXPECT_EQ(SerialNumberFromAnswer(answer, &serial, &error), ok);
         EXPECT_EQ(serial, QString::fromLatin1(expected)) << answer;

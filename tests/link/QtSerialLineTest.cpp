@@ -13,7 +13,6 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <thread>
-#include <tuple>
 
 using namespace Qt::StringLiterals;
 
@@ -98,16 +97,6 @@ TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnceAndAMissingDeviceDoesN
     EXPECT_FALSE(line.open());
     EXPECT_FALSE(line.isOpen());
     EXPECT_TRUE(line.errorString().contains(u"/dev/does-not-exist"_s));
-}
-
-TEST(QtSerialLineSettings, ParsesTheSettingsText)
-{
-    LineSettings s;
-    ASSERT_TRUE(LineSettings::parse(u"9600,E,7,2"_s, &s)); // not the defaults
-    EXPECT_EQ(std::tuple(s.baud, s.parity, s.dataBits, s.stopBits), std::tuple(9600, 'E', 7, 2));
-    for (const QString &bad : {u""_s, u"57600,N,8"_s, u"fast,N,8,1"_s, u"57600,X,8,1"_s,
-                               u"57600,N,9,1"_s, u"57600,N,8,3"_s})
-        EXPECT_FALSE(LineSettings::parse(bad, &s)) << bad.toStdString();
 }
 
 // The real serial code against varimo-sim on a pseudo-terminal, at 57600 baud: the connect

@@ -128,14 +128,6 @@ protected:
     UpdateRun run {comm, clock, op, files, current, fresh, journal};
 };
 
-TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
-{
-    instrument().board(BoardKind::Cpu).mode = BoardMode::Waiting;
-    EXPECT_TRUE(run.StartBootloader(BoardKind::Cpu));
-    EXPECT_EQ(receivedSinceMark().mid(0, 3), QByteArrayList({"DHR;0", "F", "DHR;0"}));
-    EXPECT_TRUE(instructions(Operator::Instruction::CpuUpdateMode).isEmpty());
-}
-
 TEST_F(BootloaderAndTransfer, FivePassesThenGiveUp)
 {
     instrument().addFault(FaultRule::ignoreTelegram("BOT;$", FaultRule::kForever));

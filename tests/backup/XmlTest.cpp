@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-#include <functional>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -17,16 +16,6 @@ QList<QByteArray> telegrams(const cXML &xml, const QString &board)
     QList<QByteArray> list;
     xml.GetTelegramsFromXML(board, list);
     return list;
-}
-
-QString errorOf(const std::function<void()> &call)
-{
-    try {
-        call();
-    } catch (const UpdaterError &e) {
-        return e.message();
-    }
-    return {};
 }
 
 // A backup as the backup step writes it, with one value of each board that a case may change.
@@ -107,10 +96,8 @@ TEST_F(XmlTest, EveryByteXmlCanCarrySurvivesSaveAndLoadAndTheOthersAreRefused)
         expected.append(v + ";b;" + v);
     }
     // Control bytes cannot be written to XML: refused, and the cursor stays where it was.
-    EXPECT_TRUE(errorOf([&] { xml.SetAttribute(u"id"_s, "\x1b"); }).contains(u"0x1b"_s));
-    EXPECT_TRUE(errorOf([&] {
-                    xml.CreateAndSetSibling(u"Value"_s, QByteArray("a\0b", 3));
-                }).contains(u"0x00"_s));
+    EXPECT_THROW(xml.SetAttribute(u"id"_s, "\x1b"), UpdaterError);
+    EXPECT_THROW(xml.CreateAndSetSibling(u"Value"_s, QByteArray("a\0b", 3)), UpdaterError);
     xml.SetAttribute(u"Firmware"_s, "1.02");
     xml.SaveXMLDoc();
     cXML read;

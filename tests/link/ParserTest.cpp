@@ -64,18 +64,16 @@ protected:
     cParser parser;
 };
 
-TEST_F(ParserTest, FileOf256BytesGivesTwoPacketsThenEot)
+TEST_F(ParserTest, PacketsCarryTheImageAndEndInEotAShortLastOneOverwritesItsLastByte)
 {
     EXPECT_EQ(parser.OpenFile(writeImage(256)), 256);
     EXPECT_EQ(parser.GetTelegram(1, 128, 255), packet(255, image.left(128)));
     EXPECT_EQ(parser.GetTelegram(129, 128, 0), packet(0, image.mid(128)));
     EXPECT_EQ(parser.GetTelegram(257, 128, 3), QByteArray(1, '\x04'));
-}
 
-TEST_F(ParserTest, ShortLastPacketOverwritesTheLastByteAndLeavesPosition131Zero)
-{
+    // A short last packet: file byte 129 at position 4, 0x1A from position 5 to 130 (file byte 130
+    // is gone), 0 at 131.
     parser.OpenFile(writeImage(130));
-    // File byte 129 at position 4, 0x1A from position 5 to 130 (file byte 130 is gone), 0 at 131.
     const QByteArray data = image.mid(128, 1) + QByteArray(126, '\x1a') + '\0';
     EXPECT_EQ(parser.GetTelegram(129, 128, 2), packet(2, data));
     // A last packet of one byte: that byte is replaced too.

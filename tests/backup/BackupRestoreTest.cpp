@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-TEST(ExtractValue, CutsTheEchoAndOptionallyTheTail)
+TEST(BackupAnswers, ValueCutFromTheEchoAndRestoreEchoComparedByCommand)
 {
     // telegram, answer, without the tail, value
     const std::tuple<const char *, const char *, bool, const char *> cases[] = {
@@ -23,15 +23,12 @@ TEST(ExtractValue, CutsTheEchoAndOptionallyTheTail)
         {"DUV;0", "DUV;0;;", true, ""}};
     for (const auto &[telegram, answer, tail, value] : cases)
         EXPECT_EQ(cBackup::ExtractValue(telegram, answer, tail), QByteArray(value)) << answer;
-}
-
-TEST(CheckRestoreAnswer, ComparesTheEchoedCommand)
-{
-    const std::tuple<const char *, const char *, bool> cases[] = {
+    // A restore answer is taken when it echoes the command; the value is not compared.
+    const std::tuple<const char *, const char *, bool> restores[] = {
         {"CH;5", "CH;5", true},   {"CH;5", "CH;7", true},   {"CH;5", "XY;5", false},
         {"USR", "USR", true},     {"USR", "xxUSRxx", true}, {"USR", "US", false},
         {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
-    for (const auto &[telegram, answer, ok] : cases)
+    for (const auto &[telegram, answer, ok] : restores)
         EXPECT_EQ(cBackup::CheckRestoreAnswer(telegram, answer), ok) << telegram << " / " << answer;
 }
 
@@ -105,8 +102,6 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
     const std::tuple<FaultRule, const char *, const char *, const char *> cases[] = {
         {FaultRule::answerInstead("DHR;1", "DHR;2"), "DHR;1", "Measuring Module",
          "No or Invalid Answer: DHR;2"},
-        {FaultRule::ignoreTelegram("DHR;0", FaultRule::kForever), "DHR;0", "Main Board",
-         "No or Invalid Answer"},
         // The CRC is compared as the decimal digits sent: a leading zero is wrong too.
         {FaultRule::answerInstead("DPV;3", text + "0" + QByteArray::number(crc)), "DPV;3",
          "CPU Board", "Invalid CRC Answer: "},
@@ -163,7 +158,7 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 // A restore telegram's echo: the same value, also in the board's own number format, is taken.
 // Another value (garbled on its way) is written once more, write-enabled again; another command
 // is sent once more at once, and fails the restore when it comes again.
-TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMore)
+TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMoreAndALockedBoardGetsNoCode)
 {
     ASSERT_TRUE(backup.SecureData(file));
     ASSERT_EQ(instrument().parameter(BoardKind::Main, "CH"), QByteArray("12.5"));
@@ -186,11 +181,8 @@ TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMore)
         EXPECT_EQ(sent.value(sent.indexOf("CH;12.5", first + 1) - 1), beforeResend);
         EXPECT_EQ(backup.LastError(), ok ? QString() : u"No or Invalid Answer: XY;5"_s);
     }
-}
-
-TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
-{
-    ASSERT_TRUE(backup.SecureData(file));
+    // A CPU Board that never unlocks gets no access code.
+    instrument().faults().clear();
     instrument().addFault(FaultRule::ignoreTelegram("XUC", FaultRule::kForever));
     markTrace();
     EXPECT_FALSE(backup.RestoreData(BoardKind::Cpu, file));

@@ -117,12 +117,14 @@ TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
     comm.Init(&log);
     comm.setComPort(sim.port);
     ASSERT_TRUE(comm.OpenPort()) << comm.lastError().toStdString();
+    ASSERT_TRUE(comm.OpenPort()); // already open: nothing sent, nothing logged
 
     for (BoardKind kind : {BoardKind::Cpu, BoardKind::Meas, BoardKind::Main})
         ASSERT_TRUE(cControler().InitFromDevice(&comm, kind)) << int(kind);
     comm.Transceive("DHR;0");
     comm.Transceive("SER");
     comm.ClosePort();
+    comm.ClosePort(); // logged once
 
     QFile f(log.path());
     ASSERT_TRUE(f.open(QIODevice::ReadOnly));

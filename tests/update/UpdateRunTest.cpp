@@ -140,23 +140,16 @@ TEST_F(BootloaderAndTransfer, FivePassesThenGiveUp)
     EXPECT_GT(clock.elapsedMs() - start, 5000 + 5 * (2000 + 3000 + 2000));
 }
 
-TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
+// Silence instead of the answers counts the same: the fault matrix's packet rows.
+TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStorm)
 {
-    for (const FaultRule &rule : {FaultRule::nakPacket(3, 30), FaultRule::silence(0)}) {
-        SCOPED_TRACE(rule.toText().constData());
-        instrument().faults().clear();
-        instrument().press(PanelKey::ResetZero);
-        clock.sleepMs(300);
-        instrument().press(PanelKey::Power);
-        clock.sleepMs(3000);
-        ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
-        instrument().addFault(rule);
-        EXPECT_FALSE(run.FlashUpdate(path(images[1]), BoardKind::Main));
-        EXPECT_EQ(logLines().last(),
-                  QByteArray("Error during Flash binary file (XModemWaitTime = 1 ms): "
-                             "Number of invalid answers: 10"));
-        EXPECT_TRUE(log.isLogging());
-    }
+    ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
+    instrument().addFault(FaultRule::nakPacket(3, 30));
+    EXPECT_FALSE(run.FlashUpdate(path(images[1]), BoardKind::Main));
+    EXPECT_EQ(logLines().last(),
+              QByteArray("Error during Flash binary file (XModemWaitTime = 1 ms): "
+                         "Number of invalid answers: 10"));
+    EXPECT_TRUE(log.isLogging());
 }
 
 // The Measuring Module's image has more packets than a packet number counts: it wraps to 0.

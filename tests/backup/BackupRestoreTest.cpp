@@ -42,14 +42,6 @@ protected:
         markTrace();
     }
 
-    // Every parameter of the instrument, board by board.
-    std::array<QMap<QByteArray, QByteArray>, 3> parameters()
-    {
-        return {instrument().board(BoardKind::Cpu).values,
-                instrument().board(BoardKind::Meas).values,
-                instrument().board(BoardKind::Main).values};
-    }
-
     static QByteArray contentOf(const QString &name)
     {
         QFile f(name);
@@ -128,6 +120,12 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
 
 TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 {
+    const auto parameters = [this] { // every board's values
+        QList<QMap<QByteArray, QByteArray>> values;
+        for (const BoardState &board : instrument().state().boards)
+            values << board.values;
+        return values;
+    };
     const auto before = parameters();
     ASSERT_TRUE(backup.SecureData(file));
     for (BoardKind kind : kAllBoards)

@@ -62,9 +62,9 @@ protected:
 // The restore telegrams of a backup the updater wrote, how a value that differs after the save is
 // named, files that are no backup (or lack a group) and a failed save: BackupRestoreTest.
 
-TEST_F(XmlTest, HandWrittenFileKeepsAttributeOrderAndRestoresByPosition)
+TEST_F(XmlTest, KeepsAttributeOrderRestoresByPositionAndCarriesEveryByteXmlCan)
 {
-    const cXML xml =
+    const cXML handWritten =
         load("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VARIMOsentry>\n <Mainboard>\n"
              "  <Value Telegram=\"CH\" Unit=\"mm\">5</Value>\n"
              "  <Value Unit=\"mm\" Telegram=\"CH\">5</Value>\n"
@@ -72,14 +72,12 @@ TEST_F(XmlTest, HandWrittenFileKeepsAttributeOrderAndRestoresByPosition)
              " </Mainboard>\n <CPUboard><Protected/><User>\n"
              "  <Value id=\"2\">a</Value><Value id=\"0\">b</Value><Value id=\"1\">c</Value>\n"
              " </User></CPUboard>\n</VARIMOsentry>\n");
-    EXPECT_EQ(telegrams(xml, u"Mainboard"_s),
+    EXPECT_EQ(telegrams(handWritten, u"Mainboard"_s),
               (QList<QByteArray> {"CH;mm;5", "mm;CH;5", "CN;", "CA;  "}));
-    EXPECT_EQ(telegrams(xml, u"CPUboard"_s),
+    EXPECT_EQ(telegrams(handWritten, u"CPUboard"_s),
               (QList<QByteArray> {"DUV;0;a", "DUV;1;b", "DUV;2;c", "USR"}));
-}
 
-TEST_F(XmlTest, EveryByteXmlCanCarrySurvivesSaveAndLoadAndTheOthersAreRefused)
-{
+    // Every byte XML can carry survives the save and the load; the others are refused.
     QByteArray all = "\t\n\r";
     for (int b = 0x20; b <= 0xFF; ++b)
         all += char(b);

@@ -57,22 +57,8 @@ TEST_F(QtSerialLineTest, MovesEveryByteValueBothWaysAndDiscardsOnlyWhatCameIn)
     EXPECT_EQ(got, bytes);
 }
 
-TEST_F(QtSerialLineTest, ProbeFindsTheCThatCameDuringItsSleep)
-{
-    // A board's bootloader probe: the telegram goes out, the "C" arrives while the updater
-    // sleeps, and the one read after the sleep (which does not wait) finds it.
-    SystemClock clock;
-    ScriptedOperator op;
-    cComm comm(line, clock, op);
-    std::thread board([this] {
-        if (pty.read(7, 2000) == "DHR;4\r\n")
-            pty.write("C");
-    });
-    comm.WriteTelegram("DHR;4", "\r\n");
-    clock.sleepMs(500);
-    board.join();
-    EXPECT_EQ(comm.ReadT(1000, {}), QByteArray("C"));
-}
+// A bootloader's "C" that comes while the updater sleeps after its probe, on the real line:
+// CliProcess.AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState.
 
 TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnceAndAMissingDeviceDoesNotOpen)
 {
@@ -111,8 +97,6 @@ TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
 
     for (BoardKind kind : {BoardKind::Cpu, BoardKind::Meas, BoardKind::Main})
         ASSERT_TRUE(cControler().InitFromDevice(&comm, kind)) << int(kind);
-    comm.Transceive("DHR;0");
-    comm.Transceive("SER");
     comm.ClosePort();
     comm.ClosePort(); // logged once
 
@@ -128,7 +112,7 @@ TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
     for (const QByteArray &step :
          QByteArray("KVT=KVT;VARIMOsentry;2.00;15|DHR;0|KEY;0| opened: 57600 Baud, No parity, 8 "
                     "data bits, 1 stop bit|DHR;0|KVT=KVT;VARIMOsentry;2.00;15|SER=SER;42|DHR;1|"
-                    "KVT=KVT;Vm2MM;1.20;3|DHR;2|KVT=KVT;Vm2PS;1.02;7|DHR;0|SER=SER;42| closed")
+                    "KVT=KVT;Vm2MM;1.20;3|DHR;2|KVT=KVT;Vm2PS;1.02;7| closed")
              .split('|'))
         expected << (step.startsWith(' ')
                          ? QByteArrayList {sim.port.toLatin1() + step}

@@ -73,9 +73,8 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
     EXPECT_FALSE(sent.contains("DHR;3") || sent.contains("F"));
     EXPECT_EQ(logLines().last(), QByteArray("Failed"));
     EXPECT_EQ(log.tabs(), 1); // where the run's last line left the indentation
-    const QStringList general = instructions(Operator::Instruction::General);
-    ASSERT_EQ(general.size(), 1);
-    EXPECT_EQ(general[0], u"ERROR: No connection to VARIMOsentry"_s);
+    EXPECT_EQ(instructions(Operator::Instruction::General),
+              QStringList {u"ERROR: No connection to VARIMOsentry"_s});
 }
 
 TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
@@ -204,6 +203,5 @@ TEST(Sessions, TwoInstrumentsAreUpdatedSideBySide)
     std::thread b([&] { update(rigs[1], "1.04", &ok[1]); });
     a.join();
     b.join();
-    EXPECT_TRUE(ok[0]);
-    EXPECT_TRUE(ok[1]);
+    EXPECT_TRUE(ok[0] && ok[1]);
 }

@@ -184,7 +184,6 @@ TEST(FirmwareFiles, FindsTheNewestMatchingFileAndItsVersion)
     EXPECT_EQ(
         VersionFromFileName(u"FW_CPU-BOARD_V201-005_CRC.bin"_s, u"FW_CPU-BOARD_VXXX-YYY_CRC"_s),
         u"2.01"_s);
-    EXPECT_EQ(VersionFromFileName(u"fw_mainboard_102_Y.BIN"_s, kMain), u"1.02"_s);
 }
 
 } // namespace

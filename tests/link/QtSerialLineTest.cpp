@@ -14,6 +14,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -46,7 +47,7 @@ TEST_F(QtSerialLineTest, MovesEveryByteValueBothWaysAndDiscardsOnlyWhatCameIn)
     EXPECT_EQ(pty.read(256, 2000), bytes);
 
     std::thread sender([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(100ms);
         pty.write(bytes);
     });
     EXPECT_TRUE(line.waitForData(5000));
@@ -55,10 +56,14 @@ TEST_F(QtSerialLineTest, MovesEveryByteValueBothWaysAndDiscardsOnlyWhatCameIn)
     while (got.size() < 256 && line.waitForData(2000))
         got += line.readAll();
     EXPECT_EQ(got, bytes);
-}
 
-// A bootloader's "C" that comes while the updater sleeps after its probe, on the real line:
-// CliProcess.AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState.
+    // A read that does not wait still gets what came while nobody waited (a bootloader's "C"
+    // during the sleep after its probe).
+    pty.write("C");
+    for (int i = 0; i < 100 && got != "C"; ++i, std::this_thread::sleep_for(20ms))
+        got = line.readAll();
+    EXPECT_EQ(got, QByteArray("C"));
+}
 
 TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnceAndAMissingDeviceDoesNotOpen)
 {
@@ -71,7 +76,6 @@ TEST_F(QtSerialLineTest, UnpluggedCableClosesTheLineAtOnceAndAMissingDeviceDoesN
 
     line.setPortName(u"/dev/does-not-exist"_s);
     EXPECT_FALSE(line.open());
-    EXPECT_FALSE(line.isOpen());
     EXPECT_TRUE(line.errorString().contains(u"/dev/does-not-exist"_s));
 }
 

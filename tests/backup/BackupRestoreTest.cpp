@@ -1,5 +1,4 @@
 #include "backup/cBackup.h"
-#include "backup/cXML.h"
 #include "link/cCRC.h"
 #include "support/SimFixture.h"
 
@@ -11,6 +10,27 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+TEST(BackupAnswers, ValueCutFromTheEchoAndRestoreEchoComparedByCommand)
+{
+    // telegram, answer, without the tail, value
+    const std::tuple<const char *, const char *, bool, const char *> cases[] = {
+        {"CEF;1;2", "CEF;1;2;17", false, "17"},
+        {"HVC;2", "HVC;2;1200;77", false, "1200;77"}, // a checksum field stays
+        {"CH", "CH;", false, ""},
+        {"DPV;5", "DPV;5;12.5;", true, "12.5"},
+        {"DPV;5", "DPV;5;a;b;", true, "a;b"}, // a value may hold ";"
+        {"DUV;0", "DUV;0;;", true, ""}};
+    for (const auto &[telegram, answer, tail, value] : cases)
+        EXPECT_EQ(cBackup::ExtractValue(telegram, answer, tail), QByteArray(value)) << answer;
+    // A restore answer is taken when it echoes the command; the value is not compared.
+    const std::tuple<const char *, const char *, bool> restores[] = {
+        {"CH;5", "CH;5", true},   {"CH;5", "CH;7", true},   {"CH;5", "XY;5", false},
+        {"USR", "USR", true},     {"USR", "xxUSRxx", true}, {"USR", "US", false},
+        {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
+    for (const auto &[telegram, answer, ok] : restores)
+        EXPECT_EQ(cBackup::CheckRestoreAnswer(telegram, answer), ok) << telegram << " / " << answer;
+}
+
 class BackupRestoreTest : public SimFixture
 {
 protected:
@@ -19,14 +39,6 @@ protected:
         openPort();
         backup.Init(&comm);
         markTrace();
-    }
-
-    // Every parameter of the instrument, board by board.
-    std::array<QMap<QByteArray, QByteArray>, 3> parameters()
-    {
-        return {instrument().board(BoardKind::Cpu).values,
-                instrument().board(BoardKind::Meas).values,
-                instrument().board(BoardKind::Main).values};
     }
 
     static QByteArray contentOf(const QString &name)
@@ -45,14 +57,6 @@ protected:
     cBackup backup;
 };
 
-QByteArrayList indexed(const QByteArray &prefix, int count)
-{
-    QByteArrayList out;
-    for (int i = 0; i < count; ++i)
-        out << prefix + QByteArray::number(i);
-    return out;
-}
-
 TEST_F(BackupRestoreTest, SecureDataSendsTheWholeCatalogueInOrderAndKeepsEachIdentity)
 {
     ASSERT_TRUE(backup.SecureData(file)) << backup.LastError().toStdString();
@@ -62,35 +66,30 @@ TEST_F(BackupRestoreTest, SecureDataSendsTheWholeCatalogueInOrderAndKeepsEachIde
              << "KVT" << cBackup::MainBoardQueries() << "DHR;0"
              << "DHR;1"
              << "KVT" << cBackup::MeasProtectedQueries() << cBackup::MeasUserQueries() << "DHR;0"
-             << "KVT" << indexed("DPV;", 28) << indexed("DUV;", 57);
-    EXPECT_EQ(expected.size(), 143);
+             << "KVT";
+    for (int i = 0; i < 28 + 57; ++i)
+        expected << (i < 28 ? "DPV;" : "DUV;") + QByteArray::number(i < 28 ? i : i - 28);
     EXPECT_EQ(receivedSinceMark(), expected);
 
-    cXML xml;
-    ASSERT_TRUE(xml.OpenXMLDocument(file));
-    EXPECT_EQ(xml.GetAttrOfElement(u"/VARIMOsentry"_s, u"DocumentVersion"_s), "1.0");
-    for (const auto &[element, kind] : {std::pair {u"Mainboard"_s, BoardKind::Main},
-                                        {u"Measureboard"_s, BoardKind::Meas},
-                                        {u"CPUboard"_s, BoardKind::Cpu}}) {
-        const BoardState &s = instrument().board(kind);
-        EXPECT_EQ(xml.BoardIdentity(element),
-                  (QList<std::pair<QString, QByteArray>> {
-                      {u"Name"_s, s.name}, {u"Firmware"_s, s.firmware}, {u"Build"_s, s.build}}));
-    }
+    const QByteArray saved = contentOf(file);
+    for (const char *identity : {"<VARIMOsentry DocumentVersion=\"1.0\"",
+                                 "<Mainboard Name=\"Vm2PS\" Firmware=\"1.02\" Build=\"7\">",
+                                 "<Measureboard Name=\"Vm2MM\" Firmware=\"1.20\" Build=\"3\">",
+                                 "<CPUboard Name=\"VARIMOsentry\" Firmware=\"2.00\" Build=\"15\">"})
+        EXPECT_TRUE(saved.contains(identity)) << identity;
 }
 
 TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndTheAnswer)
 {
     const QByteArray text = "DPV;3;R&D <lab>;";
-    const QByteArray zeroPadded = text + "0" + QByteArray::number(cCRC::crc16FromString(text));
+    const qint32 crc = cCRC::crc16FromString(text);
     // fault, the telegram the backup ends with, the board named, the start of the error
     const std::tuple<FaultRule, const char *, const char *, const char *> cases[] = {
         {FaultRule::answerInstead("DHR;1", "DHR;2"), "DHR;1", "Measuring Module",
          "No or Invalid Answer: DHR;2"},
-        {FaultRule::ignoreTelegram("DHR;0", FaultRule::kForever), "DHR;0", "Main Board",
-         "No or Invalid Answer"},
-        {FaultRule::answerInstead("DPV;3", zeroPadded), "DPV;3", "CPU Board",
-         "Invalid CRC Answer: "},
+        // The CRC is compared as the decimal digits sent: a leading zero is wrong too.
+        {FaultRule::answerInstead("DPV;3", text + "0" + QByteArray::number(crc)), "DPV;3",
+         "CPU Board", "Invalid CRC Answer: "},
         // Noise instead of the echo would be stored as the value and written back later.
         {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "Main Board",
          "No or Invalid Answer: x#\xb0garbage"},
@@ -112,11 +111,16 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
 
 TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 {
+    const auto parameters = [this] { // every board's values
+        QList<QMap<QByteArray, QByteArray>> values;
+        for (const BoardState &board : instrument().state().boards)
+            values << board.values;
+        return values;
+    };
     const auto before = parameters();
     ASSERT_TRUE(backup.SecureData(file));
     for (BoardKind kind : kAllBoards)
         InstrumentState::resetToFactory(kind, instrument().board(kind));
-    ASSERT_NE(parameters(), before);
 
     markTrace();
     ASSERT_TRUE(backup.RestoreData(BoardKind::Main, file)) << backup.LastError().toStdString();
@@ -126,7 +130,6 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
         ASSERT_TRUE(backup.RestoreData(board, file))
             << backup.CurrAction().toStdString() << ": " << backup.LastError().toStdString();
     EXPECT_EQ(parameters(), before);
-    EXPECT_EQ(receivedSinceMark().last(), QByteArray("USR")); // the CPU Board stores its values
 
     // DHR;2, then CEW;1 before every telegram up to CEO;0, and nothing of the kind after it.
     ASSERT_EQ(sent.first(), QByteArray("DHR;2"));
@@ -142,10 +145,9 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 // A restore telegram's echo: the same value, also in the board's own number format, is taken.
 // Another value (garbled on its way) is written once more, write-enabled again; another command
 // is sent once more at once, and fails the restore when it comes again.
-TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMore)
+TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMoreAndALockedBoardGetsNoCode)
 {
     ASSERT_TRUE(backup.SecureData(file));
-    ASSERT_EQ(instrument().parameter(BoardKind::Main, "CH"), QByteArray("12.5"));
     // echo, how often, restored, the telegram before the second CH;12.5 (none: sent once)
     const std::tuple<const char *, int, bool, QByteArray> cases[] = {
         {"CH;12.50", FaultRule::kForever, true, {}},
@@ -165,11 +167,8 @@ TEST_F(BackupRestoreTest, RestoreTelegramWithAWrongEchoIsSentOnceMore)
         EXPECT_EQ(sent.value(sent.indexOf("CH;12.5", first + 1) - 1), beforeResend);
         EXPECT_EQ(backup.LastError(), ok ? QString() : u"No or Invalid Answer: XY;5"_s);
     }
-}
-
-TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
-{
-    ASSERT_TRUE(backup.SecureData(file));
+    // A CPU Board that never unlocks gets no access code.
+    instrument().faults().clear();
     instrument().addFault(FaultRule::ignoreTelegram("XUC", FaultRule::kForever));
     markTrace();
     EXPECT_FALSE(backup.RestoreData(BoardKind::Cpu, file));
@@ -180,14 +179,27 @@ TEST_F(BackupRestoreTest, UnlockThatNeverSucceedsSendsNoAccessCode)
         EXPECT_FALSE(t.startsWith("XUX")) << t.constData();
 }
 
-TEST_F(BackupRestoreTest, MissingOrBrokenBackupFileIsAClearFailureWithNothingSent)
+TEST_F(BackupRestoreTest, FileThatIsNoBackupIsRefusedSayingWhyWithNothingSent)
 {
-    const QString broken = path(u"broken.xml"_s);
-    write(broken, "<VARIMOsentry><Mainboard>");
-    for (const QString &source : {path(u"missing.xml"_s), broken}) {
+    const QString source = path(u"in.xml"_s);
+    const std::tuple<BoardKind, const char *, QString> cases[] = {
+        // board, content (nullptr: no file at all), why
+        {BoardKind::Main, nullptr, u"Cannot open backup file %1: No such file or directory"_s},
+        {BoardKind::Main, "<VARIMOsentry>\n<Mainboard>\n",
+         u"Cannot open backup file %1: line 3, column 0: Premature end of document."_s},
+        {BoardKind::Main, "<Backup><Mainboard/></Backup>",
+         u"Cannot open backup file %1: the root element is <Backup>, not <VARIMOsentry>"_s},
+        {BoardKind::Main, "<VARIMOsentry>\r\n </VARIMOsentry>",
+         u"Cannot open backup file %1: the root element <VARIMOsentry> is empty"_s},
+        {BoardKind::Meas, "<VARIMOsentry><Measureboard><User/></Measureboard></VARIMOsentry>",
+         u"Backup file %1: backup file %1: no element /VARIMOsentry/Measureboard/Protected"_s},
+    };
+    for (const auto &[board, content, why] : cases) { // the file is missing until the first write
+        if (content)
+            write(source, content);
         markTrace();
-        EXPECT_FALSE(backup.RestoreData(BoardKind::Main, source));
-        EXPECT_TRUE(backup.LastError().contains(source)) << backup.LastError().toStdString();
+        EXPECT_FALSE(backup.RestoreData(board, source));
+        EXPECT_EQ(backup.LastError(), why.arg(source)) << backup.LastError().toStdString();
         EXPECT_TRUE(receivedSinceMark().isEmpty());
     }
 }

@@ -17,6 +17,40 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+TEST(VirtualClock, SleepRunsDueEventsInTimeOrderAtTheirOwnTime)
+{
+    VirtualClock clock;
+    std::vector<std::pair<int, qint64>> ran;
+    const auto note = [&](int id) {
+        return [&ran, &clock, id] { ran.push_back({id, clock.elapsedMs()}); };
+    };
+    clock.schedule(300, note(3));
+    clock.schedule(100, note(1));
+    clock.schedule(100, note(2));
+    clock.cancel(clock.scheduleIn(200, note(5)));
+    // Events scheduled by an event run in the same advance.
+    clock.schedule(150, [&] { clock.scheduleIn(10, note(4)); });
+
+    clock.sleepMs(500);
+    EXPECT_EQ(clock.elapsedMs(), 500);
+    const std::vector<std::pair<int, qint64>> expected {{1, 100}, {2, 100}, {4, 160}, {3, 300}};
+    EXPECT_EQ(ran, expected);
+}
+
+// A read across the wrap cannot tell how long it waited: it fails.
+TEST(VirtualClock, TickCountWrapsLikeTheSystemCounterAndAReadAcrossTheWrapFails)
+{
+    VirtualClock clock(QDateTime(QDate(2026, 1, 1), QTime(23, 59, 59, 500)), 2147483000);
+    ScriptedLine line(clock);
+    ScriptedOperator op;
+    cComm comm(line, clock, op);
+    line.open();
+    clock.sleepMs(647);
+    EXPECT_EQ(clock.tickCount(), 2147483647);
+    EXPECT_EQ(clock.now(), QDateTime(QDate(2026, 1, 2), QTime(0, 0, 0, 147)));
+    EXPECT_THROW(comm.ReadT(1000, "\r\n"), UpdaterError);
+}
+
 class CommTest : public ::testing::Test
 {
 protected:
@@ -29,15 +63,13 @@ protected:
         line.open(); // most cases talk on an open line without the greeting
     }
 
-    QList<QByteArray> logLines()
+    QByteArrayList logLines() // without "hh:mm:ss : " and the CR
     {
         QFile f(log.path());
-        if (!f.open(QIODevice::ReadOnly))
-            return {};
-        QList<QByteArray> lines;
-        for (const QByteArray &l : f.readAll().split('\n'))
+        QByteArrayList lines;
+        for (const QByteArray &l : f.open(QIODevice::ReadOnly) ? f.readAll().split('\n') : lines)
             if (!l.isEmpty())
-                lines << l.mid(11).chopped(1); // without "hh:mm:ss : " and the CR
+                lines << l.mid(11).chopped(1);
         return lines;
     }
 
@@ -78,17 +110,7 @@ TEST_F(CommTest, TransceiveRetriesAndTakesItsTimeAsTheAnswersCome)
     }
 }
 
-TEST_F(CommTest, SetupMenuPromptsUntilClosedWithinOneAttempt)
-{
-    line.script({{"E;03\r\n"}, {"E;03\r\n"}, {"\x06\r\n"}});
-    EXPECT_EQ(comm.Transceive("CH;5", 2000, QByteArray("ACK")), QByteArray("ACK"));
-    ASSERT_EQ(op.prompts.size(), 2u);
-    EXPECT_EQ(op.prompts[0].lines, QStringList {u"Leave VARIMOsentry setup menu and press OK"_s});
-    EXPECT_EQ(line.writes.size(), 3);
-    EXPECT_EQ(line.discards, 1); // resends after the prompt do not discard
-}
-
-TEST_F(CommTest, ReadTClassifiesTheAnswer)
+TEST_F(CommTest, ReadTClassifiesTheAnswerAndEndsAtOnceWhenTheLineIsGone)
 {
     // CR LF pairs go, also those that meet once an inner pair is gone; a lone CR or LF stays.
     // The byte 0x0F is a NAK here, the ASCII NAK 0x15 is not.
@@ -101,21 +123,12 @@ TEST_F(CommTest, ReadTClassifiesTheAnswer)
         line.deliverAt(clock.elapsedMs() + 3, wire);
         EXPECT_EQ(comm.ReadT(1000, "\r\n"), expected) << wire.toHex().data();
     }
-}
-
-TEST_F(CommTest, ReadEndsAtOnceWhenTheLineIsGoneAndFailsWhenTheTickCounterOverflows)
-{
+    // An unplugged line ends the read at once.
     line.unplugged = true;
     const qint64 start = clock.elapsedMs();
     EXPECT_EQ(comm.ReadT(1000, "\r\n"), QByteArray());
     EXPECT_EQ(clock.elapsedMs(), start);
     EXPECT_FALSE(comm.IsOpen());
-
-    VirtualClock wrapping(QDateTime(QDate(2026, 1, 1), QTime(8, 0)), 2147483000);
-    ScriptedLine wline(wrapping);
-    cComm wcomm(wline, wrapping, op);
-    wline.open();
-    EXPECT_THROW(wcomm.ReadT(1000, "\r\n"), UpdaterError);
 }
 
 TEST_F(CommTest, FirmwarePacketsAreLoggedShortOtherTelegramsInFull)
@@ -124,76 +137,76 @@ TEST_F(CommTest, FirmwarePacketsAreLoggedShortOtherTelegramsInFull)
     comm.WriteTelegram(packet, {});
     comm.WriteTelegram(QByteArray(132, 'a'), "\r\n");
     comm.WriteTelegram(QByteArray(134, 'b'), {});
-    const auto lines = logLines();
-    ASSERT_EQ(lines.size(), 3);
-    EXPECT_EQ(lines[0], QByteArray("Telegram sent : 133 Bytes  1 1 254 77 ...  18 52"));
-    EXPECT_EQ(lines[1], "Telegram sent : " + QByteArray(132, 'a'));
-    EXPECT_EQ(lines[2], "Telegram sent : " + QByteArray(134, 'b'));
+    EXPECT_EQ(logLines(),
+              (QByteArrayList {"Telegram sent : 133 Bytes  1 1 254 77 ...  18 52",
+                               "Telegram sent : " + QByteArray(132, 'a'),
+                               "Telegram sent : " + QByteArray(134, 'b')}));
 }
 
-TEST_F(CommTest, TransceiveXWaitsOnlyForTheAckByte)
+// Within one attempt the setup menu is prompted away and a packet is sent again after each NAK.
+TEST_F(CommTest, SetupMenuAndNakAreAnsweredWithinOneAttempt)
 {
+    line.script({{"E;03\r\n"}, {"E;03\r\n"}, {"\x06\r\n"}});
+    EXPECT_EQ(comm.Transceive("CH;5", 2000, QByteArray("ACK")), QByteArray("ACK"));
+    ASSERT_EQ(op.prompts.size(), 2u);
+    EXPECT_EQ(op.prompts[0].lines, QStringList {u"Leave VARIMOsentry setup menu and press OK"_s});
+    EXPECT_EQ(line.writes.size(), 3);
+    EXPECT_EQ(line.discards, 1); // resends after the prompt do not discard
+
+    line.writes.clear();
     line.script({{QByteArray("\x15")}, {QByteArray("\x15")}, {QByteArray("\x06")}});
     const qint64 start = clock.elapsedMs();
     EXPECT_EQ(comm.TransceiveX(QByteArray(133, 'p'), 2000), QByteArray("ACK"));
     EXPECT_EQ(line.writes.size(), 3);
     // Two full 1000 ms reads for the NAKs; each send waits 2000 ms before its read.
     EXPECT_GE(clock.elapsedMs() - start, 3 * 2000 + 2 * 1000);
-    EXPECT_EQ(line.discards, 0);
+    EXPECT_EQ(line.discards, 1); // none for packets
 }
 
-// The greeting and the opened and closed lines in the log: CommOverPty.
-TEST_F(CommTest, OpenPortFailsWithAReasonOrSetsTheLineUpOnceAndClosePortLogsOnce)
+// The greeting, an open port opened again, and the opened and closed lines in the log: CommOverPty.
+TEST_F(CommTest, OpenPortFailsWithAReason)
 {
     line.close();
     line.openFails = true;
     EXPECT_FALSE(comm.OpenPort());
-    EXPECT_TRUE(line.writes.isEmpty());
     EXPECT_EQ(comm.lastError(), line.errorString()); // the reason the line gave
     line.openFails = false; // and a silent instrument
     EXPECT_FALSE(comm.OpenPort());
     EXPECT_FALSE(line.isOpen());
     EXPECT_EQ(comm.lastError(), u"COM3: no answer from VARIMOsentry"_s);
+    EXPECT_EQ(line.settings, u"57600,N,8,1"_s);
     for (const QByteArray &l : logLines())
         EXPECT_FALSE(l.contains("opened"));
-
-    line.writes.clear();
-    line.setResponder([](const QByteArray &w) { return ScriptedLine::Reply {w}; });
-    ASSERT_TRUE(comm.OpenPort());
-    EXPECT_EQ(line.settings, u"57600,N,8,1"_s);
-    EXPECT_EQ(line.writes.size(), 3);
-    ASSERT_TRUE(comm.OpenPort()); // already open: true at once, nothing sent
-    EXPECT_EQ(line.writes.size(), 3);
-
-    comm.ClosePort();
-    comm.ClosePort();
-    EXPECT_FALSE(comm.IsOpen());
-    EXPECT_EQ(logLines().count("COM3 closed"), 1);
 }
 
 TEST_F(CommTest, PortNamesThatNameNoPortAreInvalid)
 {
     const std::tuple<const char *, const char *, bool> cases[] = {
         // given, kept, valid
-        {"COM7", "COM7", true},       {" COM12 ", "COM12", true}, {"nonsense", "COM12", false},
-        {"COM0", "COM12", false},     {"COM255", "COM255", true}, {"COM256", "COM255", false},
-        {"COM70000", "COM255", false}};
+        {"COM7", "COM7", true},
+        {" COM12 ", "COM12", true},
+        {"nonsense", "COM12", false},
+        {"COM0", "COM12", false},
+        {"COM255", "COM255", true},
+        {"COM256", "COM255", false},
+        {"COM70000", "COM255", false},
+#ifndef Q_OS_WIN
+        {"/dev/ttyUSB0", "/dev/ttyUSB0", true}, // a device path names the port directly
+#endif
+    };
     for (const auto &[given, kept, valid] : cases) {
         comm.setComPort(QString::fromLatin1(given));
         EXPECT_EQ(comm.ComPort(), QString::fromLatin1(kept)) << given;
         EXPECT_EQ(comm.IsValidPort(), valid) << given;
     }
 #ifndef Q_OS_WIN
-    comm.setComPort(u"/dev/ttyUSB0"_s); // a device path names the port directly
-    EXPECT_TRUE(comm.IsValidPort() && comm.ComPort() == u"/dev/ttyUSB0"_s);
     comm.setComPort(u" COM12 "_s);
     EXPECT_EQ(line.portName(), u"/dev/ttyS11"_s);
 #endif
-    EXPECT_EQ(modHelper::devicePathForPort(u"  "_s), QString());
 }
 
-// Device lists with "|" for the NUL that ends each name.
-TEST(DosDeviceList, ListsComPortsInNumericOrder)
+// Device lists with "|" for the NUL that ends each name; device paths as a person sorts them.
+TEST(PortList, ListsComPortsInNumericOrder)
 {
     const std::pair<QByteArray, QString> cases[] = {
         {"NUL|COM10|PhysicalDrive0|COM3|COM1|", u"COM1 COM3 COM10"_s}, // numeric order
@@ -207,10 +220,6 @@ TEST(DosDeviceList, ListsComPortsInNumericOrder)
         EXPECT_EQ(modHelper::ParseDosDeviceList(QByteArray(list).replace('|', '\0')).join(u' '),
                   expected)
             << list.left(40).data();
-}
-
-TEST(NaturalOrder, SortsDevicePathsAsAPersonWould)
-{
     QStringList ports = u"/dev/ttyUSB0 /dev/ttyS10 /dev/ttyS2 /dev/ttyACM0 /dev/ttyS0 "
                         u"/dev/ttyUSB10 /dev/ttyUSB9"_s.split(u' ');
     std::sort(ports.begin(), ports.end(), modHelper::naturalLess);

@@ -29,10 +29,7 @@ TEST(Crc, MatchesTheXmodemCheckValuesOverTextsArraysAndAppendedText)
         EXPECT_EQ(cCRC::crc16FromString(text.mid(1), cCRC::crc16FromString(text.left(1), startVal)),
                   expected);
     }
-}
-
-TEST(Crc, LengthZeroRunsOffTheArrayAndFailsCleanly)
-{
+    // Length zero runs off the array: refused like any range beyond it.
     EXPECT_THROW(cCRC::crc16("123456789", 0, 0), UpdaterError);
     EXPECT_THROW(cCRC::crc16("123456789", 9, 1), UpdaterError);
     EXPECT_THROW(cCRC::crc16(QByteArray(), 0, 1), UpdaterError);
@@ -67,18 +64,16 @@ protected:
     cParser parser;
 };
 
-TEST_F(ParserTest, FileOf256BytesGivesTwoPacketsThenEot)
+TEST_F(ParserTest, PacketsCarryTheImageAndEndInEotAShortLastOneOverwritesItsLastByte)
 {
     EXPECT_EQ(parser.OpenFile(writeImage(256)), 256);
     EXPECT_EQ(parser.GetTelegram(1, 128, 255), packet(255, image.left(128)));
     EXPECT_EQ(parser.GetTelegram(129, 128, 0), packet(0, image.mid(128)));
     EXPECT_EQ(parser.GetTelegram(257, 128, 3), QByteArray(1, '\x04'));
-}
 
-TEST_F(ParserTest, ShortLastPacketOverwritesTheLastByteAndLeavesPosition131Zero)
-{
+    // A short last packet: file byte 129 at position 4, 0x1A from position 5 to 130 (file byte 130
+    // is gone), 0 at 131.
     parser.OpenFile(writeImage(130));
-    // File byte 129 at position 4, 0x1A from position 5 to 130 (file byte 130 is gone), 0 at 131.
     const QByteArray data = image.mid(128, 1) + QByteArray(126, '\x1a') + '\0';
     EXPECT_EQ(parser.GetTelegram(129, 128, 2), packet(2, data));
     // A last packet of one byte: that byte is replaced too.
@@ -95,7 +90,6 @@ TEST_F(ParserTest, OpenFileLogsAndReportsProblems)
 
     const QString empty = writeImage(0);
     EXPECT_EQ(parser.OpenFile(empty), 0);
-    EXPECT_EQ(parser.OpenFile(QString()), 0);
     EXPECT_THROW(parser.OpenFile(dir.filePath(u"missing.bin"_s)), UpdaterError);
     const QString full = writeImage(128);
     EXPECT_EQ(parser.OpenFile(full), 128);
@@ -103,7 +97,6 @@ TEST_F(ParserTest, OpenFileLogsAndReportsProblems)
     QFile f(log.path());
     ASSERT_TRUE(f.open(QIODevice::ReadOnly));
     const QList<QByteArray> lines = f.readAll().split('\n');
-    ASSERT_GE(lines.size(), 2);
     EXPECT_TRUE(lines[0].endsWith(" : Error : " + empty.toLatin1() + " not opened\r"));
     EXPECT_TRUE(lines[1].endsWith(" : " + full.toLatin1() + " opened for parsing\r"));
 }

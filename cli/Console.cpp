@@ -1,6 +1,5 @@
 #include "Console.h"
 
-#include <QStringList>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;

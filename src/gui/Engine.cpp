@@ -3,7 +3,6 @@
 #include "link/QtSerialLine.h"
 
 #include <QThread>
-#include <functional>
 #include <future>
 #include <utility>
 
@@ -29,17 +28,6 @@ Engine::Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles 
 {
     m_thread->setObjectName(u"engine"_s);
     m_engineSide->moveToThread(m_thread);
-}
-
-Engine::~Engine()
-{
-    stop();
-}
-
-void Engine::start()
-{
-    if (m_thread->isRunning())
-        return;
     m_thread->start();
     m_engineSide->post([this] { setUp(); });
 }
@@ -67,10 +55,8 @@ void Engine::setUp()
     relay(&Session::jobEvent, &Engine::jobEvent);
 }
 
-void Engine::stop()
+Engine::~Engine()
 {
-    if (!m_thread->isRunning())
-        return;
     // Waits for the running job; the line is closed and destroyed on its own thread.
     std::promise<void> tornDown;
     m_engineSide->post([this, &tornDown] {

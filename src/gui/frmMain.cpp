@@ -52,8 +52,8 @@ frmMain::~frmMain()
     // Closing without the window's close (the program is torn down): still note the end.
     if (!m_closed)
         m_workspace.Stop();
+    // Every wait for the operator ends now; the engine, a member, stops once its job has ended.
     m_operator.releaseAll();
-    m_engine->stop();
     QApplication::instance()->removeEventFilter(this);
 }
 
@@ -95,7 +95,7 @@ void frmMain::buildControls()
     connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);
     connect(cmdUpdate, &QPushButton::clicked, this, &frmMain::cmdUpdate_Click);
     connect(cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
-    connect(cmdQuit, &QPushButton::clicked, this, &frmMain::cmdQuit_Click);
+    connect(cmdQuit, &QPushButton::clicked, this, &QWidget::close);
     connect(cmdTests, &QPushButton::clicked, this, &frmMain::cmdTests_Click);
 }
 
@@ -242,7 +242,6 @@ void frmMain::startEngine()
         if (then && !m_closing)
             then(m_update->Result());
     });
-    m_engine->start();
 }
 
 void frmMain::ShowStatus(const QString &text, int statusKind)
@@ -447,11 +446,6 @@ void frmMain::cmdRetry_Click()
     }
     runJob(Job::disconnect());
     ConnectAndIdentify();
-}
-
-void frmMain::cmdQuit_Click()
-{
-    close();
 }
 
 void frmMain::closeEvent(QCloseEvent *event)

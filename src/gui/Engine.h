@@ -86,7 +86,7 @@ signals:
 
 private:
     // Engine thread.
-    void setUp();
+    void setUp(const EngineLinkFactory &factory, Operator &windows, const SessionFiles &files);
     EngineOutcome runJob(EngineJob job);
 
     QThread *m_thread;
@@ -94,9 +94,6 @@ private:
     // on the GUI thread).
     std::unique_ptr<handover::Inbox> m_engineSide;
     handover::Inbox *m_inbox;
-    EngineLinkFactory m_factory;
-    Operator &m_windows;
-    SessionFiles m_files;
     // Touched on the engine thread only.
     EngineLink m_link;
     std::unique_ptr<Session> m_session;

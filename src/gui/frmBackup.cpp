@@ -87,8 +87,3 @@ QString frmBackup::testFile(BoardKind kind) const
 {
     return m_lists[kind]->currentText();
 }
-
-bool frmBackup::checkBackup() const
-{
-    return chkXML->isChecked();
-}

@@ -10,6 +10,7 @@
 #include "shell/Eligibility.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGroupBox>
@@ -524,7 +525,7 @@ void frmMain::takeTestFiles(const frmBackup &choice)
         if (!file.isEmpty())
             m_workspace.LoadFirmwareFile(kind, file, m_fresh[kind]);
     }
-    m_checkBackup = choice.checkBackup();
+    m_checkBackup = choice.chkXML->isChecked();
     CheckUpdateFiles();
     if (m_connected)
         SetConnectionState(true);

@@ -1,6 +1,5 @@
 #include "Console.h"
 
-#include <QStringList>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -35,8 +34,7 @@ void Console::print(const QString &text)
 
 void Console::error(const QString &text)
 {
-    if (m_err == m_out || m_reportsToError)
-        std::fflush(m_out);
+    // Standard output holds nothing unwritten: every write is flushed at once.
     writeLines(m_err, text);
 }
 

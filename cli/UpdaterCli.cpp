@@ -48,15 +48,28 @@ const CommandForm kCommands[] = {
     {u"journal"_s, 0, 0, false, &UpdaterCli::journal},
 };
 
+// The switches: what each sets, and the commands it belongs to (none named: every command).
+struct Switch
+{
+    QStringList names;
+    bool CliOptions::*value;
+    QStringList commands;
+};
+
+const Switch kSwitches[] = {
+    {{u"yes"_s}, &CliOptions::yes, {}},
+    {{u"v"_s, u"verbose"_s}, &CliOptions::verbose, {}},
+    {{u"json"_s}, &CliOptions::json, {u"identify"_s}},
+    {{u"discard"_s}, &CliOptions::discard, {u"journal"_s}},
+    {{u"allow-downgrade"_s}, &CliOptions::allowDowngrade, {u"update"_s}},
+    {{u"force"_s}, &CliOptions::force, {u"flash"_s, u"restore"_s}},
+    {{u"no-restore"_s}, &CliOptions::noRestore, {u"flash"_s}},
+};
+
 QString timeText(qint64 ms)
 {
     const qint64 s = (ms + 500) / 1000;
     return u"%1:%2"_s.arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
-}
-
-QString absolutePath(const QString &path)
-{
-    return QFileInfo(path).absoluteFilePath();
 }
 
 // Whether an existing device is a serial port (a terminal device); true when it cannot be told.
@@ -95,16 +108,10 @@ std::optional<QString> misfit(const CliOptions &options, bool dirSet)
         return u"wrong number of arguments for '%1'"_s.arg(form->name);
     if (form->needsPort && options.port.isEmpty())
         return u"'%1' needs --port PORT"_s.arg(form->name);
-    if (options.json && options.command != u"identify")
-        return u"--json belongs to identify"_s;
-    if (options.discard && options.command != u"journal")
-        return u"--discard belongs to journal"_s;
-    if (options.allowDowngrade && options.command != u"update")
-        return u"--allow-downgrade belongs to update"_s;
-    if (options.force && options.command != u"flash" && options.command != u"restore")
-        return u"--force belongs to flash and restore"_s;
-    if (options.noRestore && options.command != u"flash")
-        return u"--no-restore belongs to flash"_s;
+    for (const Switch &s : kSwitches) {
+        if (options.*s.value && !s.commands.isEmpty() && !s.commands.contains(options.command))
+            return u"--%1 belongs to %2"_s.arg(s.names.last(), s.commands.join(u" and "_s));
+    }
     if (options.command == u"flash" && !boardFromKey(options.arguments.front()))
         return u"flash: the board is cpu, main or meas, not '%1'"_s.arg(options.arguments.front());
     if (dirSet && options.dir.isEmpty())
@@ -127,17 +134,11 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     const QCommandLineOption dir(u"dir"_s, QString(), u"DIR"_s);
     const QCommandLineOption port(u"port"_s, QString(), u"PORT"_s);
-    const QCommandLineOption yes(u"yes"_s);
-    const QCommandLineOption verbose(QStringList {u"v"_s, u"verbose"_s});
-    const QCommandLineOption json(u"json"_s);
-    const QCommandLineOption allowDowngrade(u"allow-downgrade"_s);
-    const QCommandLineOption force(u"force"_s);
-    const QCommandLineOption noRestore(u"no-restore"_s);
-    const QCommandLineOption discard(u"discard"_s);
     const QCommandLineOption version(u"version"_s);
     const QCommandLineOption help(QStringList {u"help"_s, u"h"_s});
-    parser.addOptions(
-        {dir, port, yes, verbose, json, allowDowngrade, force, noRestore, discard, version, help});
+    parser.addOptions({dir, port, version, help});
+    for (const Switch &s : kSwitches)
+        parser.addOption(QCommandLineOption(s.names));
 
     const auto usage = [&](const QString &text) {
         console.error(u"varimo-updater: "_s + text);
@@ -163,13 +164,8 @@ std::optional<int> ParseCommandLine(const QStringList &arguments, Console &conso
     options->arguments = positional.mid(1);
     options->dir = parser.value(dir);
     options->port = parser.value(port);
-    options->yes = parser.isSet(yes);
-    options->verbose = parser.isSet(verbose);
-    options->json = parser.isSet(json);
-    options->allowDowngrade = parser.isSet(allowDowngrade);
-    options->force = parser.isSet(force);
-    options->noRestore = parser.isSet(noRestore);
-    options->discard = parser.isSet(discard);
+    for (const Switch &s : kSwitches)
+        options->*s.value = parser.isSet(s.names.front());
     if (const std::optional<QString> text = misfit(*options, parser.isSet(dir)))
         return usage(*text);
     return std::nullopt;
@@ -477,14 +473,17 @@ int UpdaterCli::identify()
     return Exit::Success;
 }
 
+QString UpdaterCli::argumentPath(qsizetype i) const
+{
+    return i < m_options.arguments.size() ? QFileInfo(m_options.arguments.at(i)).absoluteFilePath()
+                                          : QString();
+}
+
 int UpdaterCli::backup()
 {
-    QString file;
-    if (!m_options.arguments.isEmpty()) {
-        file = absolutePath(m_options.arguments.front());
-        if (!QFileInfo(QFileInfo(file).absolutePath()).isDir())
-            fail(Exit::Usage, u"The folder of %1 does not exist."_s.arg(file));
-    }
+    const QString file = argumentPath(0);
+    if (!file.isEmpty() && !QFileInfo(QFileInfo(file).absolutePath()).isDir())
+        fail(Exit::Usage, u"The folder of %1 does not exist."_s.arg(file));
     connectForParameters(u"its parameters cannot be read. "_s);
     // Connected as the windows are: the port is the one offered next time.
     setConnectionState(true);
@@ -512,11 +511,9 @@ void UpdaterCli::checkSettings()
 
 int UpdaterCli::restore()
 {
-    QString file;
-    if (!m_options.arguments.isEmpty()) {
-        file = absolutePath(m_options.arguments.front());
+    QString file = argumentPath(0);
+    if (!file.isEmpty())
         checkBackupFile(file);
-    }
     connectForParameters(QString());
     if (file.isEmpty()) {
         file = m_workspace->pathFor(m_session->defaultBackupFile(Job::Kind::Restore));
@@ -600,7 +597,7 @@ int UpdaterCli::readAgain()
 int UpdaterCli::flash()
 {
     const BoardKind board = *boardFromKey(m_options.arguments.at(0));
-    const QString file = absolutePath(m_options.arguments.at(1));
+    const QString file = argumentPath(1);
     const QFileInfo info(file);
     if (!info.isFile() || !info.isReadable())
         fail(Exit::Usage, u"Cannot read the firmware file %1."_s.arg(file));
@@ -636,7 +633,7 @@ int UpdaterCli::diff()
 {
     cXML documents[2];
     for (int i = 0; i < 2; ++i) {
-        const QString file = absolutePath(m_options.arguments.at(i));
+        const QString file = argumentPath(i);
         if (!documents[i].OpenXMLDocument(file))
             fail(Exit::Usage, u"%1 is no backup file: %2"_s.arg(file, documents[i].errorString()));
     }

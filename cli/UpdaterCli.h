@@ -78,6 +78,8 @@ public:
     int diff();
 
 private:
+    // The command's argument i as an absolute path; empty when it was not given.
+    QString argumentPath(qsizetype i) const;
     bool discardJournal(const QString &path);
     void printJournal();
     // Starts the workspace and the session (and checks the port, withPort); ends the command

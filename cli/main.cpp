@@ -25,6 +25,5 @@ int main(int argc, char *argv[])
     const Workspace::Folders folders = options.dir.isEmpty()
         ? Workspace::ChooseFolders(QCoreApplication::applicationDirPath(), Workspace::UserDataDir())
         : Workspace::Folders();
-    UpdaterCli cli(options, console, line, clock, folders);
-    return cli.run();
+    return UpdaterCli(options, console, line, clock, folders).run();
 }

@@ -3,7 +3,6 @@
 #include "link/QtSerialLine.h"
 
 #include <QThread>
-#include <functional>
 #include <future>
 #include <utility>
 
@@ -23,32 +22,19 @@ Engine::Engine(EngineLinkFactory factory, Operator &windows, const SessionFiles 
     , m_thread(new QThread(this))
     , m_engineSide(std::make_unique<handover::Inbox>(nullptr))
     , m_inbox(new handover::Inbox(this))
-    , m_factory(std::move(factory))
-    , m_windows(windows)
-    , m_files(files)
 {
     m_thread->setObjectName(u"engine"_s);
     m_engineSide->moveToThread(m_thread);
-}
-
-Engine::~Engine()
-{
-    stop();
-}
-
-void Engine::start()
-{
-    if (m_thread->isRunning())
-        return;
     m_thread->start();
-    m_engineSide->post([this] { setUp(); });
+    m_engineSide->post(
+        [this, factory = std::move(factory), &windows, files] { setUp(factory, windows, files); });
 }
 
-void Engine::setUp()
+void Engine::setUp(const EngineLinkFactory &factory, Operator &windows, const SessionFiles &files)
 {
-    m_link = m_factory(m_windows);
-    Operator &op = m_link.op ? *m_link.op : m_windows;
-    m_session = std::make_unique<Session>(*m_link.line, *m_link.clock, op, m_files);
+    m_link = factory(windows);
+    Operator &op = m_link.op ? *m_link.op : windows;
+    m_session = std::make_unique<Session>(*m_link.line, *m_link.clock, op, files);
 
     // Each report is copied on the engine thread and handed to the GUI thread, which passes it on
     // to the windows.
@@ -67,10 +53,8 @@ void Engine::setUp()
     relay(&Session::jobEvent, &Engine::jobEvent);
 }
 
-void Engine::stop()
+Engine::~Engine()
 {
-    if (!m_thread->isRunning())
-        return;
     // Waits for the running job; the line is closed and destroyed on its own thread.
     std::promise<void> tornDown;
     m_engineSide->post([this, &tornDown] {

@@ -60,8 +60,8 @@ struct EngineOutcome
 // line, the clock and the session are created (through the factory), used and destroyed on the
 // engine thread only, by functions posted to it. One job runs at a time; jobs queue in the order
 // they were asked for. Outcomes and reports arrive on the GUI thread as copies, by the signals.
-// Shutdown (stop, or the destructor) lets the running job end, then quits the thread and waits
-// for it.
+// The thread starts with the engine; the destructor lets the running job end, then quits the
+// thread and waits for it.
 class Engine : public QObject
 {
     Q_OBJECT
@@ -71,8 +71,6 @@ public:
            QObject *parent = nullptr);
     ~Engine() override;
 
-    void start();
-    void stop();
     // Jobs asked for whose outcome has not arrived yet.
     int pendingJobs() const { return m_pending; }
 
@@ -88,7 +86,7 @@ signals:
 
 private:
     // Engine thread.
-    void setUp();
+    void setUp(const EngineLinkFactory &factory, Operator &windows, const SessionFiles &files);
     EngineOutcome runJob(EngineJob job);
 
     QThread *m_thread;
@@ -96,9 +94,6 @@ private:
     // on the GUI thread).
     std::unique_ptr<handover::Inbox> m_engineSide;
     handover::Inbox *m_inbox;
-    EngineLinkFactory m_factory;
-    Operator &m_windows;
-    SessionFiles m_files;
     // Touched on the engine thread only.
     EngineLink m_link;
     std::unique_ptr<Session> m_session;

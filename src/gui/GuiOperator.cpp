@@ -1,7 +1,6 @@
 #include "GuiOperator.h"
 
 #include "gui/InstructionDialogs.h"
-#include "gui/ThreadHandover.h"
 #include "gui/frmUpdate.h"
 #include "shell/AppInfo.h"
 

@@ -97,8 +97,7 @@ int run(int argc, char *argv[])
         u"screenshot"_s, u"Save the connected window to FILE and quit."_s, u"FILE"_s);
     connectOption.setFlags(QCommandLineOption::HiddenFromHelp);
     screenshotOption.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOption(connectOption);
-    parser.addOption(screenshotOption);
+    parser.addOptions({connectOption, screenshotOption});
     parser.process(app);
 
     const QString programDir = QCoreApplication::applicationDirPath();
@@ -109,10 +108,7 @@ int run(int argc, char *argv[])
     if (!claim(server, InstanceKey(programDir)))
         return 0;
 
-    frmMainSetup setup;
-    setup.programDir = folders.program;
-    setup.dataDir = folders.data;
-    frmMain window(setup);
+    frmMain window(frmMainSetup {folders.program, folders.data});
     bringToFrontOnRequest(server, window);
     window.show();
 

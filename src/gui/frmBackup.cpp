@@ -74,24 +74,16 @@ void frmBackup::Init(const QString &cpuBin, const QString &mainBin, const QStrin
 
 void frmBackup::fillList(QComboBox *list, const QString &prefix, const QString &preselected)
 {
-    list->clear();
-    list->addItem(QString());
-    list->setCurrentIndex(0);
     const QStringList files =
         modHelper::ListFiles(m_folder, prefix, modHelper::kFirmwareExtension.toString());
-    for (const QString &file : files) {
-        list->addItem(file);
-        if (file == preselected)
-            list->setCurrentIndex(list->count() - 1);
-    }
+    list->clear();
+    list->addItem(QString());
+    list->addItems(files);
+    // The empty entry when the preselected file is not among them.
+    list->setCurrentIndex(int(files.lastIndexOf(preselected)) + 1);
 }
 
 QString frmBackup::testFile(BoardKind kind) const
 {
     return m_lists[kind]->currentText();
-}
-
-bool frmBackup::checkBackup() const
-{
-    return chkXML->isChecked();
 }

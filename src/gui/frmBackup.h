@@ -25,10 +25,9 @@ public:
     void Init(const QString &cpuBin, const QString &mainBin, const QString &measBin);
 
     bool Accepted() const { return result() == QDialog::Accepted; }
-    // After OK: the file chosen for the board (empty: leave it as it is), and the choice to check
-    // the backup.
+    // After OK: the file chosen for the board (empty: leave it as it is); chkXML holds the choice
+    // to check the backup.
     QString testFile(BoardKind kind) const;
-    bool checkBackup() const;
 
     QComboBox *cmbCPU;
     QComboBox *cmbMain;

@@ -10,6 +10,7 @@
 #include "shell/Eligibility.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGroupBox>
@@ -52,8 +53,8 @@ frmMain::~frmMain()
     // Closing without the window's close (the program is torn down): still note the end.
     if (!m_closed)
         m_workspace.Stop();
+    // Every wait for the operator ends now; the engine, a member, stops once its job has ended.
     m_operator.releaseAll();
-    m_engine->stop();
     QApplication::instance()->removeEventFilter(this);
 }
 
@@ -95,7 +96,7 @@ void frmMain::buildControls()
     connect(cmdRetry, &QToolButton::clicked, this, &frmMain::cmdRetry_Click);
     connect(cmdUpdate, &QPushButton::clicked, this, &frmMain::cmdUpdate_Click);
     connect(cmdRestore, &QPushButton::clicked, this, &frmMain::cmdRestore_Click);
-    connect(cmdQuit, &QPushButton::clicked, this, &frmMain::cmdQuit_Click);
+    connect(cmdQuit, &QPushButton::clicked, this, &QWidget::close);
     connect(cmdTests, &QPushButton::clicked, this, &frmMain::cmdTests_Click);
 }
 
@@ -242,7 +243,6 @@ void frmMain::startEngine()
         if (then && !m_closing)
             then(m_update->Result());
     });
-    m_engine->start();
 }
 
 void frmMain::ShowStatus(const QString &text, int statusKind)
@@ -449,11 +449,6 @@ void frmMain::cmdRetry_Click()
     ConnectAndIdentify();
 }
 
-void frmMain::cmdQuit_Click()
-{
-    close();
-}
-
 void frmMain::closeEvent(QCloseEvent *event)
 {
     if (m_closed) {
@@ -530,7 +525,7 @@ void frmMain::takeTestFiles(const frmBackup &choice)
         if (!file.isEmpty())
             m_workspace.LoadFirmwareFile(kind, file, m_fresh[kind]);
     }
-    m_checkBackup = choice.checkBackup();
+    m_checkBackup = choice.chkXML->isChecked();
     CheckUpdateFiles();
     if (m_connected)
         SetConnectionState(true);

@@ -56,7 +56,6 @@ public:
     QString statusText() const { return m_statusText; }
     int statusKind() const { return m_statusKind; }
     QString backupFileName() const { return m_backupFileName; }
-    const BoardSet &currentBoards() const { return m_current; }
     frmUpdate *updateWindow() const { return m_update; }
 
     QGroupBox *fraConnect;
@@ -108,7 +107,6 @@ private:
     void cmdRestore_Click();
     void cmdRetry_Click();
     void discardUnfinishedRun();
-    void cmdQuit_Click();
     void cmdTests_Click();
     void takeTestFiles(const frmBackup &choice);
     void Form_KeyUp();

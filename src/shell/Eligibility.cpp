@@ -29,15 +29,9 @@ Verdict belowMinimum(BoardKind kind, const QString &minimum)
 // downgrade.
 qint32 ColorOf(Plan plan)
 {
-    switch (plan) {
-    case Plan::Upgrade:
-        return cControler::kBlue;
-    case Plan::Downgrade:
-        return cControler::kRed;
-    case Plan::Keep:
-        break;
-    }
-    return cControler::kBlack;
+    return plan == Plan::Upgrade  ? cControler::kBlue
+        : plan == Plan::Downgrade ? cControler::kRed
+                                  : cControler::kBlack;
 }
 
 } // namespace

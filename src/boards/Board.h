@@ -77,6 +77,7 @@ public:
     auto end() { return m_values.end(); }
     auto begin() const { return m_values.begin(); }
     auto end() const { return m_values.end(); }
+    bool operator==(const PerBoard &other) const = default;
 
 private:
     std::array<T, kBoardCount> m_values {};

@@ -27,9 +27,7 @@ using Keyed = std::pair<QString, QByteArray>;
 void compareKeyed(const QString &board, bool identity, const QList<Keyed> &first,
                   const QList<Keyed> &second, QList<Difference> &out)
 {
-    QHash<QString, QByteArray> theirs;
-    for (const Keyed &p : second)
-        theirs.insert(p.first, p.second);
+    const QHash<QString, QByteArray> theirs(second.cbegin(), second.cend());
     QSet<QString> seen;
     for (const Keyed &p : first) {
         seen.insert(p.first);

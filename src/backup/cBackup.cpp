@@ -177,6 +177,12 @@ bool cBackup::CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &a
     return answer.split(';').first() == telegram.split(';').first();
 }
 
+bool cBackup::fail(const QString &error)
+{
+    m_lastError = error;
+    return false;
+}
+
 bool cBackup::SendAndExpectEcho(const QByteArray &telegram)
 {
     const QByteArray answer = m_comm->Transceive(telegram);
@@ -228,19 +234,13 @@ bool cBackup::ReadValue(cXML &xml, const QByteArray &telegram, const QString &ke
                         const QByteArray &keyValue, bool withCrc)
 {
     QByteArray answer = m_comm->Transceive(telegram);
-    if (!answers(telegram, answer)) {
-        m_lastError = invalidAnswer(answer);
-        return false;
-    }
-    if (withCrc && !CheckAnswerCrc(answer)) {
-        m_lastError = u"Invalid CRC Answer: "_s + QString::fromLatin1(answer);
-        return false;
-    }
+    if (!answers(telegram, answer))
+        return fail(invalidAnswer(answer));
+    if (withCrc && !CheckAnswerCrc(answer))
+        return fail(u"Invalid CRC Answer: "_s + QString::fromLatin1(answer));
     const QByteArray value = ExtractValue(telegram, answer, withCrc);
-    if (!CheckTelegram(telegram + ';' + value).isEmpty()) {
-        m_lastError = invalidAnswer(answer);
-        return false;
-    }
+    if (!CheckTelegram(telegram + ';' + value).isEmpty())
+        return fail(invalidAnswer(answer));
     xml.CreateAndSetChild(u"Value"_s, value);
     xml.SetAttribute(key, keyValue);
     xml.SetParent();
@@ -269,10 +269,8 @@ bool cBackup::SecureData(const QString &fileName, const QString &serialNumber)
     m_lastError.clear();
     m_partialFile.clear();
     m_currAction = actionFor(BoardKind::Main);
-    if (fileName.isEmpty()) {
-        m_lastError = u"No backup file name: the serial number was not read."_s;
-        return false;
-    }
+    if (fileName.isEmpty())
+        return fail(u"No backup file name: the serial number was not read."_s);
     // The new backup is written beside the previous one, which stays in place under its own name
     // until the new one is complete.
     const QString partial = fileName + u".incomplete"_s;
@@ -311,11 +309,9 @@ bool cBackup::PutInPlace(const QString &partial, const QString &fileName)
     std::error_code error;
     std::filesystem::rename(std::filesystem::path(partial.toStdU16String()),
                             std::filesystem::path(fileName.toStdU16String()), error);
-    if (error) {
-        m_lastError = u"Cannot put the backup file %1 in place of %2: %3"_s.arg(
-            partial, fileName, QString::fromStdString(error.message()));
-        return false;
-    }
+    if (error)
+        return fail(u"Cannot put the backup file %1 in place of %2: %3"_s.arg(
+            partial, fileName, QString::fromStdString(error.message())));
     return true;
 }
 
@@ -357,18 +353,13 @@ bool cBackup::VerifySaved(const cXML &xml, const QString &fileName)
 {
     // No board may be flashed after a backup that did not reach the disk intact.
     cXML saved;
-    if (!saved.OpenXMLDocument(fileName)) {
-        m_lastError =
-            u"Backup file %1 cannot be read back: %2"_s.arg(fileName, saved.errorString());
-        return false;
-    }
+    if (!saved.OpenXMLDocument(fileName))
+        return fail(u"Backup file %1 cannot be read back: %2"_s.arg(fileName, saved.errorString()));
     for (const BoardKind board : kUpdateOrder) {
         const QString difference = xml.FirstDifference(saved, elementFor(board));
-        if (!difference.isEmpty()) {
-            m_lastError =
-                u"Backup file %1 differs from what was read: %2"_s.arg(fileName, difference);
-            return false;
-        }
+        if (!difference.isEmpty())
+            return fail(
+                u"Backup file %1 differs from what was read: %2"_s.arg(fileName, difference));
     }
     return true;
 }
@@ -378,15 +369,11 @@ bool cBackup::RestoreData(BoardKind board, const QString &xmlSource)
     m_currAction = actionFor(board);
 
     cXML xml;
-    if (!xml.OpenXMLDocument(xmlSource)) {
-        m_lastError = u"Cannot open backup file %1: %2"_s.arg(xmlSource, xml.errorString());
-        return false;
-    }
+    if (!xml.OpenXMLDocument(xmlSource))
+        return fail(u"Cannot open backup file %1: %2"_s.arg(xmlSource, xml.errorString()));
     QList<QByteArray> telegrams;
-    if (const QString why = restoreTelegrams(xml, board, xmlSource, telegrams); !why.isEmpty()) {
-        m_lastError = why;
-        return false;
-    }
+    if (const QString why = restoreTelegrams(xml, board, xmlSource, telegrams); !why.isEmpty())
+        return fail(why);
 
     m_comm->Transceive(boardFacts(board).select);
     bool writeEnable = true;
@@ -413,17 +400,13 @@ bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
     QByteArray answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
     if (telegram == "CEO;1")
         m_comm->clock().sleepMs(kWaitAfterCalibrationOpenMs);
-    if (answer.isEmpty()) {
-        m_lastError = invalidAnswer(answer);
-        return false;
-    }
+    if (answer.isEmpty())
+        return fail(invalidAnswer(answer));
     if (!accepted(telegram, answer)) {
         // Asked once more; "E;20" is no longer taken for an answer then.
         answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-        if (answer.isEmpty() || !CheckRestoreAnswer(telegram, answer)) {
-            m_lastError = invalidAnswer(answer);
-            return false;
-        }
+        if (answer.isEmpty() || !CheckRestoreAnswer(telegram, answer))
+            return fail(invalidAnswer(answer));
     } else if (answer != "E;20" && telegram.contains(';') && !echoesSameValue(telegram, answer)) {
         // The board took the command but echoed another value, not merely the same number in
         // its own format ("5" as "5.0"). A value garbled on its way would stay on the board, so
@@ -431,10 +414,8 @@ bool cBackup::RestoreTelegram(const QByteArray &telegram, bool writeEnable)
         if (writeEnable)
             m_comm->Transceive("CEW;1");
         answer = m_comm->Transceive(telegram, kRestoreTimeoutMs);
-        if (!accepted(telegram, answer)) {
-            m_lastError = invalidAnswer(answer);
-            return false;
-        }
+        if (!accepted(telegram, answer))
+            return fail(invalidAnswer(answer));
         if (answer != telegram && m_comm->log())
             m_comm->log()->UpdateLog(u"Restore: "_s + QString::fromLatin1(telegram) +
                                      u" echoed as "_s + QString::fromLatin1(answer));

@@ -73,6 +73,8 @@ public:
     static bool CheckRestoreAnswer(const QByteArray &telegram, const QByteArray &answer);
 
 private:
+    // Keeps error as LastError() and returns false, for the step that failed.
+    bool fail(const QString &error);
     // Sends the telegram; true when the board echoes it, else LastError says what came instead.
     bool SendAndExpectEcho(const QByteArray &telegram);
     bool ReadValue(cXML &xml, const QByteArray &telegram, const QString &key,

@@ -142,11 +142,6 @@ QString escapedText(QStringView text, bool (*escape)(char16_t))
     return out;
 }
 
-cXML::cXML(Clock *clock)
-    : m_clock(clock)
-{
-}
-
 void cXML::reset()
 {
     m_doc = QDomDocument();
@@ -282,12 +277,6 @@ void cXML::CreateAndSetChild(const QString &name, const QByteArray &text)
     QDomElement child = createElement(name, text);
     current.appendChild(child);
     m_current = child;
-}
-
-void cXML::AppendToCurrent(const QString &name, const QByteArray &text)
-{
-    CreateAndSetChild(name, text);
-    SetParent();
 }
 
 void cXML::CreateAndSetSibling(const QString &name, const QByteArray &text)

@@ -67,7 +67,10 @@ class cXML
 {
 public:
     // The clock gives the creation time; the system clock when none is given.
-    explicit cXML(Clock *clock = nullptr);
+    explicit cXML(Clock *clock = nullptr)
+        : m_clock(clock)
+    {
+    }
 
     // Starts a new document for fileName: root "VARIMOsentry" with "DocumentVersion" and
     // "Created" (the local date-time as readable text), made current and saved at once.
@@ -82,8 +85,6 @@ public:
     // Appends an element with that text (none when empty) as the last child of the current
     // element and makes it current.
     void CreateAndSetChild(const QString &name, const QByteArray &text);
-    // Appends a child like CreateAndSetChild; the cursor stays where it was.
-    void AppendToCurrent(const QString &name, const QByteArray &text);
     // Appends an element behind the current one, under the same parent, and makes it current.
     void CreateAndSetSibling(const QString &name, const QByteArray &text);
     // Makes the parent of the current element current.

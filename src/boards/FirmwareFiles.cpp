@@ -42,14 +42,8 @@ QStringList ListFiles(const QString &dir, const QString &prefix, const QString &
 {
     QString pattern = prefix.trimmed().isEmpty() ? u"*."_s : u"*"_s + prefix + u"*."_s;
     pattern += extension.isEmpty() ? u"*"_s : extension;
-    const QRegularExpression match = wildcard(pattern);
-
-    QStringList names;
-    const QStringList entries = QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted);
-    for (const QString &name : entries) {
-        if (match.match(name).hasMatch())
-            names.append(name);
-    }
+    QStringList names =
+        QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Unsorted).filter(wildcard(pattern));
     SortStrings(names);
     return names;
 }

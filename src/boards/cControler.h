@@ -25,7 +25,6 @@ public:
     static constexpr int kProbeSleepMs = 3000;
     static constexpr int kProbeReadMs = 1000;
 
-    BoardKind Controler() const { return m_controler; }
     void setControler(BoardKind kind) { m_controler = kind; }
 
     // The exact size of the board's firmware image in 128-byte packets.
@@ -54,7 +53,6 @@ public:
     QString Firmware() const { return m_firmware; }
     void setFirmware(const QString &s) { m_firmware = s; }
     QString SerialNumber() const { return m_serialNumber; }
-    void setSerialNumber(const QString &s) { m_serialNumber = s; }
 
     // Name and Firmware both known.
     bool IsValid() const { return !m_name.isEmpty() && !m_firmware.isEmpty(); }

@@ -65,6 +65,16 @@ inline const QString kContinue = QStringLiteral("Continue with OK.");
 inline const QString kCheckConnection = QStringLiteral("Check connection to VARIMOsentry.");
 inline const QString kTryRestoreAgain =
     QStringLiteral("Try again to restore parameters with Restore Data - button.");
-QStringList cpuUpdateMode();
-QStringList mainBoardRestart();
+inline QStringList cpuUpdateMode()
+{
+    return {kReset, QStringLiteral("Switch VARIMOsentry to the Update Mode as follows:"),
+            QStringLiteral("Press and hold the RANGE && SETUP buttons simultaneously, press the "
+                           "POWER KEY for one second and then release the RANGE && SETUP buttons "
+                           "when the power LED is blinking."),
+            kContinue};
+}
+inline QStringList mainBoardRestart()
+{
+    return {kReset, kPower, kWaitForDisplay, kContinue};
+}
 } // namespace InstructionText

@@ -34,26 +34,22 @@ void cComm::setComPort(const QString &portName)
     m_portValid = false;
 
     // "COMn" names a port by number; on Linux a device path names it directly.
-    QString device;
     QString text = portName;
     bool isNumber = false;
     const int number = text.remove(u"COM"_s).trimmed().toShort(&isNumber);
-    if (isNumber) {
-        if (number < 1 || number > modHelper::kHighestComPort)
-            return;
-        device = modHelper::devicePathForPort(u"COM%1"_s.arg(number));
-    } else {
+    if (isNumber && (number < 1 || number > modHelper::kHighestComPort))
+        return;
 #ifdef Q_OS_WIN
+    if (!isNumber)
         return;
 #else
-        device = portName.trimmed();
-        if (!device.startsWith(u'/'))
-            return;
-#endif
-    }
-    if (!m_line.setPortName(device))
+    if (!isNumber && !portName.trimmed().startsWith(u'/'))
         return;
-    m_portName = isNumber ? u"COM%1"_s.arg(number) : device;
+#endif
+    const QString name = isNumber ? u"COM%1"_s.arg(number) : portName.trimmed();
+    if (!m_line.setPortName(modHelper::devicePathForPort(name)))
+        return;
+    m_portName = name;
     m_portValid = true;
 }
 

@@ -18,26 +18,13 @@ bool versionsDiffer(const BoardSet &current, const BoardSet &fresh)
     });
 }
 
-Verdict belowMinimum(BoardKind kind, const QString &minimum)
-{
-    const QString limit = u"Update only possible to firmware versions >= "_s + minimum;
-    return {false, QString::fromLatin1(boardFacts(kind).belowMinimumText) + u"\r\n"_s + limit,
-            eError};
-}
-
 // The panel colour of a plan, in the 0x00BBGGRR encoding: black, blue for an upgrade, red for a
 // downgrade.
 qint32 ColorOf(Plan plan)
 {
-    switch (plan) {
-    case Plan::Upgrade:
-        return cControler::kBlue;
-    case Plan::Downgrade:
-        return cControler::kRed;
-    case Plan::Keep:
-        break;
-    }
-    return cControler::kBlack;
+    return plan == Plan::Upgrade  ? cControler::kBlue
+        : plan == Plan::Downgrade ? cControler::kRed
+                                  : cControler::kBlack;
 }
 
 } // namespace
@@ -110,7 +97,10 @@ Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Set
     for (const BoardKind kind : kPanelOrder) {
         const QString &minimum = settings.minimumVersions[kind];
         if (CompareVersions(current[kind].Firmware(), minimum) == -1)
-            v = belowMinimum(kind, minimum);
+            v = {false,
+                 QString::fromLatin1(boardFacts(kind).belowMinimumText) +
+                     u"\r\nUpdate only possible to firmware versions >= "_s + minimum,
+                 eError};
     }
     const bool anyNewer = std::ranges::any_of(kPanelOrder, [&](BoardKind kind) {
         return CompareVersions(current[kind].Firmware(), fresh[kind].Firmware()) == -1;

@@ -10,11 +10,6 @@ namespace {
 SystemClock g_systemClock;
 }
 
-cLog::cLog(Clock *clock)
-    : m_clock(clock)
-{
-}
-
 void cLog::Init(const QString &path)
 {
     QMutexLocker lock(&m_mutex);

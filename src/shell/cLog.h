@@ -20,7 +20,10 @@ class cLog : public LogSink
 {
 public:
     // clock: whose local time stamps the entries (the system clock when none is given).
-    explicit cLog(Clock *clock = nullptr);
+    explicit cLog(Clock *clock = nullptr)
+        : m_clock(clock)
+    {
+    }
 
     // Stores the path; opens nothing.
     void Init(const QString &path);
@@ -29,7 +32,6 @@ public:
     // Opens the file for appending (creating it); sets logging on. False for an empty path or a
     // file that cannot be opened (errorString() says why).
     bool OpenLog();
-    void CloseLog() { }
 
     // Writes one entry when logging is on. additionalTabs adds to the default indent; a negative
     // newline puts that many empty lines before the entry, a positive one that many after it.

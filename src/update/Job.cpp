@@ -6,6 +6,10 @@ namespace {
 
 QString boardLeft(const JobResult &r)
 {
+    if (!r.board)
+        return r.stage == Stage::Backup
+            ? u"No board was changed: the parameter backup did not finish."_s
+            : u"No board was changed."_s;
     const QString name = boardName(*r.board);
     switch (r.boardState) {
     case BoardCondition::BootloaderUncertain:
@@ -36,13 +40,7 @@ QString boardLeft(const JobResult &r)
 
 QString describeWhereLeft(const JobResult &result)
 {
-    QString text;
-    if (!result.board)
-        text = result.stage == Stage::Backup
-            ? u"No board was changed: the parameter backup did not finish."_s
-            : u"No board was changed."_s;
-    else
-        text = boardLeft(result);
+    QString text = boardLeft(result);
     if (!result.updatedBoards.isEmpty()) {
         QStringList names;
         for (const BoardKind board : result.updatedBoards)

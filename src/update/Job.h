@@ -42,8 +42,8 @@ struct Job
     };
 
     Kind kind = Kind::Connect;
-    QString port; // Connect
-    QString file; // Backup, Restore, Flash
+    QString port {}; // Connect
+    QString file {}; // Backup, Restore, Flash
     BoardKind board = BoardKind::Cpu; // SingleBoard, Flash
     bool allowDowngrade = false; // Update: boards with an older file are updated too
     bool checkBackup = false; // Update in test mode: a second backup after the run
@@ -52,33 +52,15 @@ struct Job
     bool keepParameters = true;
     bool force = false; // Restore: also a backup made from another instrument
 
-    static Job connectTo(const QString &port) { return make(Kind::Connect, port, {}); }
-    static Job disconnect() { return make(Kind::Disconnect, {}, {}); }
-    static Job discardJournal() { return make(Kind::DiscardJournal, {}, {}); }
-    static Job restore(const QString &file = {}) { return make(Kind::Restore, {}, file); }
+    static Job connectTo(const QString &port) { return {.kind = Kind::Connect, .port = port}; }
+    static Job disconnect() { return {.kind = Kind::Disconnect}; }
+    static Job discardJournal() { return {.kind = Kind::DiscardJournal}; }
+    static Job restore(const QString &file = {}) { return {.kind = Kind::Restore, .file = file}; }
     static Job update(bool allowDowngrade, bool checkBackup = false)
     {
-        Job job = make(Kind::Update, {}, {});
-        job.allowDowngrade = allowDowngrade;
-        job.checkBackup = checkBackup;
-        return job;
+        return {.kind = Kind::Update, .allowDowngrade = allowDowngrade, .checkBackup = checkBackup};
     }
-    static Job singleBoard(BoardKind board)
-    {
-        Job job = make(Kind::SingleBoard, {}, {});
-        job.board = board;
-        return job;
-    }
-
-private:
-    static Job make(Kind kind, const QString &port, const QString &file)
-    {
-        Job job;
-        job.kind = kind;
-        job.port = port;
-        job.file = file;
-        return job;
-    }
+    static Job singleBoard(BoardKind board) { return {.kind = Kind::SingleBoard, .board = board}; }
 };
 
 // A job's progress: a stage of a board begins (board empty for the backup).
@@ -100,7 +82,7 @@ struct TransferProgress
     qint64 elapsedMs = 0;
     qint64 remainingMs = -1; // -1 while unknown
     // The current-action line of the update window for this packet.
-    QString text;
+    QString text {};
 };
 
 // How a job ended.
@@ -118,17 +100,17 @@ struct JobResult
     Status status = Status::Failed;
     Refusal refusal = Refusal::None;
     // Where it failed (or was cancelled): the board (empty before any board) and the stage.
-    std::optional<BoardKind> board;
+    std::optional<BoardKind> board {};
     Stage stage = Stage::None;
     BoardCondition boardState = BoardCondition::Untouched;
     // The boards a run finished before it ended.
-    QList<BoardKind> updatedBoards;
+    QList<BoardKind> updatedBoards {};
     // The firmware the failed board was to get, and how far its transfer came.
-    QString firmware;
+    QString firmware {};
     qint64 bytesSent = 0;
     qint64 bytesTotal = 0;
     // Why it failed, as the operator is told.
-    QString message;
+    QString message {};
 
     bool succeeded() const { return status == Status::Succeeded; }
 };

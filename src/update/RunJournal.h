@@ -50,7 +50,7 @@ public:
     QString path; // the file
     QString serialNumber;
     QString backupFile; // the backup made before the run (a name in the data folder or a path)
-    QList<Board> boards; // in the order of the run
+    QList<Board> boards {}; // in the order of the run
 };
 
 // What was found on disk for an instrument.

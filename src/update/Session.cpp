@@ -36,8 +36,6 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
     connect(&m_run, &UpdateRun::succeeded, this, &Session::succeeded);
 }
 
-Session::~Session() = default;
-
 QString Session::defaultBackupFile(Job::Kind kind) const
 {
     if (!m_connection.backupFileName.isEmpty())
@@ -59,11 +57,9 @@ JobResult Session::run(const Job &job)
             return connectJob(job.port);
         if (job.kind == Job::Kind::Disconnect)
             return disconnectJob();
-        if (job.kind == Job::Kind::DiscardJournal) {
-            result.status =
-                discardJournal() ? JobResult::Status::Succeeded : JobResult::Status::Failed;
-            return result;
-        }
+        if (job.kind == Job::Kind::DiscardJournal)
+            return {.status = discardJournal() ? JobResult::Status::Succeeded
+                                               : JobResult::Status::Failed};
         result = runJob(job);
     } catch (const UpdaterError &e) {
         result = m_run.failWith(e.message());
@@ -128,8 +124,7 @@ QString Session::backupBesideJournal(const QString &file) const
         QFileInfo(QDir(m_files.dataDir).filePath(file)) !=
             QFileInfo(QDir(m_files.dataDir).filePath(m_journal->backupFile)))
         return file;
-    QString name = file;
-    return name.replace(u".xml"_s, u"_after_interrupted_update.xml"_s);
+    return QString(file).replace(u".xml"_s, u"_after_interrupted_update.xml"_s);
 }
 
 Connection::Result Session::ConnectAndIdentify(const QString &portText)
@@ -145,45 +140,32 @@ Connection::Result Session::ConnectAndIdentify(const QString &portText)
         return r;
     }
 
-    bool read = true;
     for (const BoardKind kind : kReadOrder) {
         cControler &board = m_current[kind];
-        read = board.InitFromDevice(&m_comm, kind);
-        if (!read) {
-            if (board.IsInBTLMode())
-                r.bootloaderBoard = kind;
-            else
-                r.error = board.LastError();
-            break;
-        }
-    }
-    r.boardsRead = read;
-    if (!read)
+        if (board.InitFromDevice(&m_comm, kind))
+            continue;
+        if (board.IsInBTLMode())
+            r.bootloaderBoard = kind;
+        else
+            r.error = board.LastError();
         return r;
+    }
+    r.boardsRead = true;
 
     m_comm.Transceive("DHR;0");
     const QByteArray serialAnswer = m_comm.Transceive("SER");
     if (!serialAnswer.isEmpty()) {
-        QString error;
-        if (SerialNumberFromAnswer(serialAnswer, &r.serialNumber, &error)) {
+        if (SerialNumberFromAnswer(serialAnswer, &r.serialNumber, &r.error)) {
             // The backup name of the settings with ".xml" replaced by "_" + serial number + ".xml".
             QString name = Settings::read(*m_files.ini).backupFileName;
             r.backupFileName = name.replace(u".xml"_s, u"_"_s + r.serialNumber + u".xml"_s);
             r.backupExists = QFile::exists(QDir(m_files.dataDir).filePath(r.backupFileName));
         } else {
-            r.error = error;
-            m_files.log->UpdateLog(error);
+            m_files.log->UpdateLog(r.error);
         }
     }
     r.connected = true;
     return r;
-}
-
-void Session::Disconnect()
-{
-    if (m_comm.IsOpen() && !m_comm.Transceive("DHR;0", kDisconnectTimeoutMs).isEmpty())
-        m_comm.Transceive("KEY;1", kDisconnectTimeoutMs);
-    m_comm.ClosePort();
 }
 
 JobResult Session::connectJob(const QString &port)
@@ -199,16 +181,13 @@ JobResult Session::connectJob(const QString &port)
     }
     findJournal();
     findBoardOfTheRunInItsBootloader();
-    JobResult result;
-    result.stage = Stage::Connect;
-    if (m_connection.connected || m_connection.bootloaderBoard) {
-        result.status = JobResult::Status::Succeeded;
-        result.board = m_connection.bootloaderBoard;
-    } else {
-        result.message =
-            m_connection.error.isEmpty() ? Eligibility::noConnectionText() : m_connection.error;
-    }
-    return result;
+    if (m_connection.connected || m_connection.bootloaderBoard)
+        return {.status = JobResult::Status::Succeeded,
+                .board = m_connection.bootloaderBoard,
+                .stage = Stage::Connect};
+    return {.stage = Stage::Connect,
+            .message = m_connection.error.isEmpty() ? Eligibility::noConnectionText()
+                                                    : m_connection.error};
 }
 
 void Session::findJournal()
@@ -266,12 +245,14 @@ bool Session::discardJournal()
 JobResult Session::disconnectJob()
 {
     // Errors while releasing the instrument are of no interest: it may be gone.
+    // Deselects the boards ("DHR;0", then "KEY;1" when the instrument answered) and closes the
+    // port.
     try {
-        Disconnect();
+        if (m_comm.IsOpen() && !m_comm.Transceive("DHR;0", kDisconnectTimeoutMs).isEmpty())
+            m_comm.Transceive("KEY;1", kDisconnectTimeoutMs);
+        m_comm.ClosePort();
     } catch (const UpdaterError &) {
         m_comm.ClosePort();
     }
-    JobResult result;
-    result.status = JobResult::Status::Succeeded;
-    return result;
+    return {.status = JobResult::Status::Succeeded};
 }

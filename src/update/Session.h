@@ -33,7 +33,6 @@ public:
 
     Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
             QObject *parent = nullptr);
-    ~Session() override;
 
     // Runs one job to its end. The operator's cancel ends it with Status::Cancelled; every other
     // failure with Status::Failed, the board and stage where it happened and the operator's
@@ -73,9 +72,6 @@ private:
     // The connect sequence up to the board reads and the serial number. A board in its bootloader
     // stops the reads; the caller hands that board to the single-board update.
     Connection::Result ConnectAndIdentify(const QString &portText);
-    // Deselects the boards of an open port ("DHR;0", then "KEY;1" when the instrument answered)
-    // and closes the port.
-    void Disconnect();
     JobResult connectJob(const QString &port);
     JobResult disconnectJob();
     JobResult runJob(const Job &job);

@@ -15,10 +15,9 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr char kCrLf[] = "\r\n";
-constexpr char kEndOfTransmission = 0x04;
 constexpr char kXmodemNak = 0x15;
 constexpr char kTestBackupFileName[] = "TESTBackup.xml";
+constexpr char kUpdateStatusText[] = "VARIMOsentry firmware update in progress";
 
 QString text(const char *latin1)
 {
@@ -41,12 +40,12 @@ UpdateRun::UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles
     m_backup.Init(&m_comm);
 }
 
-UpdateRun::~UpdateRun() = default;
-
-void UpdateRun::begin()
+void UpdateRun::begin(const QString &statusText)
 {
     m_result = JobResult();
     m_settings = Settings::read(*m_files.ini);
+    if (!statusText.isEmpty())
+        emit statusTextChanged(statusText);
 }
 
 JobResult UpdateRun::finish(bool ok)
@@ -59,8 +58,7 @@ JobResult UpdateRun::finish(bool ok)
 
 JobResult UpdateRun::failWith(const QString &message)
 {
-    m_result.message = message;
-    SetCurrentAction(message, true);
+    showError(message);
     LogLine(u"ERROR: "_s + message);
     LogLine(u"Failed"_s);
     return finish(false);
@@ -75,11 +73,10 @@ void UpdateRun::enterStage(std::optional<BoardKind> board, Stage stage, BoardCon
     m_result.boardState = state;
     if (stage == Stage::Transfer)
         m_result.bytesSent = m_result.bytesTotal = 0;
-    if (RunJournal::Board *entry = board && m_journal ? m_journal->board(*board) : nullptr) {
-        if (stage != Stage::None && stage != entry->stage) {
-            entry->stage = stage;
-            saveJournal();
-        }
+    RunJournal::Board *entry = board && m_journal ? m_journal->board(*board) : nullptr;
+    if (entry && stage != Stage::None && stage != entry->stage) {
+        entry->stage = stage;
+        saveJournal();
     }
     emit jobEvent(JobEvent {board, stage});
 }
@@ -94,17 +91,15 @@ void UpdateRun::saveJournal()
 void UpdateRun::startJournal(const QString &backupFile, bool allowDowngrade)
 {
     const QString serial = m_current[BoardKind::Cpu].SerialNumber();
-    RunJournal journal;
-    journal.path = QDir(m_files.dataDir).filePath(RunJournal::fileNameFor(serial));
-    journal.serialNumber = serial;
-    journal.backupFile = backupFile;
+    m_journal = RunJournal {.path = QDir(m_files.dataDir).filePath(RunJournal::fileNameFor(serial)),
+                            .serialNumber = serial,
+                            .backupFile = backupFile};
     for (const BoardKind board : kUpdateOrder) {
         if (Eligibility::JudgeBoard(m_current[board], m_fresh[board], allowDowngrade).needsUpdate())
-            journal.boards.append({board,
-                                   QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()),
-                                   m_fresh[board].Firmware(), Stage::None, false});
+            m_journal->boards.append(
+                {board, QDir(m_files.firmwareDir).filePath(m_fresh[board].BinFileName()),
+                 m_fresh[board].Firmware(), Stage::None, false});
     }
-    m_journal = journal;
     // On disk before the first board is touched.
     saveJournal();
 }
@@ -126,8 +121,7 @@ bool UpdateRun::finishBoard(const RunJournal::Board &entry)
 
 JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, bool checkBackup)
 {
-    begin();
-    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
+    begin(text(kUpdateStatusText));
     if (!m_journal) {
         if (!backupInto(backupFile, true))
             return finish(false);
@@ -152,8 +146,7 @@ JobResult UpdateRun::runFull(const QString &backupFile, bool allowDowngrade, boo
 
 JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
 {
-    begin();
-    emit statusTextChanged(u"VARIMOsentry firmware update in progress"_s);
+    begin(text(kUpdateStatusText));
     // A board of an unfinished run gets the run's image and the run's backup.
     const RunJournal::Board *entry = m_journal ? m_journal->board(board) : nullptr;
     const QString image =
@@ -172,39 +165,27 @@ JobResult UpdateRun::runSingleBoard(BoardKind board, const QString &backupFile)
 
 JobResult UpdateRun::refuse(JobResult::Refusal refusal, const QString &message)
 {
-    m_result = JobResult();
-    m_result.refusal = refusal;
+    m_result = {.refusal = refusal};
     return failWith(message);
-}
-
-QString UpdateRun::restoreRefusal(const QString &file, bool force,
-                                  JobResult::Refusal *refusal) const
-{
-    const cBackup::FileCheck check = cBackup::CheckBackupFile(file);
-    *refusal = JobResult::Refusal::BadInput;
-    if (!check.error.isEmpty())
-        return check.error + u" Nothing was restored."_s;
-    *refusal = JobResult::Refusal::OtherInstrument;
-    // A backup holds one instrument's calibration; in another one it would replace that
-    // instrument's own values.
-    if (!force && !check.serialNumber.isEmpty() && !m_serialNumber.isEmpty() &&
-        check.serialNumber != m_serialNumber) {
-        return u"The backup file %1 was made from VARIMOsentry SN %2, not from this VARIMOsentry "
-               "(SN %3). Nothing was restored."_s.arg(file, check.serialNumber, m_serialNumber);
-    }
-    *refusal = JobResult::Refusal::None;
-    return {};
 }
 
 JobResult UpdateRun::runRestoreOnly(const QString &backupFile, bool force,
                                     const QString &safetyBackupFile)
 {
-    begin();
-    emit statusTextChanged(u"Restoring parameters to VARIMOsentry"_s);
+    begin(u"Restoring parameters to VARIMOsentry"_s);
     const QString file = QDir(m_files.dataDir).filePath(backupFile);
-    JobResult::Refusal refusal = JobResult::Refusal::None;
-    if (const QString why = restoreRefusal(file, force, &refusal); !why.isEmpty())
-        return refuse(refusal, why);
+    const cBackup::FileCheck check = cBackup::CheckBackupFile(file);
+    if (!check.error.isEmpty())
+        return refuse(JobResult::Refusal::BadInput, check.error + u" Nothing was restored."_s);
+    // A backup holds one instrument's calibration; in another one it would replace that
+    // instrument's own values.
+    if (!force && !check.serialNumber.isEmpty() && !m_serialNumber.isEmpty() &&
+        check.serialNumber != m_serialNumber) {
+        return refuse(JobResult::Refusal::OtherInstrument,
+                      u"The backup file %1 was made from VARIMOsentry SN %2, not from this "
+                      "VARIMOsentry (SN %3). Nothing was restored."_s.arg(file, check.serialNumber,
+                                                                          m_serialNumber));
+    }
     // The instrument's own values are kept before the first value is written.
     if (!safetyBackupFile.isEmpty() && !backupInto(safetyBackupFile, false)) {
         m_result.message += u"\r\nNothing was restored: the current parameters could not be "
@@ -216,8 +197,7 @@ JobResult UpdateRun::runRestoreOnly(const QString &backupFile, bool force,
         if (!m_backup.RestoreData(board, file)) {
             m_result.board = board;
             m_result.stage = Stage::Restore;
-            m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
-            SetCurrentAction(m_result.message, true);
+            showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
             ShowMessage(m_backup.CurrAction(), m_backup.LastError(),
                         InstructionText::kCheckConnection, InstructionText::kTryRestoreAgain,
                         QString());
@@ -266,8 +246,7 @@ bool UpdateRun::backupInto(const QString &file, bool showFailure)
         enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
     }
-    m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
-    SetCurrentAction(m_result.message, true);
+    showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
     // The previous backup is untouched; the incomplete one lies beside it.
     if (!m_backup.PartialFile().isEmpty()) {
         const QString kept = QFile::exists(path)
@@ -320,23 +299,18 @@ bool UpdateRun::bootloaderAndTransfer(BoardKind board, const QString &imageFile)
     LogLine(text(facts.startText));
     const bool started = StartBootloader(board);
     m_operator.letEventsRun();
-    if (!started) {
-        m_result.message = u"Cannot start bootloader"_s;
-        SetCurrentAction(m_result.message, true);
-        return false;
-    }
+    if (!started)
+        return showError(u"Cannot start bootloader"_s);
     enterStage(board, Stage::Transfer, BoardCondition::InBootloader);
     SetCurrentAction(text(facts.transferText));
     LogLine(text(facts.transferText));
     if (!m_settings.logParserTele) {
-        log(u"Flash binary file...."_s);
+        m_files.log->UpdateLog(u"Flash binary file...."_s);
         m_files.log->Setlogging(false);
     }
     if (FlashUpdate(imageFile, board))
         return true;
-    m_result.message = u"Cannot send binary file to VARIMOsentry"_s;
-    SetCurrentAction(m_result.message, true);
-    return false;
+    return showError(u"Cannot send binary file to VARIMOsentry"_s);
 }
 
 void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, int *passCounter)
@@ -346,16 +320,15 @@ void UpdateRun::recoverAfterFailedPass(BoardKind board, bool bootloaderStarted, 
     // line of its own ("Bootloader not started" and the transfer's error line say the rest).
     if (bootloaderStarted && m_transferComplete)
         LogLine(name + u" flashed, but not answering after its restart"_s);
-    // The operator resets and restarts the instrument until the port opens again.
+    // The operator resets and restarts the instrument until the port opens again; the CPU Board
+    // needs no wait for the measured value display.
+    const bool cpu = board == BoardKind::Cpu;
     do {
         m_comm.ClosePort();
-        if (board == BoardKind::Cpu)
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
-                        InstructionText::kPower, InstructionText::kContinue, QString());
-        else
-            ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
-                        InstructionText::kPower, InstructionText::kWaitForDisplay,
-                        InstructionText::kContinue);
+        ShowMessage(Eligibility::noConnectionText(), InstructionText::kReset,
+                    InstructionText::kPower,
+                    cpu ? InstructionText::kContinue : InstructionText::kWaitForDisplay,
+                    cpu ? QString() : InstructionText::kContinue);
     } while (!m_comm.OpenPort());
     cControler &found = m_current[board];
     found.InitFromDevice(&m_comm, board);
@@ -379,8 +352,7 @@ bool UpdateRun::restoreBoard(BoardKind board, const QString &backupFile)
     m_comm.Transceive("DHR;0");
     m_comm.Transceive("KEY;0");
     if (!m_backup.RestoreData(board, file)) {
-        m_result.message = m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError();
-        SetCurrentAction(m_result.message, true);
+        showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
         LogLine(u"ERROR during: Restoring data"_s);
         ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
                     InstructionText::kTryRestoreAgain, QString());
@@ -409,7 +381,7 @@ bool UpdateRun::StartBootloader(BoardKind board)
 {
     // A bootloader that already asks for data needs no telegram at all.
     if (m_comm.ReadT(kFirstBootloaderReadMs, "C").endsWith('C')) {
-        log(u"Bootloader already running"_s);
+        m_files.log->UpdateLog(u"Bootloader already running"_s);
         return true;
     }
 
@@ -422,7 +394,7 @@ bool UpdateRun::StartBootloader(BoardKind board)
         WaitSeconds(kWaitAfterSelectS);
         if (cpu && answer.contains("E;1")) {
             // A CPU bootloader left waiting: "F" makes it ask again.
-            m_comm.WriteTelegram("F", kCrLf);
+            m_comm.WriteTelegram("F", cComm::kCrLf);
             answer = m_comm.Transceive(selectTelegram);
         }
         if (cpu && !answer.endsWith('C'))
@@ -430,13 +402,13 @@ bool UpdateRun::StartBootloader(BoardKind board)
                                    InstructionText::cpuUpdateMode());
         if (answer == selectTelegram) {
             if (cpu) {
-                const QByteArray second = m_comm.ReadT(kBootloaderReadMs, kCrLf);
+                const QByteArray second = m_comm.ReadT(kBootloaderReadMs, cComm::kCrLf);
                 if (second.contains(bootloaderTelegram)) {
-                    m_comm.WriteTelegram("F", kCrLf);
+                    m_comm.WriteTelegram("F", cComm::kCrLf);
                     result = m_comm.ReadT(kBootloaderReadMs, {}).contains('C');
                 }
             } else {
-                m_comm.WriteTelegram("BOT;$", kCrLf);
+                m_comm.WriteTelegram("BOT;$", cComm::kCrLf);
                 WaitSeconds(kWaitAfterBotS);
                 const QByteArray second = m_comm.ReadT(kBootloaderReadMs, bootloaderTelegram);
                 if (second.contains('C') || second.contains(bootloaderTelegram)) {
@@ -448,7 +420,7 @@ bool UpdateRun::StartBootloader(BoardKind board)
         if (answer.endsWith('C'))
             result = true;
     }
-    log(result ? u"Bootloader started"_s : u"Bootloader not started"_s);
+    m_files.log->UpdateLog(result ? u"Bootloader started"_s : u"Bootloader not started"_s);
     return result;
 }
 
@@ -461,41 +433,40 @@ bool UpdateRun::FlashUpdate(const QString &imageFile, BoardKind board)
     try {
         total = parser.OpenFile(imageFile);
     } catch (const UpdaterError &e) {
-        log(e.message());
+        m_files.log->UpdateLog(e.message());
         return false;
     }
     if (!m_settings.logParserTele) {
-        log(u"......"_s);
+        m_files.log->UpdateLog(u"......"_s);
         m_files.log->Setlogging(false);
     }
     m_transferComplete = false;
-    if (!sendPackets(parser, board, total)) {
-        parser.CloseFile();
+    if (!sendPackets(parser, board, total))
         return false;
-    }
     m_transferComplete = true;
     enterStage(board, Stage::RestartWait, BoardCondition::FlashedUnconfirmed);
     // The board restarts into the new firmware and must identify itself again.
-    const bool result = confirmRestart(board);
-    parser.CloseFile();
-    return result;
+    return confirmRestart(board);
 }
 
 bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
 {
     const qint32 startTick = m_clock.tickCount();
     // Nothing sent yet: the count shows from the start, the line keeps the transfer text.
-    TransferProgress start;
-    start.board = board;
-    start.bytesTotal = total;
-    start.text = text(boardFacts(board).transferText);
-    emit transferProgressChanged(start);
+    emit transferProgressChanged(TransferProgress {
+        .board = board, .bytesTotal = total, .text = text(boardFacts(board).transferText)});
     const qint32 waitMs = m_settings.xmodemWaitTimeMs;
-    const QString waitText = QString::number(waitMs);
     qint32 waitBeforeRead = kFirstPacketWaitMs;
     qint32 position = 1;
     quint8 packetNumber = 1;
     qint32 invalidAnswers = 0;
+    // The transfer's last log line, written whatever the setting for the packets' lines says.
+    const auto logEnd = [&](const QString &what) {
+        m_files.log->Setlogging(true);
+        m_files.log->UpdateLog(what + u" (XModemWaitTime = "_s + QString::number(waitMs) +
+                               u" ms): Number of invalid answers: "_s +
+                               QString::number(invalidAnswers));
+    };
     for (;;) {
         QByteArray packet;
         QByteArray answer;
@@ -509,42 +480,38 @@ bool UpdateRun::sendPackets(cParser &parser, BoardKind board, qint32 total)
             ++invalidAnswers;
         }
         if (answer.contains("E;13") || answer == QByteArray(1, kXmodemNak) || answer.isEmpty()) {
-            m_files.log->Setlogging(true);
-            log(u"Error during Flash binary file (XModemWaitTime = "_s + waitText +
-                u" ms): Number of invalid answers: "_s + QString::number(invalidAnswers));
+            logEnd(u"Error during Flash binary file"_s);
             return false;
         }
         // Any other answer lets the transfer go on: the board decides with its next request.
         reportPacket(board, position, total, invalidAnswers, startTick);
-        const bool endOfTransmission = packet.size() == 1 && packet.at(0) == kEndOfTransmission;
+        const bool endOfTransmission =
+            packet.size() == 1 && packet.at(0) == cParser::kEndOfTransmission;
         packetNumber = packetNumber == 255 ? 0 : quint8(packetNumber + 1);
         position += kPacketDataSize;
         if (endOfTransmission)
             break;
     }
-    m_files.log->Setlogging(true);
-    log(u"Flash binary file finished (XModemWaitTime = "_s + waitText +
-        u" ms): Number of invalid answers: "_s + QString::number(invalidAnswers));
+    logEnd(u"Flash binary file finished"_s);
     return true;
 }
 
 void UpdateRun::reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
                              qint32 startTick)
 {
-    TransferProgress progress;
-    progress.board = board;
-    progress.bytesTotal = total;
-    progress.bytesSent = qMin<qint64>(qint64(position) - 1 + kPacketDataSize, total);
-    progress.packetsRetried = invalidAnswers;
-    progress.elapsedMs = qint64(quint32(m_clock.tickCount()) - quint32(startTick));
-    if (progress.bytesSent > 0)
-        progress.remainingMs =
-            progress.elapsedMs * (total - progress.bytesSent) / progress.bytesSent;
-    progress.text = text(boardFacts(board).transferText) + u"("_s + QString::number(position - 1) +
-        u" of "_s + QString::number(total) + u" Bytes transferred)..."_s;
-    m_result.bytesSent = progress.bytesSent;
-    m_result.bytesTotal = progress.bytesTotal;
-    emit transferProgressChanged(progress);
+    const qint64 sent = qMin<qint64>(qint64(position) - 1 + kPacketDataSize, total);
+    const qint64 elapsedMs = qint64(quint32(m_clock.tickCount()) - quint32(startTick));
+    m_result.bytesSent = sent;
+    m_result.bytesTotal = total;
+    emit transferProgressChanged(TransferProgress {
+        .board = board,
+        .bytesSent = sent,
+        .bytesTotal = total,
+        .packetsRetried = invalidAnswers,
+        .elapsedMs = elapsedMs,
+        .remainingMs = sent > 0 ? elapsedMs * (total - sent) / sent : -1,
+        .text = text(boardFacts(board).transferText) + u"("_s + QString::number(position - 1) +
+            u" of "_s + QString::number(total) + u" Bytes transferred)..."_s});
     m_operator.letEventsRun();
 }
 
@@ -564,10 +531,6 @@ bool UpdateRun::confirmRestart(BoardKind board)
 
 void UpdateRun::WaitSeconds(qint16 n, const std::function<void(int secondsLeft)> &eachSecond)
 {
-    if (n <= 0) {
-        m_operator.letEventsRun();
-        return;
-    }
     // Whole calendar seconds, as a clock on the wall counts them.
     const auto wholeSeconds = [](const QDateTime &t) { return t.toSecsSinceEpoch(); };
     const qint64 start = wholeSeconds(m_clock.now());
@@ -580,6 +543,13 @@ void UpdateRun::WaitSeconds(qint16 n, const std::function<void(int secondsLeft)>
             eachSecond(int(n - (wholeSeconds(now) - start)));
         m_clock.sleepMs(1000 - now.time().msec());
     }
+}
+
+bool UpdateRun::showError(const QString &message)
+{
+    m_result.message = message;
+    SetCurrentAction(message, true);
+    return false;
 }
 
 void UpdateRun::SetCurrentAction(const QString &text, bool isError)
@@ -598,9 +568,4 @@ void UpdateRun::ShowMessage(const QString &l1, const QString &l2, const QString 
                             const QString &l4, const QString &l5)
 {
     m_operator.instruction(Operator::Instruction::General, {l1, l2, l3, l4, l5});
-}
-
-void UpdateRun::log(const QString &text)
-{
-    m_files.log->UpdateLog(text);
 }

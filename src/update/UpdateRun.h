@@ -57,7 +57,6 @@ public:
     // at connect, or the one a full run starts.
     UpdateRun(cComm &comm, Clock &clock, Operator &op, const SessionFiles &files, BoardSet &current,
               BoardSet &fresh, std::optional<RunJournal> &journal, QObject *parent = nullptr);
-    ~UpdateRun() override;
 
     // The full run: backup into backupFile, then every board the plan changes. With an
     // unfinished run in the journal: no backup; the run's boards are finished from its backup.
@@ -104,10 +103,9 @@ signals:
 
 private:
     JobResult finish(bool ok);
-    void begin();
+    void begin(const QString &statusText = {});
     void enterStage(std::optional<BoardKind> board, Stage stage, BoardCondition state);
     bool backupInto(const QString &file, bool showFailure);
-    QString restoreRefusal(const QString &file, bool force, JobResult::Refusal *refusal) const;
     bool boardSequence(BoardKind board, const QString &image, const QString &backupFile);
     void startJournal(const QString &backupFile, bool allowDowngrade);
     void saveJournal();
@@ -122,10 +120,11 @@ private:
     void reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
                       qint32 startTick);
     void SetCurrentAction(const QString &text, bool isError = false);
+    // The step's failure: the run's message, shown red on the current-action line; false.
+    bool showError(const QString &message);
     void LogLine(const QString &text);
     void ShowMessage(const QString &l1, const QString &l2, const QString &l3, const QString &l4,
                      const QString &l5);
-    void log(const QString &text);
 
     cComm &m_comm;
     Clock &m_clock;

@@ -267,7 +267,7 @@ void UpdaterCli::followSession()
     connect(m_session.get(), &Session::succeeded, this, [this] {
         endTransferDisplay();
         if (m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard)
-            m_console.print(u"Update successfully completed"_s);
+            m_console.print(updateSucceededText());
     });
 }
 
@@ -328,7 +328,7 @@ int UpdaterCli::ended(JobResult result)
 std::optional<int> UpdaterCli::connectInstrument(bool report)
 {
     if (report)
-        m_console.print(u"Connecting VARIMOsentry to "_s + m_options.port + u"..."_s);
+        m_console.print(Eligibility::connectingText(m_options.port));
     const JobResult result = runJob(Job::Kind::Connect);
     if (m_operator.abort() || result.status == JobResult::Status::Cancelled)
         return ended(result);
@@ -388,7 +388,7 @@ int UpdaterCli::ports()
 {
     const QStringList found = modHelper::EnumerateSerialPorts();
     if (found.isEmpty())
-        fail(Exit::Failed, u"ERROR: No COM port available"_s);
+        fail(Exit::Failed, Eligibility::noPortText());
     for (const QString &port : found)
         m_console.print(port);
     return Exit::Success;
@@ -667,8 +667,7 @@ void UpdaterCli::onJobEvent(const JobEvent &event)
     // progress line, otherwise once.
     if (event.stage == Stage::RestartWait && event.secondsLeft >= 0) {
         endTransferDisplay();
-        const QString wait = u"Waiting for the %1 to restart: %2 s"_s.arg(boardName(*event.board))
-                                 .arg(event.secondsLeft);
+        const QString wait = restartWaitText(*event.board, event.secondsLeft);
         if (m_console.outputIsTerminal())
             m_console.progress(wait);
         else if (event.secondsLeft == UpdateRun::kRestartWaitS)

@@ -210,7 +210,7 @@ void frmMain::fillPorts()
     for (QWidget *w : std::initializer_list<QWidget *> {cmbPorts, cmdConnect, cmdRetry})
         w->setEnabled(m_portsAvailable);
     if (!m_portsAvailable) {
-        ShowStatus(u"ERROR: No COM port available"_s, Eligibility::eError);
+        ShowStatus(Eligibility::noPortText(), Eligibility::eError);
         return;
     }
     cmbPorts->setCurrentIndex(0);
@@ -369,7 +369,7 @@ void frmMain::cmdConnect_Click()
 void frmMain::ConnectAndIdentify()
 {
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    ShowStatus(u"Connecting VARIMOsentry to "_s + cmbPorts->currentText() + u"..."_s);
+    ShowStatus(Eligibility::connectingText(cmbPorts->currentText()));
     m_connected = false;
     startCommand(Job::connectTo(cmbPorts->currentText()));
 }

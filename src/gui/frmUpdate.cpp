@@ -173,8 +173,7 @@ void frmUpdate::showJobEvent(const JobEvent &event)
     if (event.stage != Stage::RestartWait || event.secondsLeft < 0 || !event.board)
         return;
     progressBar->setVisible(false);
-    lblProgress->setText(u"Waiting for the %1 to restart: %2 s"_s.arg(boardName(*event.board))
-                             .arg(event.secondsLeft));
+    lblProgress->setText(restartWaitText(*event.board, event.secondsLeft));
     lblProgress->setVisible(true);
 }
 
@@ -186,7 +185,7 @@ void frmUpdate::setTransferVisible(bool visible)
 
 void frmUpdate::showSuccess()
 {
-    lblStatus2->setText(u"Update successfully completed"_s);
+    lblStatus2->setText(updateSucceededText());
     lblStatus2->setFont(windowFont(true, 12));
     lblStatus2->adjustSize();
     setTextColor(lblStatus2, Qt::black);

@@ -80,6 +80,16 @@ QString noConnectionText()
     return u"ERROR: No connection to VARIMOsentry"_s;
 }
 
+QString noPortText()
+{
+    return u"ERROR: No COM port available"_s;
+}
+
+QString connectingText(const QString &port)
+{
+    return u"Connecting VARIMOsentry to %1..."_s.arg(port);
+}
+
 Verdict CheckConnected(const BoardSet &current, const BoardSet &fresh, const Settings &settings,
                        bool allowDowngrade)
 {

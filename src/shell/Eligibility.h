@@ -64,5 +64,9 @@ QString instructionLines();
 QString invalidPortText();
 // "ERROR: No connection to VARIMOsentry".
 QString noConnectionText();
+// "ERROR: No COM port available".
+QString noPortText();
+// "Connecting VARIMOsentry to PORT...".
+QString connectingText(const QString &port);
 
 } // namespace Eligibility

@@ -49,3 +49,13 @@ QString describeWhereLeft(const JobResult &result)
     }
     return text;
 }
+
+QString restartWaitText(BoardKind board, int secondsLeft)
+{
+    return u"Waiting for the %1 to restart: %2 s"_s.arg(boardName(board)).arg(secondsLeft);
+}
+
+QString updateSucceededText()
+{
+    return u"Update successfully completed"_s;
+}

@@ -118,6 +118,10 @@ struct JobResult
 // Where a run that ended half-way left the instrument, in one sentence for the operator ("The
 // Main Board was left in its bootloader: ...").
 QString describeWhereLeft(const JobResult &result);
+// "Waiting for the Main Board to restart: 12 s".
+QString restartWaitText(BoardKind board, int secondsLeft);
+// "Update successfully completed".
+QString updateSucceededText();
 
 Q_DECLARE_METATYPE(Job)
 Q_DECLARE_METATYPE(JobEvent)

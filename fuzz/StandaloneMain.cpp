@@ -2,7 +2,7 @@
 // a fixed number of inputs made from them (and from nothing) by deterministic mutation. A broken
 // property or a sanitizer finding ends the process with an error and the input in hex.
 //
-//   <target> [-runs=N] [-seed=S] CORPUS_DIR_OR_FILE...
+//   <target> [-runs=N] CORPUS_DIR_OR_FILE...
 
 #include "FuzzSupport.h"
 
@@ -81,14 +81,11 @@ QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
 int main(int argc, char **argv)
 {
     long runs = 2000;
-    uint32_t seed = 1;
     QList<QByteArray> corpus;
     for (int i = 1; i < argc; ++i) {
         const QFileInfo path(QString::fromLocal8Bit(argv[i]));
         if (std::strncmp(argv[i], "-runs=", 6) == 0)
             runs = std::strtol(argv[i] + 6, nullptr, 10);
-        else if (std::strncmp(argv[i], "-seed=", 6) == 0)
-            seed = uint32_t(std::strtoul(argv[i] + 6, nullptr, 10));
         else if (!path.exists())
             return std::fprintf(stderr, "cannot read %s\n", argv[i]), 2;
         else
@@ -108,13 +105,12 @@ int main(int argc, char **argv)
 #endif
     const qsizetype seeds = corpus.size();
     corpus.append(QByteArray()); // generated inputs also start from nothing
-    g_random.seed(seed);
     for (long i = -seeds; i < runs; ++i) { // the corpus as it is, then generated inputs
         g_current = i < 0 ? corpus[seeds + i] : mutate(corpus[below(corpus.size())], corpus);
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(g_current.constData()),
                                size_t(g_current.size()));
     }
-    std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                static_cast<long long>(seeds), runs, seed);
+    std::printf("%s: %lld corpus inputs and %ld generated inputs, no finding\n", argv[0],
+                static_cast<long long>(seeds), runs);
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <random>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -49,29 +50,19 @@ QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
     for (qsizetype steps = 1 + below(4); steps > 0; --steps) {
         const qsizetype at = below(in.size() + 1);
         const QByteArray &other = corpus[below(corpus.size())];
-        switch (below(7)) {
-        case 0:
-            if (!in.isEmpty())
-                in[below(in.size())] ^= char(1 + below(255));
-            break;
-        case 1:
-            in.insert(at, char(below(256)));
-            break;
-        case 2:
-            in.insert(at, kTokens[below(kTokens.size())]);
-            break;
-        case 3:
-            in.remove(at, 1 + below(8));
-            break;
-        case 4:
-            in.insert(below(in.size() + 1), in.mid(at, 1 + below(16)));
-            break;
-        case 5:
-            in = in.left(at) + other.mid(below(other.size() + 1));
-            break;
-        default:
-            in.truncate(at);
-        }
+        const std::function<void()> ways[] = {
+            [&] {
+                if (!in.isEmpty())
+                    in[below(in.size())] ^= char(1 + below(255));
+            },
+            [&] { in.insert(at, char(below(256))); },
+            [&] { in.insert(at, kTokens[below(kTokens.size())]); },
+            [&] { in.remove(at, 1 + below(8)); },
+            [&] { in.insert(below(in.size() + 1), in.mid(at, 1 + below(16))); },
+            [&] { in = in.left(at) + other.mid(below(other.size() + 1)); },
+            [&] { in.truncate(at); },
+        };
+        ways[below(std::size(ways))]();
     }
     return in.left(4096);
 }

@@ -14,7 +14,6 @@
 
 #include <QDir>
 #include <algorithm>
-#include <map>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -116,16 +115,7 @@ struct Bench : SimRig
                 throw UpdaterError(u"The operator gives up"_s);
             mend();
         };
-        // The images are made once per set of versions and linked into the folder.
-        static std::map<std::array<QByteArray, 3>, std::unique_ptr<QTemporaryDir>> made;
-        auto &store = made[versions];
-        if (!store) {
-            store = std::make_unique<QTemporaryDir>();
-            FirmwareImage::writeSet(store->path(), {versions[0], "017"}, {versions[1], "4"},
-                                    {versions[2], "1"});
-        }
-        for (const QString &name : QDir(store->path()).entryList(QDir::Files))
-            QFile::link(QDir(store->path()).filePath(name), path(name));
+        writeFirmware(versions[0], versions[1], versions[2]);
     }
 
     void mend()
@@ -483,10 +473,8 @@ protected:
     std::unique_ptr<Session> connected()
     {
         auto session = std::make_unique<Session>(sim.line(), clock, op, files());
-        if (!session->run(Job::connectTo(u"COM1"_s)).succeeded())
-            return {};
-        readFirmware(*session);
-        return session;
+        const bool ok = session->run(Job::connectTo(u"COM1"_s)).succeeded();
+        return ok ? (readFirmware(*session), std::move(session)) : nullptr;
     }
 };
 

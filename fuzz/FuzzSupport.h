@@ -7,7 +7,6 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QList>
 #include <QTemporaryDir>
 #include <cstddef>
 #include <cstdint>

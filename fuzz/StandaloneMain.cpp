@@ -25,7 +25,6 @@ void reportCurrent()
     std::fprintf(stderr, "failing input (%lld bytes): %s\n",
                  static_cast<long long>(g_current.size()),
                  g_current.left(1024).toHex(' ').constData());
-    std::fflush(stderr);
 }
 
 // Bytes that matter to the parsers: separators, line ends, the acknowledge bytes, XML markup,

@@ -397,9 +397,7 @@ void writeFigures(const QString &file, const QByteArrayList &fields)
 
 using Row = std::pair<Phase, Kind>;
 
-class FaultMatrix : public ::testing::TestWithParam<Row>
-{
-};
+using FaultMatrix = ::testing::TestWithParam<Row>;
 
 TEST_P(FaultMatrix, RunEndsAsDesignedAndKeepsEveryParameter)
 {

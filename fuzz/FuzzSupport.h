@@ -7,7 +7,6 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QList>
 #include <QTemporaryDir>
 #include <cstddef>
 #include <cstdint>
@@ -16,14 +15,14 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
-namespace fuzz {
+#define FUZZ_CHECK(condition)                                                                      \
+    do {                                                                                           \
+        if (!(condition))                                                                          \
+            std::fprintf(stderr, "%s:%d: property broken: %s\n", __FILE__, __LINE__, #condition),  \
+                std::abort();                                                                      \
+    } while (false)
 
-[[noreturn]] inline void propertyBroken(const char *what, const char *file, int line)
-{
-    std::fprintf(stderr, "%s:%d: property broken: %s\n", file, line, what);
-    std::fflush(stderr);
-    std::abort();
-}
+namespace fuzz {
 
 // The input cut at its first count - 1 line feeds: count fields, the last one holding the rest
 // (missing fields are empty).
@@ -43,8 +42,7 @@ inline QString scratchFile(const QString &name)
     static const QTemporaryDir dir(QDir(QStringLiteral("/dev/shm")).exists()
                                        ? QStringLiteral("/dev/shm/varimo-fuzz-XXXXXX")
                                        : QDir::tempPath() + QStringLiteral("/varimo-fuzz-XXXXXX"));
-    if (!dir.isValid())
-        propertyBroken("scratch folder created", __FILE__, __LINE__);
+    FUZZ_CHECK(dir.isValid());
     return dir.filePath(name);
 }
 
@@ -62,12 +60,6 @@ inline QByteArray contentOf(const QString &path)
 }
 
 } // namespace fuzz
-
-#define FUZZ_CHECK(condition)                                                                      \
-    do {                                                                                           \
-        if (!(condition))                                                                          \
-            ::fuzz::propertyBroken(#condition, __FILE__, __LINE__);                                \
-    } while (false)
 
 // The target's body, run on each input as bytes: FUZZ_TARGET(input) { ... }
 // The argument names the body's parameter, so it cannot stand in parentheses.

@@ -2,13 +2,14 @@
 // a fixed number of inputs made from them (and from nothing) by deterministic mutation. A broken
 // property or a sanitizer finding ends the process with an error and the input in hex.
 //
-//   <target> [-runs=N] [-seed=S] CORPUS_DIR_OR_FILE...
+//   <target> [-runs=N] CORPUS_DIR_OR_FILE...
 
 #include "FuzzSupport.h"
 
 #include <QFileInfo>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <random>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -24,7 +25,6 @@ void reportCurrent()
     std::fprintf(stderr, "failing input (%lld bytes): %s\n",
                  static_cast<long long>(g_current.size()),
                  g_current.left(1024).toHex(' ').constData());
-    std::fflush(stderr);
 }
 
 // Bytes that matter to the parsers: separators, line ends, the acknowledge bytes, XML markup,
@@ -49,29 +49,19 @@ QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
     for (qsizetype steps = 1 + below(4); steps > 0; --steps) {
         const qsizetype at = below(in.size() + 1);
         const QByteArray &other = corpus[below(corpus.size())];
-        switch (below(7)) {
-        case 0:
-            if (!in.isEmpty())
-                in[below(in.size())] ^= char(1 + below(255));
-            break;
-        case 1:
-            in.insert(at, char(below(256)));
-            break;
-        case 2:
-            in.insert(at, kTokens[below(kTokens.size())]);
-            break;
-        case 3:
-            in.remove(at, 1 + below(8));
-            break;
-        case 4:
-            in.insert(below(in.size() + 1), in.mid(at, 1 + below(16)));
-            break;
-        case 5:
-            in = in.left(at) + other.mid(below(other.size() + 1));
-            break;
-        default:
-            in.truncate(at);
-        }
+        const std::function<void()> ways[] = {
+            [&] {
+                if (!in.isEmpty())
+                    in[below(in.size())] ^= char(1 + below(255));
+            },
+            [&] { in.insert(at, char(below(256))); },
+            [&] { in.insert(at, kTokens[below(kTokens.size())]); },
+            [&] { in.remove(at, 1 + below(8)); },
+            [&] { in.insert(below(in.size() + 1), in.mid(at, 1 + below(16))); },
+            [&] { in = in.left(at) + other.mid(below(other.size() + 1)); },
+            [&] { in.truncate(at); },
+        };
+        ways[below(std::size(ways))]();
     }
     return in.left(4096);
 }
@@ -81,14 +71,11 @@ QByteArray mutate(QByteArray in, const QList<QByteArray> &corpus)
 int main(int argc, char **argv)
 {
     long runs = 2000;
-    uint32_t seed = 1;
     QList<QByteArray> corpus;
     for (int i = 1; i < argc; ++i) {
         const QFileInfo path(QString::fromLocal8Bit(argv[i]));
         if (std::strncmp(argv[i], "-runs=", 6) == 0)
             runs = std::strtol(argv[i] + 6, nullptr, 10);
-        else if (std::strncmp(argv[i], "-seed=", 6) == 0)
-            seed = uint32_t(std::strtoul(argv[i] + 6, nullptr, 10));
         else if (!path.exists())
             return std::fprintf(stderr, "cannot read %s\n", argv[i]), 2;
         else
@@ -108,13 +95,12 @@ int main(int argc, char **argv)
 #endif
     const qsizetype seeds = corpus.size();
     corpus.append(QByteArray()); // generated inputs also start from nothing
-    g_random.seed(seed);
     for (long i = -seeds; i < runs; ++i) { // the corpus as it is, then generated inputs
         g_current = i < 0 ? corpus[seeds + i] : mutate(corpus[below(corpus.size())], corpus);
         LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(g_current.constData()),
                                size_t(g_current.size()));
     }
-    std::printf("%s: %lld corpus inputs and %ld generated inputs (seed %u), no finding\n", argv[0],
-                static_cast<long long>(seeds), runs, seed);
+    std::printf("%s: %lld corpus inputs and %ld generated inputs, no finding\n", argv[0],
+                static_cast<long long>(seeds), runs);
     return 0;
 }

@@ -9,10 +9,11 @@
 #include "backup/cXML.h"
 #include "link/UpdaterError.h"
 #include "support/SimFixture.h"
+#include "update/RunJournal.h"
 #include "update/Session.h"
 
 #include <QDir>
-#include <map>
+#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -30,6 +31,19 @@ const QString kBackupName = u"VarimoSentry_Backup_00042.xml"_s;
 constexpr int kOperatorRounds = 6; // the operator gives up after so many failure dialogs
 constexpr int kBackupTelegrams = 143;
 using Lists = PerBoard<QList<QByteArray>>;
+
+QByteArray contentOf(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile f(path);
+    if (f.open(QIODevice::WriteOnly))
+        f.write(content);
+}
 
 // One place in a run where a fault strikes.
 struct Step
@@ -77,9 +91,8 @@ Lists backupLists(const QString &file)
 std::array<QByteArray, 3> versions(std::optional<BoardKind> target)
 {
     std::array<QByteArray, 3> v {"2.00", "1.20", "1.02"};
-    const std::array<QByteArray, 3> newer {"2.01", "1.21", "1.03"};
     if (target)
-        v[size_t(*target)] = newer[size_t(*target)];
+        v[size_t(*target)] = QByteArrayList {"2.01", "1.21", "1.03"}[qsizetype(*target)];
     return v;
 }
 
@@ -102,16 +115,7 @@ struct Bench : SimRig
                 throw UpdaterError(u"The operator gives up"_s);
             mend();
         };
-        // The images are made once per set of versions and linked into the folder.
-        static std::map<std::array<QByteArray, 3>, std::unique_ptr<QTemporaryDir>> made;
-        auto &store = made[versions];
-        if (!store) {
-            store = std::make_unique<QTemporaryDir>();
-            FirmwareImage::writeSet(store->path(), {versions[0], "017"}, {versions[1], "4"},
-                                    {versions[2], "1"});
-        }
-        for (const QString &name : QDir(store->path()).entryList(QDir::Files))
-            QFile::link(QDir(store->path()).filePath(name), path(name));
+        writeFirmware(versions[0], versions[1], versions[2]);
     }
 
     void mend()
@@ -122,13 +126,7 @@ struct Bench : SimRig
     }
     bool connect() { return session.run(Job::connectTo(u"COM1"_s)).succeeded(); }
     // Connects and reads the firmware files.
-    bool prepare()
-    {
-        if (!connect())
-            return false;
-        readFirmware(session);
-        return true;
-    }
+    bool prepare() { return connect() && (readFirmware(session), true); }
     bool runJob(const Job &job) { return session.run(job).succeeded(); }
 
     Session session {sim.line(), clock, op, files()};
@@ -154,9 +152,7 @@ struct Reference
             ref.connect = std::exchange(b.watch.texts, {});
             b.runJob(Job::update(false));
             ref.backup = std::exchange(b.watch.texts, {});
-            QFile f(b.path(kBackupName));
-            f.open(QIODevice::ReadOnly);
-            ref.backupFile = f.readAll();
+            ref.backupFile = contentOf(b.path(kBackupName));
             ref.lists = backupLists(b.path(kBackupName));
             for (BoardKind kind : kAllBoards)
                 InstrumentState::resetToFactory(kind, b.instrument().board(kind));
@@ -280,11 +276,9 @@ struct Outcome
 // same number, so the restore rightly takes it.
 bool sameValue(const QByteArray &before, const QByteArray &after)
 {
-    bool beforeIsNumber = false;
-    bool afterIsNumber = false;
+    bool numbers[2] = {false, false};
     return before == after ||
-        (before.toDouble(&beforeIsNumber) == after.toDouble(&afterIsNumber) && beforeIsNumber &&
-         afterIsNumber);
+        (before.toDouble(&numbers[0]) == after.toDouble(&numbers[1]) && numbers[0] && numbers[1]);
 }
 
 int differences(const InstrumentState &a, const InstrumentState &b)
@@ -320,10 +314,7 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
     }
 
     o.check(b.prepare(), u"no connection before the run"_s);
-    QFile earlier(b.path(kBackupName)); // the backup of an earlier run
-    earlier.open(QIODevice::WriteOnly);
-    earlier.write(ref.backupFile);
-    earlier.close();
+    writeFile(b.path(kBackupName), ref.backupFile); // the backup of an earlier run
     if (restoreOnly)
         for (BoardKind k : kAllBoards) // as the boards are after their flash
             InstrumentState::resetToFactory(k, b.instrument().board(k));
@@ -389,34 +380,24 @@ void writeFigures(const QString &file, const QByteArrayList &fields)
 {
     QDir dir(QStringLiteral(VARIMO_TEST_BINARY_DIR "/reliability/fault-matrix"));
     dir.mkpath(u"."_s);
-    QFile f(dir.filePath(file));
-    if (f.open(QIODevice::WriteOnly))
-        f.write(fields.join('\t') + '\n');
-    f.close();
+    writeFile(dir.filePath(file), fields.join('\t') + '\n');
     QByteArray table = "| step | fault | cases | passed | parameters lost | note |\n"
                        "|---|---|---|---|---|---|\n";
     int total[3] = {0, 0, 0};
     for (const QString &name : dir.entryList({u"*.txt"_s}, QDir::Files, QDir::Name)) {
-        QFile part(dir.filePath(name));
-        const QByteArrayList row = part.open(QIODevice::ReadOnly)
-            ? part.readAll().chopped(1).split('\t')
-            : QByteArrayList();
+        const QByteArrayList row = contentOf(dir.filePath(name)).split('\n')[0].split('\t');
         for (int i = 0; i < 3 && row.size() == 6; ++i)
             total[i] += row[2 + i].toInt();
         table += row.size() == 6 ? "| " + row.join(" | ") + " |\n" : QByteArray();
     }
     table += "| **all** | | " + QByteArray::number(total[0]) + " | " +
         QByteArray::number(total[1]) + " | " + QByteArray::number(total[2]) + " | |\n";
-    QFile summary(dir.filePath(u"../fault-matrix.md"_s));
-    if (summary.open(QIODevice::WriteOnly))
-        summary.write(table);
+    writeFile(dir.filePath(u"../fault-matrix.md"_s), table);
 }
 
 using Row = std::pair<Phase, Kind>;
 
-class FaultMatrix : public ::testing::TestWithParam<Row>
-{
-};
+using FaultMatrix = ::testing::TestWithParam<Row>;
 
 TEST_P(FaultMatrix, RunEndsAsDesignedAndKeepsEveryParameter)
 {
@@ -463,10 +444,145 @@ INSTANTIATE_TEST_SUITE_P(Steps, FaultMatrix, ::testing::ValuesIn(allRows()),
                          [](const ::testing::TestParamInfo<Row> &info) {
                              std::string name = std::string(kPhaseNames[int(info.param.first)]) +
                                  "_" + kKindNames[int(info.param.second)];
-                             for (char &c : name)
-                                 if (!isalnum(static_cast<unsigned char>(c)))
-                                     c = '_';
+                             std::ranges::replace_if(
+                                 name, [](unsigned char c) { return !isalnum(c); }, '_');
                              return name;
                          });
+
+// The kill matrix: the updater is stopped at each stage of each board, and a fresh one finishes
+// the run from its journal.
+// The updater is stopped (killed, the computer's power cut): nothing after that point runs, and
+// only what is on disk survives.
+struct Killed
+{
+};
+
+struct KillPoint
+{
+    BoardKind board;
+    Stage stage;
+    int packet; // Transfer: the packet after which the updater stops; 0 at the stage's start
+};
+
+class Interrupt : public ::testing::TestWithParam<KillPoint>, public SimRig
+{
+protected:
+    // A fresh updater on the program folder, connected, with the firmware files read.
+    std::unique_ptr<Session> connected()
+    {
+        auto session = std::make_unique<Session>(sim.line(), clock, op, files());
+        const bool ok = session->run(Job::connectTo(u"COM1"_s)).succeeded();
+        return ok ? (readFirmware(*session), std::move(session)) : nullptr;
+    }
+};
+
+TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
+{
+    const KillPoint kill = GetParam();
+    writeFirmware("2.01", "1.21", "1.03");
+    const InstrumentState before = instrument().state();
+    {
+        const auto first = connected();
+        ASSERT_TRUE(first);
+        bool armed = false;
+        int packets = 0;
+        QObject::connect(first.get(), &Session::jobEvent, [&](const JobEvent &e) {
+            armed = e.stage == kill.stage && (e.board == kill.board || kill.stage == Stage::Backup);
+            if (armed && kill.packet == 0)
+                throw Killed {};
+        });
+        QObject::connect(first.get(), &Session::transferProgressChanged,
+                         [&](const TransferProgress &) {
+                             if (armed && ++packets == kill.packet)
+                                 throw Killed {};
+                         });
+        EXPECT_THROW(first->run(Job::update(false)), Killed);
+    }
+    sim.line().close(); // the killed program's port is closed by the system
+    clock.sleepMs(15000); // the operator starts the updater again
+
+    // A fresh updater connects, finishes a board found waiting in its bootloader, connects again
+    // and updates.
+    const auto session = connected();
+    ASSERT_TRUE(session);
+    // The journal is written once the backup is made, and tells how far the run got: a board
+    // killed after its transfer needs only its parameters, and is not flashed again.
+    ASSERT_EQ(session->journal().has_value(), kill.stage != Stage::Backup);
+    const RunJournal journal = session->journal().value_or(RunJournal {});
+    const bool flashed = kill.stage == Stage::RestartWait || kill.stage == Stage::Restore;
+    EXPECT_EQ(journal.describe().contains(boardName(kill.board) + u" flashed with"_s), flashed)
+        << journal.describe().toStdString();
+    if (const auto waiting = session->connection().bootloaderBoard) {
+        const bool othersOpen = std::ranges::any_of(
+            journal.boards, [&](const auto &b) { return b.board != *waiting && !b.done; });
+        ASSERT_TRUE(session->run(Job::singleBoard(*waiting)).succeeded());
+        session->run(Job::disconnect());
+        ASSERT_TRUE(session->run(Job::connectTo(u"COM1"_s)).succeeded());
+        EXPECT_EQ(session->journal().has_value(), othersOpen); // it goes with its last open board
+    }
+    EXPECT_TRUE(session->run(Job::update(false)).succeeded())
+        << logLines().mid(logLines().size() - 40).join('\n').constData();
+    for (const auto &[kind, version] : {std::pair {BoardKind::Cpu, "2.01"},
+                                        {BoardKind::Meas, "1.21"},
+                                        {BoardKind::Main, "1.03"}}) {
+        EXPECT_EQ(instrument().board(kind).firmware, QByteArray(version));
+        EXPECT_EQ(instrument().board(kind).values, before.board(kind).values)
+            << boardName(kind).toStdString();
+    }
+    EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+}
+
+std::vector<KillPoint> killPoints()
+{
+    std::vector<KillPoint> points {{BoardKind::Main, Stage::Backup, 0}};
+    for (const BoardKind board : kUpdateOrder)
+        for (const auto &[stage, packet] : {std::pair {Stage::BootloaderStart, 0},
+                                            {Stage::Transfer, 0},
+                                            {Stage::Transfer, 20},
+                                            {Stage::RestartWait, 0},
+                                            {Stage::Restore, 0}})
+            points.push_back({board, stage, packet});
+    return points;
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryStageOfEveryBoard, Interrupt, ::testing::ValuesIn(killPoints()),
+                         [](const auto &info) { return "case" + std::to_string(info.index); });
+
+// A journal that cannot be trusted is named at connect and never used: the run starts afresh.
+TEST(UntrustedJournal, IsReportedAndNotUsed)
+{
+    // A journal as a run writes it, and ways of spoiling it.
+    QTemporaryDir made;
+    RunJournal journal;
+    journal.path = made.filePath(u"journal.json"_s);
+    journal.serialNumber = u"00042"_s;
+    journal.backupFile = u"VarimoSentry_Backup_00042.xml"_s;
+    journal.boards = {
+        {BoardKind::Main, u"FW_MAINBOARD_103_CRC5678.bin"_s, u"1.03"_s, Stage::Restore, false}};
+    QString error;
+    ASSERT_TRUE(journal.save(&error)) << error.toStdString();
+    const QByteArray valid = contentOf(journal.path);
+    const auto spoilt = [&](const char *from, const char *to) {
+        return QByteArray(valid).replace(from, to);
+    };
+    const std::pair<QByteArray, const char *> rows[] = {
+        {QByteArray("\x00\xff{not json", 10), "is damaged"},
+        {spoilt("varimo-run-journal", "something-else"), "is damaged"},
+        {spoilt("\"main\"", "\"top\""), "is damaged"},
+        {spoilt("\"restore\"", "\"sideways\""), "is damaged"},
+        {spoilt("\"00042\"", "\"00077\""), "belongs to VARIMOsentry SN 00077"},
+        {QByteArray(1024 * 1024, ' '), "cannot be read"},
+    };
+    for (const auto &[content, problem] : rows) {
+        SimRig rig;
+        writeFile(rig.path(RunJournal::fileNameFor(u"00042"_s)), content);
+        Session session(rig.sim.line(), rig.clock, rig.op, rig.files());
+        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
+        EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(problem)))
+            << session.connection().journalProblem.toStdString();
+        EXPECT_TRUE(session.connection().unfinishedRun.isEmpty());
+        EXPECT_FALSE(session.journal());
+    }
+}
 
 } // namespace

@@ -135,6 +135,7 @@ TEST(Controler, InitFromBinFileChecksTheImageSize)
         {"FW_MAINBOARD_103_CRC1.bin", 14336, "1.03", true},
         {"FW_MAINBOARD_103_CRC1.bin", 0, "<empty>", false},
         {"FW_MAINBOARD_103_CRC1.bin", 14337, "<invalid size>", false}, // one byte too long
+        {"FW_MAINBOARD_103_CRC1.bin", 14464, "<invalid size>", false}, // one packet too long
         {"FW_MAINBOARD_1", 14336, "", true}, // a short version part
     };
     for (const auto &[file, size, firmware, valid] : cases) {

@@ -258,13 +258,13 @@ void UpdaterCli::fail(int status, const QString &text)
 
 void UpdaterCli::followSession()
 {
-    connect(m_session.get(), &Session::jobEvent, this, &UpdaterCli::onJobEvent);
-    connect(m_session.get(), &Session::currentActionChanged, this, &UpdaterCli::onCurrentAction);
-    connect(m_session.get(), &Session::transferProgressChanged, this,
-            &UpdaterCli::onTransferProgress);
-    connect(m_session.get(), &Session::statusTextChanged, this,
+    const UpdateRun *reports = &m_session->reports();
+    connect(reports, &UpdateRun::jobEvent, this, &UpdaterCli::onJobEvent);
+    connect(reports, &UpdateRun::currentActionChanged, this, &UpdaterCli::onCurrentAction);
+    connect(reports, &UpdateRun::transferProgressChanged, this, &UpdaterCli::onTransferProgress);
+    connect(reports, &UpdateRun::statusTextChanged, this,
             [this](const QString &text) { m_console.print(text); });
-    connect(m_session.get(), &Session::succeeded, this, [this] {
+    connect(reports, &UpdateRun::succeeded, this, [this] {
         endTransferDisplay();
         if (m_job == Job::Kind::Update || m_job == Job::Kind::SingleBoard)
             m_console.print(updateSucceededText());

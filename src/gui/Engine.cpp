@@ -40,17 +40,17 @@ void Engine::setUp(const EngineLinkFactory &factory, Operator &windows, const Se
     // to the windows.
     const auto relay = [this](auto signal, auto slot) {
         connect(
-            m_session.get(), signal, m_engineSide.get(),
+            &m_session->reports(), signal, m_engineSide.get(),
             [this, slot](auto... args) {
                 m_inbox->post([this, slot, args...] { std::invoke(slot, this, args...); });
             },
             Qt::DirectConnection);
     };
-    relay(&Session::statusTextChanged, &Engine::statusTextChanged);
-    relay(&Session::currentActionChanged, &Engine::currentActionChanged);
-    relay(&Session::transferProgressChanged, &Engine::transferProgressChanged);
-    relay(&Session::succeeded, &Engine::succeeded);
-    relay(&Session::jobEvent, &Engine::jobEvent);
+    relay(&UpdateRun::statusTextChanged, &Engine::statusTextChanged);
+    relay(&UpdateRun::currentActionChanged, &Engine::currentActionChanged);
+    relay(&UpdateRun::transferProgressChanged, &Engine::transferProgressChanged);
+    relay(&UpdateRun::succeeded, &Engine::succeeded);
+    relay(&UpdateRun::jobEvent, &Engine::jobEvent);
 }
 
 Engine::~Engine()

@@ -14,10 +14,8 @@
 
 using namespace Qt::StringLiterals;
 
-Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
-                 QObject *parent)
-    : QObject(parent)
-    , m_files(files)
+Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files)
+    : m_files(files)
     , m_comm(line, clock, op)
     , m_run(m_comm, clock, op, files, m_current, m_fresh, m_journal)
 {
@@ -29,11 +27,6 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
         m_current[kind].setControler(kind);
         m_fresh[kind].setControler(kind);
     }
-    connect(&m_run, &UpdateRun::jobEvent, this, &Session::jobEvent);
-    connect(&m_run, &UpdateRun::statusTextChanged, this, &Session::statusTextChanged);
-    connect(&m_run, &UpdateRun::currentActionChanged, this, &Session::currentActionChanged);
-    connect(&m_run, &UpdateRun::transferProgressChanged, this, &Session::transferProgressChanged);
-    connect(&m_run, &UpdateRun::succeeded, this, &Session::succeeded);
 }
 
 QString Session::defaultBackupFile(Job::Kind kind) const

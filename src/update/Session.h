@@ -7,7 +7,6 @@
 #include "update/RunJournal.h"
 #include "update/UpdateRun.h"
 
-#include <QObject>
 #include <QString>
 
 class Clock;
@@ -16,23 +15,20 @@ class SerialLine;
 
 // One instrument on one serial line: the transceiver, the six board descriptors and every job
 // that the updater does with an instrument. Both front ends run their work as jobs here and
-// follow it through the typed signals and the JobResult; the display texts (statusTextChanged,
-// currentActionChanged) are for showing only.
+// follow it through the typed signals of reports() and the JobResult; the display texts
+// (statusTextChanged, currentActionChanged) are for showing only.
 //
 // Holds all state of its runs; two sessions on two lines work side by side in one process.
 // Lives on the thread that runs its jobs (the engine thread for the windows); run() blocks until
 // the job has ended. The descriptors may be read and changed between jobs on that thread.
-class Session : public QObject
+class Session
 {
-    Q_OBJECT
-
 public:
     // How long a connect listens for a bootloader's "C" when the greeting found nobody.
     static constexpr int kBootloaderListenMs = 3000;
     static constexpr int kDisconnectTimeoutMs = 200;
 
-    Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files,
-            QObject *parent = nullptr);
+    Session(SerialLine &line, Clock &clock, Operator &op, const SessionFiles &files);
 
     // Runs one job to its end. The operator's cancel ends it with Status::Cancelled; every other
     // failure with Status::Failed, the board and stage where it happened and the operator's
@@ -52,21 +48,13 @@ public:
     QString defaultBackupFile(Job::Kind kind) const;
 
     cComm &comm() { return m_comm; }
+    // Where a running job reports (the typed events and the texts for showing): its signals.
+    UpdateRun &reports() { return m_run; }
 
     // The unfinished update run of the connected instrument, if any.
     const std::optional<RunJournal> &journal() const { return m_journal; }
     // Forgets the unfinished run on purpose: its journal file is removed.
     bool discardJournal();
-
-signals:
-    void jobEvent(const JobEvent &event);
-    // The update window's status line (animated by the window).
-    void statusTextChanged(const QString &text);
-    // The current-action line, black or red.
-    void currentActionChanged(const QString &text, bool isError);
-    void transferProgressChanged(const TransferProgress &progress);
-    // A run succeeded: the window shows "Update successfully completed" and its OK button.
-    void succeeded();
 
 private:
     // The connect sequence up to the board reads and the serial number. A board in its bootloader

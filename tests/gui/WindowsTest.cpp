@@ -485,7 +485,7 @@ TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
                       SessionFiles {&files.ini(), &files.log(), folder.path(), folder.path()});
         ASSERT_TRUE(first.run(Job::connectTo(u"COM1"_s)).succeeded());
         files.LoadFirmwareFiles(first.fresh());
-        QObject::connect(&first, &Session::jobEvent, [](const JobEvent &e) {
+        QObject::connect(&first.reports(), &UpdateRun::jobEvent, [](const JobEvent &e) {
             if (e.board == BoardKind::Main && e.stage == Stage::Restore)
                 throw std::runtime_error("killed");
         });

@@ -107,7 +107,7 @@ struct Bench : SimRig
         sim.line().setPortName(u"sim"_s);
         instrument().addObserver(&watch);
         QObject::connect(
-            &session, &Session::currentActionChanged,
+            &session.reports(), &UpdateRun::currentActionChanged,
             [this](const QString &t, bool error) { actions << (error ? u"!"_s : QString()) + t; });
         onFailureDialog = [this](const QStringList &lines) {
             general << lines;
@@ -242,7 +242,7 @@ void arm(Bench &b, Phase phase, Kind kind, const Step &step)
         if (!std::exchange(*armed, true))
             fire();
     };
-    QObject::connect(&b.session, &Session::jobEvent, [=](const JobEvent &e) {
+    QObject::connect(&b.session.reports(), &UpdateRun::jobEvent, [=](const JobEvent &e) {
         if (e.board != step.board)
             return;
         if (phase == Phase::Bootloader && e.stage == Stage::BootloaderStart)
@@ -253,7 +253,7 @@ void arm(Bench &b, Phase phase, Kind kind, const Step &step)
                 once();
         }
     });
-    QObject::connect(&b.session, &Session::transferProgressChanged, [=] {
+    QObject::connect(&b.session.reports(), &UpdateRun::transferProgressChanged, [=] {
         if (*packets >= 0 && ++*packets == step.packet - 1)
             once();
     });
@@ -486,12 +486,12 @@ TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
         ASSERT_TRUE(first);
         bool armed = false;
         int packets = 0;
-        QObject::connect(first.get(), &Session::jobEvent, [&](const JobEvent &e) {
+        QObject::connect(&first->reports(), &UpdateRun::jobEvent, [&](const JobEvent &e) {
             armed = e.stage == kill.stage && (e.board == kill.board || kill.stage == Stage::Backup);
             if (armed && kill.packet == 0)
                 throw Killed {};
         });
-        QObject::connect(first.get(), &Session::transferProgressChanged,
+        QObject::connect(&first->reports(), &UpdateRun::transferProgressChanged,
                          [&](const TransferProgress &) {
                              if (armed && ++packets == kill.packet)
                                  throw Killed {};

@@ -25,8 +25,6 @@ public:
     static constexpr int kProbeSleepMs = 3000;
     static constexpr int kProbeReadMs = 1000;
 
-    void setControler(BoardKind kind) { m_controler = kind; }
-
     // The exact size of the board's firmware image in 128-byte packets.
     qint32 MaxNumOfPackages() const { return boardFacts(m_controler).packets; }
 

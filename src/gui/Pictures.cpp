@@ -3,42 +3,12 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
-#include <QtMath>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 const QColor kAccent(0, 94, 170);
-
-QPixmap reloadPixmap(int size, const QColor &color)
-{
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter p(&pixmap);
-    p.setRenderHint(QPainter::Antialiasing);
-    const qreal s = size;
-    const qreal pen = s * 0.12;
-    const QRectF circle(s * 0.2, s * 0.2, s * 0.6, s * 0.6);
-    p.setPen(QPen(color, pen, Qt::SolidLine, Qt::FlatCap));
-    // Two arcs, each ending in an arrow head pointing along the circle.
-    for (const int start : {20, 200}) {
-        p.drawArc(circle, start * 16, 130 * 16);
-        const qreal end = qDegreesToRadians(qreal(start + 130));
-        const QPointF tip(circle.center().x() + circle.width() / 2 * qCos(end),
-                          circle.center().y() - circle.height() / 2 * qSin(end));
-        const QPointF tangent(-qSin(end), -qCos(end));
-        const QPointF normal(qCos(end), -qSin(end));
-        const qreal head = s * 0.17;
-        QPainterPath arrow;
-        arrow.moveTo(tip + tangent * head);
-        arrow.lineTo(tip + normal * head);
-        arrow.lineTo(tip - normal * head);
-        arrow.closeSubpath();
-        p.fillPath(arrow, color);
-    }
-    return pixmap;
-}
 
 // The display with a measured value.
 QRectF drawDisplay(QPainter &p, const QRectF &body)
@@ -77,16 +47,6 @@ void drawKeys(QPainter &p, const QRectF &body, const QRectF &display)
 }
 
 } // namespace
-
-QIcon Pictures::reloadIcon()
-{
-    QIcon icon;
-    for (const int size : {16, 24, 32, 48}) {
-        icon.addPixmap(reloadPixmap(size, kAccent), QIcon::Normal);
-        icon.addPixmap(reloadPixmap(size, QColor(160, 160, 160)), QIcon::Disabled);
-    }
-    return icon;
-}
 
 QPixmap Pictures::instrumentPicture(const QSize &size, qreal devicePixelRatio)
 {

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <QIcon>
 #include <QPixmap>
 
-// The main window's pictures, drawn at run time so that no image file has to travel with the
+// The main window's picture, drawn at run time so that no image file has to travel with the
 // program. GUI thread.
 namespace Pictures {
 
-// Two arrows chasing each other round a circle: the Reload all button.
-QIcon reloadIcon();
 // The instrument with its display and keys, and a serial cable: the main window's decoration.
 QPixmap instrumentPicture(const QSize &size, qreal devicePixelRatio = 1.0);
 

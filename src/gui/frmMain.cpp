@@ -19,6 +19,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStyle>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -30,10 +31,6 @@ frmMain::frmMain(const frmMainSetup &setup, QWidget *parent)
     , m_workspace({setup.programDir, setup.dataDir})
 {
     setObjectName(u"frmMain"_s);
-    for (const BoardKind kind : kReadOrder) {
-        m_current[kind].setControler(kind);
-        m_fresh[kind].setControler(kind);
-    }
     buildControls();
 
     // The window's key handler sees every key before the control that has the focus.
@@ -113,7 +110,7 @@ QWidget *frmMain::buildConnectionFrame(QWidget *parent)
     cmdConnect = named<QPushButton>(u"cmdConnect"_s, fraConnect);
     cmdConnect->setMinimumWidth(110);
     cmdRetry = named<QToolButton>(u"cmdRetry"_s, fraConnect);
-    cmdRetry->setIcon(Pictures::reloadIcon());
+    cmdRetry->setIcon(style()->standardIcon(QStyle::SP_BrowserReload));
     cmdRetry->setIconSize(QSize(22, 22));
     cmdRetry->setFixedSize(34, 30);
     for (QWidget *w : std::initializer_list<QWidget *> {lblComPort, cmbPorts, cmdConnect, cmdRetry})

@@ -23,10 +23,6 @@ Session::Session(SerialLine &line, Clock &clock, Operator &op, const SessionFile
     qRegisterMetaType<TransferProgress>();
     qRegisterMetaType<JobResult>();
     m_comm.Init(m_files.log);
-    for (const BoardKind kind : kReadOrder) {
-        m_current[kind].setControler(kind);
-        m_fresh[kind].setControler(kind);
-    }
 }
 
 QString Session::defaultBackupFile(Job::Kind kind) const

@@ -193,15 +193,11 @@ JobResult UpdateRun::runRestoreOnly(const QString &backupFile, bool force,
         return finish(false);
     }
     for (const BoardKind board : kUpdateOrder) {
-        SetCurrentAction(text(boardFacts(board).restoreText));
+        emit currentActionChanged(text(boardFacts(board).restoreText), false);
         if (!m_backup.RestoreData(board, file)) {
             m_result.board = board;
             m_result.stage = Stage::Restore;
-            showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
-            ShowMessage(m_backup.CurrAction(), m_backup.LastError(),
-                        InstructionText::kCheckConnection, InstructionText::kTryRestoreAgain,
-                        QString());
-            return finish(false);
+            return finish(restoreFailed());
         }
     }
     return finish(true);
@@ -228,7 +224,7 @@ JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile,
     }
     bool ok = bootloaderAndTransfer(board, imageFile);
     if (ok && backupFile.isEmpty())
-        SetCurrentAction(text(boardFacts(board).doneText));
+        emit currentActionChanged(text(boardFacts(board).doneText), false);
     else if (ok)
         ok = restoreAfterTransfer(board, backupFile);
     m_comm.ClosePort();
@@ -238,11 +234,11 @@ JobResult UpdateRun::runFlashOnly(BoardKind board, const QString &imageFile,
 bool UpdateRun::backupInto(const QString &file, bool showFailure)
 {
     enterStage(std::nullopt, Stage::Backup, BoardCondition::Untouched);
-    SetCurrentAction(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s);
+    emit currentActionChanged(u"Backup VARIMOsentry parameters in "_s + file + u"..."_s, false);
     // Without a name (no serial number was read) the backup has nowhere to go and fails.
     const QString path = file.isEmpty() ? QString() : QDir(m_files.dataDir).filePath(file);
     if (m_backup.SecureData(path, m_serialNumber)) {
-        SetCurrentAction(u"Backup successful completed."_s);
+        emit currentActionChanged(u"Backup successful completed."_s, false);
         enterStage(std::nullopt, Stage::None, BoardCondition::Untouched);
         return true;
     }
@@ -279,7 +275,7 @@ bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
 {
     const BoardFacts &facts = boardFacts(board);
     enterStage(board, Stage::Restore, BoardCondition::FlashedNotRestored);
-    SetCurrentAction(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText));
+    emit currentActionChanged(text(facts.doneText) + u"\r\n"_s + text(facts.restoreText), false);
     LogLine(u"Restoring data..."_s);
     if (!restoreBoard(board, backupFile))
         return false;
@@ -295,14 +291,14 @@ bool UpdateRun::restoreAfterTransfer(BoardKind board, const QString &backupFile)
 bool UpdateRun::bootloaderAndTransfer(BoardKind board, const QString &imageFile)
 {
     const BoardFacts &facts = boardFacts(board);
-    SetCurrentAction(text(facts.startText));
+    emit currentActionChanged(text(facts.startText), false);
     LogLine(text(facts.startText));
     const bool started = StartBootloader(board);
     m_operator.letEventsRun();
     if (!started)
         return showError(u"Cannot start bootloader"_s);
     enterStage(board, Stage::Transfer, BoardCondition::InBootloader);
-    SetCurrentAction(text(facts.transferText));
+    emit currentActionChanged(text(facts.transferText), false);
     LogLine(text(facts.transferText));
     if (!m_settings.logParserTele) {
         m_files.log->UpdateLog(u"Flash binary file...."_s);
@@ -352,11 +348,7 @@ bool UpdateRun::restoreBoard(BoardKind board, const QString &backupFile)
     m_comm.Transceive("DHR;0");
     m_comm.Transceive("KEY;0");
     if (!m_backup.RestoreData(board, file)) {
-        showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
-        LogLine(u"ERROR during: Restoring data"_s);
-        ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
-                    InstructionText::kTryRestoreAgain, QString());
-        return false;
+        return restoreFailed(u"ERROR during: Restoring data"_s);
     }
     if (board == BoardKind::Main)
         confirmMainBoardRestart();
@@ -545,16 +537,21 @@ void UpdateRun::WaitSeconds(qint16 n, const std::function<void(int secondsLeft)>
     }
 }
 
-bool UpdateRun::showError(const QString &message)
+bool UpdateRun::restoreFailed(const QString &logLine)
 {
-    m_result.message = message;
-    SetCurrentAction(message, true);
+    showError(m_backup.CurrAction() + u"\r\n"_s + m_backup.LastError());
+    if (!logLine.isEmpty())
+        LogLine(logLine);
+    ShowMessage(m_backup.CurrAction(), m_backup.LastError(), InstructionText::kCheckConnection,
+                InstructionText::kTryRestoreAgain, QString());
     return false;
 }
 
-void UpdateRun::SetCurrentAction(const QString &text, bool isError)
+bool UpdateRun::showError(const QString &message)
 {
-    emit currentActionChanged(text, isError);
+    m_result.message = message;
+    emit currentActionChanged(message, true);
+    return false;
 }
 
 void UpdateRun::LogLine(const QString &text)

@@ -119,9 +119,11 @@ private:
     bool confirmRestart(BoardKind board);
     void reportPacket(BoardKind board, qint32 position, qint32 total, qint32 invalidAnswers,
                       qint32 startTick);
-    void SetCurrentAction(const QString &text, bool isError = false);
     // The step's failure: the run's message, shown red on the current-action line; false.
     bool showError(const QString &message);
+    // A board that did not take its parameters back: shown, logged with logLine, and the
+    // operator told what to do; false.
+    bool restoreFailed(const QString &logLine = {});
     void LogLine(const QString &text);
     void ShowMessage(const QString &l1, const QString &l2, const QString &l3, const QString &l4,
                      const QString &l5);

@@ -356,11 +356,16 @@ void UpdaterCli::connectForParameters(const QString &refusal)
 {
     if (const std::optional<int> failed = connectInstrument())
         throw CommandEnd {*failed};
+    refuseBootloaderBoard(refusal);
+    printBoards(m_session->current());
+}
+
+void UpdaterCli::refuseBootloaderBoard(const QString &refusal)
+{
     if (const std::optional<BoardKind> board = m_session->connection().bootloaderBoard)
         fail(Exit::Failed,
              u"The %1 is waiting in its bootloader: %2'update' finishes it."_s.arg(
                  boardName(*board), refusal));
-    printBoards(m_session->current());
 }
 
 void UpdaterCli::disconnectInstrument()
@@ -466,10 +471,7 @@ int UpdaterCli::identify()
     }
     if (failed)
         return *failed;
-    if (r.bootloaderBoard)
-        fail(Exit::Failed,
-             u"The %1 is waiting in its bootloader: 'update' finishes it."_s.arg(
-                 boardName(*r.bootloaderBoard)));
+    refuseBootloaderBoard(QString());
     return Exit::Success;
 }
 

@@ -98,6 +98,8 @@ private:
     std::optional<int> connectInstrument(bool report = true);
     // Connects for a backup or a restore, which a board in its bootloader refuses.
     void connectForParameters(const QString &refusal);
+    // Ends the command when a board waits in its bootloader; refusal says what that prevents.
+    void refuseBootloaderBoard(const QString &refusal);
     void disconnectInstrument();
     void updateWaitingBoard(BoardKind board);
     int readAgain();

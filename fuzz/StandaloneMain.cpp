@@ -16,10 +16,7 @@ extern "C" const char *__asan_default_options()
 {
     return "abort_on_error=1";
 }
-extern "C" const char *__ubsan_default_options()
-{
-    return "abort_on_error=1:print_stacktrace=1";
-}
+extern "C" const char *__ubsan_default_options() __attribute__((alias("__asan_default_options")));
 
 namespace {
 

@@ -16,11 +16,10 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 #define FUZZ_CHECK(condition)                                                                      \
-    do {                                                                                           \
-        if (!(condition))                                                                          \
-            std::fprintf(stderr, "%s:%d: property broken: %s\n", __FILE__, __LINE__, #condition),  \
-                std::abort();                                                                      \
-    } while (false)
+    ((condition)                                                                                   \
+         ? void()                                                                                  \
+         : (std::fprintf(stderr, "%s:%d: property broken: %s\n", __FILE__, __LINE__, #condition),  \
+            std::abort()))
 
 namespace fuzz {
 
@@ -35,22 +34,18 @@ inline QList<QByteArray> fields(const QByteArray &input, int count)
     return out;
 }
 
-// A file of the folder the targets read and write, in memory where the system has a place for
-// it (every save is flushed to disk, which would dominate the run time).
-inline QString scratchFile(const QString &name)
+// A file of the folder the targets read and write, holding content (and whatever they write to
+// it afterwards); in memory where the system has a place for it (every save is flushed to disk,
+// which would dominate the run time).
+inline QString scratchFile(const QString &name, const QByteArray &content = {})
 {
     static const QTemporaryDir dir(QDir(QStringLiteral("/dev/shm")).exists()
                                        ? QStringLiteral("/dev/shm/varimo-fuzz-XXXXXX")
                                        : QDir::tempPath() + QStringLiteral("/varimo-fuzz-XXXXXX"));
-    FUZZ_CHECK(dir.isValid());
-    return dir.filePath(name);
-}
-
-inline bool writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-        file.write(content) == content.size();
+    QFile file(dir.filePath(name));
+    FUZZ_CHECK(file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+               file.write(content) == content.size());
+    return file.fileName();
 }
 
 inline QByteArray contentOf(const QString &path)

@@ -28,8 +28,7 @@ FUZZ_TARGET(input)
     const QString section = QString::fromLatin1(parts[0]);
     const QString key = QString::fromLatin1(parts[1]);
     const QString value = QString::fromLatin1(parts[2]);
-    const QString path = fuzz::scratchFile(u"VarimoSentry_Updater.ini"_s);
-    FUZZ_CHECK(fuzz::writeFile(path, parts[3]));
+    const QString path = fuzz::scratchFile(u"VarimoSentry_Updater.ini"_s, parts[3]);
 
     cINI ini;
     ini.Init(path);

@@ -36,20 +36,27 @@ struct CliResult
     QString all() const { return out + err; }
 };
 
-// Runs varimo-updater to its end; standard input is /dev/null.
-CliResult runCli(const QStringList &arguments)
+void expectLines(const QString &text, const QStringList &lines)
 {
-    QProcess p;
+    for (const QString &line : lines)
+        EXPECT_TRUE(text.contains(line)) << qPrintable(line + u"\n"_s + text);
+}
+
+// Runs varimo-updater to its end (standard input is /dev/null), expecting its exit status and
+// these lines on standard output.
+CliResult expectRun(const QStringList &arguments, int status, const QStringList &lines = {})
+{
+    QProcess p; // killed when it goes, should it still run
     p.setStandardInputFile(QProcess::nullDevice());
     p.start(kProgram, arguments);
-    if (!p.waitForFinished(kCommandTimeoutMs)) {
-        p.kill();
-        p.waitForFinished();
-        return {-1, {}, u"did not finish: "_s + p.errorString()};
-    }
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromLocal8Bit(p.readAllStandardOutput()),
-            QString::fromLocal8Bit(p.readAllStandardError())};
+    const bool finished = p.waitForFinished(kCommandTimeoutMs);
+    EXPECT_TRUE(finished) << qPrintable(p.errorString());
+    const CliResult r {finished && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+                       QString::fromLocal8Bit(p.readAllStandardOutput()),
+                       QString::fromLocal8Bit(p.readAllStandardError())};
+    EXPECT_EQ(r.exitCode, status) << qPrintable(arguments.join(u' ') + u"\n"_s + r.all());
+    expectLines(r.out, lines);
+    return r;
 }
 
 // The simulated instrument on a pseudo-terminal, unpaced and quick to answer and restart, with
@@ -80,9 +87,10 @@ protected:
         ASSERT_TRUE(p.waitForFinished(30000) && p.exitCode() == 0)
             << p.readAllStandardError().data();
     }
-    CliResult cli(const Simulator &sim, const QStringList &command)
+    // The command on the simulator's port, with the test's program folder.
+    QStringList on(const Simulator &sim, const QStringList &command) const
     {
-        return runCli(QStringList {u"--dir"_s, dir.path(), u"--port"_s, sim.port} + command);
+        return QStringList {u"--dir"_s, dir.path(), u"--port"_s, sim.port} + command;
     }
     QString path(const QString &name) const { return dir.filePath(name); }
     QByteArray fileText(const QString &name) const
@@ -96,11 +104,6 @@ protected:
         EXPECT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(bytes);
         return f.fileName();
-    }
-    static void expectLines(const CliResult &r, const QStringList &lines)
-    {
-        for (const QString &line : lines)
-            EXPECT_TRUE(r.out.contains(line)) << qPrintable(line + u"\n"_s + r.all());
     }
 
     QTemporaryDir dir;
@@ -123,9 +126,12 @@ TEST(CliUsage, MistakesInTheCommandLineEndWithStatusTwo)
         {{u"diff"_s, u"one.xml"_s}, "wrong number of arguments"},
         {{u"--frequency"_s, u"ports"_s}, "Unknown option"},
         {{u"--port"_s, u"nonsense"_s, u"identify"_s}, "Invalid port - enter valid RS232-port"},
+        {{u"--port"_s, kProgram, u"identify"_s}, "is not a serial port"},
         {{u"--port"_s, u"/dev/varimo-no-such-port"_s, u"identify"_s}, "varimo-no-such-port"},
         {{u"--dir"_s, u"/no/such/folder"_s, u"--port"_s, u"/dev/null"_s, u"identify"_s},
          "does not exist"},
+        {{u"--dir"_s, kProgram, u"--port"_s, u"/dev/null"_s, u"identify"_s},
+         "is a file, not a folder"},
         {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"main"_s, missing}, "Cannot read"},
         {{u"--port"_s, u"/dev/null"_s, u"flash"_s, u"main"_s, kProgram}, "--force"},
         {{u"--port"_s, u"/dev/null"_s, u"restore"_s, missing}, "No backup file"},
@@ -136,9 +142,7 @@ TEST(CliUsage, MistakesInTheCommandLineEndWithStatusTwo)
         QStringList arguments = tc.arguments;
         if (!arguments.contains(u"--dir"_s) && arguments.contains(u"--port"_s))
             arguments = QStringList {u"--dir"_s, dir.path()} + arguments;
-        const CliResult r = runCli(arguments);
-        EXPECT_EQ(r.exitCode, 2) << qPrintable(tc.arguments.join(u' ') + u"\n"_s + r.all());
-        EXPECT_TRUE(r.err.contains(QString::fromLatin1(tc.says))) << qPrintable(r.all());
+        expectLines(expectRun(arguments, 2).err, {QString::fromLatin1(tc.says)});
     }
 }
 
@@ -149,11 +153,10 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
 {
     makeFirmware();
     Simulator sim({u"--state"_s, path(u"instrument.json"_s)});
-    const CliResult r = cli(sim, {u"identify"_s});
-    ASSERT_EQ(r.exitCode, 0) << qPrintable(r.all());
-    expectLines(r,
-                {u"VARIMOsentry SN 00042"_s, u"VARIMOsentry ready for update"_s,
-                 u"VarimoSentry_Backup_00042.xml (not made yet)"_s, u"FW_MAINBOARD_103_CRC"_s});
+    const CliResult r =
+        expectRun(on(sim, {u"identify"_s}), 0,
+                  {u"VARIMOsentry SN 00042"_s, u"VARIMOsentry ready for update"_s,
+                   u"VarimoSentry_Backup_00042.xml (not made yet)"_s, u"FW_MAINBOARD_103_CRC"_s});
     EXPECT_TRUE(r.out.contains(QRegularExpression(u"Main Board +Vm2PS +1\\.02 +7 +- +"_s)));
     // The same log and settings as the windows.
     const QByteArray log = fileText(u"VarimoSentry_Updater.txt"_s);
@@ -161,8 +164,7 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
     EXPECT_TRUE(log.contains("Telegram sent : KEY;1\r\n")) << log.right(300).constData();
     EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s).contains("COMPort=" + sim.port.toLatin1()));
 
-    const CliResult json = cli(sim, {u"identify"_s, u"--json"_s, u"-v"_s});
-    ASSERT_EQ(json.exitCode, 0) << qPrintable(json.all());
+    const CliResult json = expectRun(on(sim, {u"identify"_s, u"--json"_s, u"-v"_s}), 0);
     // -v: every line the log receives, on standard error.
     EXPECT_TRUE(json.err.contains(u" : Telegram sent : KVT\r\n"_s)) << qPrintable(json.err);
     const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8()).object();
@@ -179,10 +181,7 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
     EXPECT_EQ(boards,
               (QStringList {u"cpu 2.00 2.00"_s, u"main 1.02 1.03 update"_s, u"meas 1.20 1.20"_s}));
 
-    const CliResult backup = cli(sim, {u"backup"_s});
-    ASSERT_EQ(backup.exitCode, 0) << qPrintable(backup.all());
-    const QString original = path(u"VarimoSentry_Backup_00042.xml"_s);
-
+    expectRun(on(sim, {u"backup"_s}), 0);
     const QByteArray good = fileText(u"VarimoSentry_Backup_00042.xml"_s);
     const QByteArray ch = "<Value Telegram=\"CH\">12.5<";
     ASSERT_TRUE(good.contains(ch) && good.contains(" SerialNumber=\"00042\""));
@@ -194,13 +193,12 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
                                       QByteArray(good)
                                           .replace(ch, "<Value Telegram=\"CH\">13.5<")
                                           .replace("\"00042\"", "\"00077\""));
-    const CliResult changed = runCli({u"diff"_s, original, foreign});
-    EXPECT_EQ(changed.exitCode, 1) << qPrintable(changed.all());
-    expectLines(changed, {u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s});
+    expectRun({u"diff"_s, path(u"VarimoSentry_Backup_00042.xml"_s), foreign}, 1,
+              {u"Main Board  Telegram=CH: \"12.5\" -> \"13.5\""_s});
 
     const QString plain = writeFile(u"plain.txt"_s, "not a port");
-    // Arguments (after --dir and --port, unless they start with an option), the settings file
-    // during the case, what the updater says.
+    // Arguments (after --dir and --port), the settings file during the case, what the updater
+    // says.
     const std::tuple<QStringList, QByteArray, const char *> cases[] = {
         {{u"restore"_s, foreign}, {}, "not from this VARIMOsentry (SN 00042)"},
         {{u"restore"_s,
@@ -213,16 +211,11 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
          "more than the 1024"},
         {{u"update"_s, u"--yes"_s}, "[Settings]\nXModemWaitTime=999999\n", "0 to 1000 ms"},
         {{u"flash"_s, u"main"_s, plain}, "[Settings]\nXModemWaitTime=-5\n", "0 to 1000 ms"},
-        {{u"--dir"_s, dir.path(), u"--port"_s, plain, u"identify"_s}, {}, "is not a serial port"},
-        {{u"--dir"_s, plain, u"--port"_s, sim.port, u"identify"_s}, {}, "is a file, not a folder"},
     };
     const QByteArray settings = fileText(u"VarimoSentry_Updater.ini"_s);
     for (const auto &[arguments, ini, says] : cases) {
         writeFile(u"VarimoSentry_Updater.ini"_s, ini.isEmpty() ? settings : ini);
-        const CliResult r =
-            arguments.front().startsWith(u"--"_s) ? runCli(arguments) : cli(sim, arguments);
-        EXPECT_EQ(r.exitCode, 2) << says << "\n" << qPrintable(r.all());
-        EXPECT_TRUE(r.err.contains(QString::fromLatin1(says))) << qPrintable(r.all());
+        expectLines(expectRun(on(sim, arguments), 2).err, {QString::fromLatin1(says)});
         EXPECT_EQ(fileText(u"VarimoSentry_Backup_00042.xml"_s), good) << says;
     }
     for (const char *write :
@@ -231,9 +224,8 @@ TEST_F(CliProcess, IdentifyBackupRefusalsAndAForcedRestoreOnOneInstrument)
 
     // Forced, the restore first keeps the instrument's own values, then writes the file's.
     writeFile(u"VarimoSentry_Updater.ini"_s, settings);
-    const CliResult forced = cli(sim, {u"restore"_s, u"--force"_s, foreign});
-    EXPECT_EQ(forced.exitCode, 0) << qPrintable(forced.all());
-    expectLines(forced, {u"Restoring parameters to CPU Board..."_s});
+    expectRun(on(sim, {u"restore"_s, u"--force"_s, foreign}), 0,
+              {u"Restoring parameters to CPU Board..."_s});
     EXPECT_EQ(
         QDir(dir.path()).entryList({u"VarimoSentry_Backup_00042_BeforeRestore_*.xml"_s}).size(), 1);
 
@@ -261,12 +253,12 @@ TEST_F(CliProcess, FlashDeliversTheFileByteExactToAnXmodemReceiver)
     for (int i = 0; i < 100 && !QFile::exists(port); ++i)
         QThread::msleep(50);
 
-    const CliResult r = runCli({u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s,
-                                u"--no-restore"_s, u"main"_s, image});
-    socat.waitForFinished(10000);
-    EXPECT_TRUE(r.err.contains(u"Warning: no backup and no restore"_s)) << qPrintable(r.all());
     // rx takes the file and ends; no board restarts behind it.
-    EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
+    const CliResult r = expectRun({u"--dir"_s, dir.path(), u"--port"_s, port, u"flash"_s,
+                                   u"--no-restore"_s, u"main"_s, image},
+                                  1);
+    socat.waitForFinished(10000);
+    expectLines(r.err, {u"Warning: no backup and no restore"_s});
     EXPECT_EQ(fileText(u"received.bin"_s), bytes);
     // rx asked with "C" before anything was sent; whether its last acknowledge arrives before its
     // end closes the line is a race of no interest here.
@@ -279,10 +271,9 @@ TEST_F(CliProcess, APromptWithoutTerminalIsAnError)
     Simulator sim({}, false);
     sim.type("menu-open"); // every telegram is answered "E;03" until the menu is closed
 
-    const CliResult noTerminal = cli(sim, {u"identify"_s});
-    EXPECT_EQ(noTerminal.exitCode, 2) << qPrintable(noTerminal.all());
-    expectLines(noTerminal, {u"Leave VARIMOsentry setup menu and press OK"_s});
-    EXPECT_TRUE(noTerminal.err.contains(u"standard input is no terminal"_s));
+    const CliResult r =
+        expectRun(on(sim, {u"identify"_s}), 2, {u"Leave VARIMOsentry setup menu and press OK"_s});
+    expectLines(r.err, {u"standard input is no terminal"_s});
 }
 
 // The Main Board waits in its bootloader, and the instrument is gone half-way through its
@@ -296,13 +287,12 @@ TEST_F(CliProcess, AnInstrumentThatIsGoneEndsTheUpdateNamingTheBoardAndItsState)
                   R"({"boards": {"main": {"mode": "bootloader", "imageValid": false}}})");
     Simulator sim({u"--state"_s, state, u"--fault"_s, u"unplug packet=20"_s});
 
-    const CliResult r = cli(sim, {u"update"_s, u"--yes"_s});
-    EXPECT_EQ(r.exitCode, 1) << qPrintable(r.all());
-    expectLines(r, {u"The Main Board is waiting in its bootloader"_s});
+    const CliResult r = expectRun(on(sim, {u"update"_s, u"--yes"_s}), 1,
+                                  {u"The Main Board is waiting in its bootloader"_s});
     EXPECT_EQ(r.out.count(u"ERROR: No connection to VARIMOsentry"_s), 3) << qPrintable(r.out);
-    for (const QString &line : {u"Cannot send binary file to VARIMOsentry"_s, u"Gave up"_s,
-                                u"The Main Board was left in its bootloader"_s})
-        EXPECT_TRUE(r.err.contains(line)) << qPrintable(r.err);
+    expectLines(r.err,
+                {u"Cannot send binary file to VARIMOsentry"_s, u"Gave up"_s,
+                 u"The Main Board was left in its bootloader"_s});
 }
 
 // The updater killed (SIGKILL) once the Main Board has taken its new image, before its
@@ -316,7 +306,7 @@ TEST_F(CliProcess, AnUpdaterKilledMidRunIsFinishedByTheNextUpdate)
     Simulator sim;
     QProcess first;
     first.setStandardInputFile(QProcess::nullDevice());
-    first.start(kProgram, {u"--dir"_s, dir.path(), u"--port"_s, sim.port, u"update"_s, u"--yes"_s});
+    first.start(kProgram, on(sim, {u"update"_s, u"--yes"_s}));
     QElapsedTimer waited;
     waited.start();
     while (!fileText(u"VarimoSentry_Updater.txt"_s).contains("Flash binary file finished") &&
@@ -324,39 +314,29 @@ TEST_F(CliProcess, AnUpdaterKilledMidRunIsFinishedByTheNextUpdate)
         QThread::msleep(20);
     first.kill();
     first.waitForFinished();
-    CliResult killed;
-    killed.out = QString::fromLocal8Bit(first.readAllStandardOutput());
+    const QString killed = QString::fromLocal8Bit(first.readAllStandardOutput());
     expectLines(killed, {u"Backup successful completed."_s, u"Sending Main Board"_s});
-    EXPECT_FALSE(killed.out.contains(u"Starting CPU Board bootloader..."_s));
+    EXPECT_FALSE(killed.contains(u"Starting CPU Board bootloader..."_s));
     EXPECT_TRUE(fileText(u"VarimoSentry_Updater.ini"_s)
                     .contains("LastBackupFileName=VarimoSentry_Backup_00042.xml"));
     const QString before = path(u"before.xml"_s);
     ASSERT_TRUE(QFile::copy(path(u"VarimoSentry_Backup_00042.xml"_s), before));
 
-    const CliResult again = cli(sim, {u"update"_s, u"--yes"_s});
-    EXPECT_EQ(again.exitCode, 0) << qPrintable(again.all());
-    expectLines(again,
-                {u"Unfinished update of VARIMOsentry SN 00042"_s,
-                 u"Update of Main Board successfully completed."_s,
-                 u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s,
-                 u"Update successfully completed"_s, u"No updates required"_s});
+    expectRun(on(sim, {u"update"_s, u"--yes"_s}), 0,
+              {u"Unfinished update of VARIMOsentry SN 00042"_s,
+               u"Update of Main Board successfully completed."_s,
+               u"Reset VARIMOsentry by pressing RESET & ZERO buttons simultaneously."_s,
+               u"Update successfully completed"_s, u"No updates required"_s});
     EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
-    ASSERT_EQ(cli(sim, {u"backup"_s, path(u"after.xml"_s)}).exitCode, 0);
-    const CliResult diff = runCli({u"diff"_s, before, path(u"after.xml"_s)});
-    EXPECT_EQ(diff.exitCode, 0) << qPrintable(diff.all());
-
-    const CliResult nothing = cli(sim, {u"update"_s, u"--yes"_s});
-    EXPECT_EQ(nothing.exitCode, 3) << qPrintable(nothing.all());
-    expectLines(nothing, {u"No updates required"_s});
+    expectRun(on(sim, {u"backup"_s, path(u"after.xml"_s)}), 0);
+    expectRun({u"diff"_s, before, path(u"after.xml"_s)}, 0);
+    expectRun(on(sim, {u"update"_s, u"--yes"_s}), 3, {u"No updates required"_s});
 
     // A board flashed on its own is backed up first and restored after.
     const QString image = QDir(dir.path()).entryList({u"FW_MAINBOARD_*.bin"_s}).value(0);
-    const CliResult flash = cli(sim, {u"flash"_s, u"--yes"_s, u"main"_s, path(image)});
-    ASSERT_EQ(flash.exitCode, 0) << qPrintable(flash.all());
-    expectLines(flash,
-                {u"Backup successful completed."_s,
-                 u"Waiting for the Main Board to restart: 20 s"_s,
-                 u"Restoring parameters to Main Board..."_s});
+    expectRun(on(sim, {u"flash"_s, u"--yes"_s, u"main"_s, path(image)}), 0,
+              {u"Backup successful completed."_s, u"Waiting for the Main Board to restart: 20 s"_s,
+               u"Restoring parameters to Main Board..."_s});
 }
 
 // The terminal operator on its own.

@@ -12,6 +12,7 @@
 #include "shell/Workspace.h"
 #include "support/Pty.h"
 #include "support/SimFixture.h"
+#include "support/SimProcess.h"
 #include "update/Session.h"
 
 #include <QApplication>
@@ -129,31 +130,20 @@ struct ClockRef : Clock
     VirtualClock &to;
 };
 
-// The instrument of the windows: simulated in-process on virtual time from the state given, its
-// keys pressed by the simulator's operator. Each window's engine gets one afresh; the engine
-// thread runs it, the test touches it only while the engine is idle.
-struct Simulated
+// The instrument of the windows: simulated in-process on virtual time, its keys pressed by the
+// simulator's operator, which each window's engine gets afresh with its line. The engine thread
+// runs it, the test touches it only while the engine is idle.
+struct Simulated : SimRig
 {
     EngineLinkFactory link()
     {
         return [this](Operator &) {
-            hands.reset();
-            sim.reset();
-            clock = std::make_unique<VirtualClock>();
-            sim = std::make_unique<SimulatedInstrument>(*clock, state);
-            hands = std::make_unique<AutoOperator>(sim->instrument());
-            return EngineLink {std::make_unique<ClockRef>(*clock),
-                               std::make_unique<SimulatedLine>(sim->instrument(), *clock),
+            return EngineLink {std::make_unique<ClockRef>(clock),
+                               std::make_unique<SimulatedLine>(instrument(), clock),
                                {},
-                               {}};
+                               std::make_shared<AutoOperator>(instrument())};
         };
     }
-    Instrument &instrument() { return sim->instrument(); }
-
-    InstrumentState state = InstrumentState::defaults();
-    std::unique_ptr<VirtualClock> clock;
-    std::unique_ptr<SimulatedInstrument> sim;
-    std::unique_ptr<AutoOperator> hands;
 };
 
 // The main window on a program folder, with the given ports and engine link.
@@ -211,14 +201,14 @@ protected:
 
     ProgramFolder folder;
     QStringList files;
-    Simulated sim;
+    Simulated rig;
 };
 
 TEST_F(MainWindow, LoadsConnectsDisconnectsAndClosesWithTheLastLines)
 {
     folder.writeFile(kIni, "[Settings]\r\nCOMPort=COM9\r\nAllowDowngrade=1\r\n");
     folder.writeFile(u"VarimoSentry_Backup_00042.xml"_s, "<x/>");
-    WindowUnderTest w(folder, sim.link());
+    WindowUnderTest w(folder, rig.link());
     const auto expectDisconnected = [&] {
         EXPECT_FALSE(w->isConnected());
         EXPECT_EQ(w->statusText(), kInstructions);
@@ -259,7 +249,7 @@ TEST_F(MainWindow, LoadsConnectsDisconnectsAndClosesWithTheLastLines)
     // Closing with the instrument switched off: only the deselect is tried (three times), no
     // KEY;1 to an instrument that is not there, and the log gets its last lines.
     ASSERT_TRUE(w.connect());
-    sim.instrument().press(PanelKey::Power);
+    rig.instrument().press(PanelKey::Power);
     const qsizetype before = sent().size();
     w->cmdQuit->click();
     ASSERT_TRUE(waitUntil([&] { return !w->isVisible(); }));
@@ -276,10 +266,10 @@ TEST_F(MainWindow, PreselectsAPortOrSaysThereIsNone)
     for (const auto &[settings, expected] :
          {std::pair {"[Settings]\r\nCOMPort=\r\n", "/dev/ttyS4"}, {"", "COM1"}}) {
         folder.writeFile(kIni, settings);
-        WindowUnderTest w(folder, sim.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
+        WindowUnderTest w(folder, rig.link(), {u"/dev/ttyS4"_s, u"/dev/ttyUSB0"_s});
         EXPECT_EQ(w->cmbPorts->currentText(), QString::fromLatin1(expected)) << settings;
     }
-    WindowUnderTest w(folder, sim.link(), {});
+    WindowUnderTest w(folder, rig.link(), {});
     EXPECT_EQ(w->statusText(), u"ERROR: No COM port available"_s);
     EXPECT_EQ(w->lblStatus->palette().color(QPalette::WindowText), QColor(255, 0, 0));
     EXPECT_FALSE(w->cmbPorts->isEnabled() || w->cmdConnect->isEnabled() ||
@@ -294,7 +284,7 @@ TEST_F(MainWindow, CtrlTTwiceEntersAndLeavesTheTestMode)
     folder.writeFile(older, QByteArray(boardFacts(BoardKind::Cpu).packets * 128, 'x'));
     for (const char *other : {"Messmodul_old_120.bin", "CPU_test.BIN", "Mainboard_notes.txt"})
         folder.writeFile(QString::fromLatin1(other), "x");
-    WindowUnderTest w(folder, sim.link());
+    WindowUnderTest w(folder, rig.link());
     ASSERT_TRUE(w.connect());
 
     // A plain T and Ctrl with another key do nothing.
@@ -476,12 +466,11 @@ struct DialogAnswerer : QTimer
 // the backup back.
 TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
 {
-    SimRig killed;
-    const InstrumentState before = killed.instrument().state();
+    const InstrumentState before = rig.instrument().state();
     {
-        Workspace files({folder.path(), folder.path()}, &killed.clock);
+        Workspace files({folder.path(), folder.path()}, &rig.clock);
         files.Start();
-        Session first(killed.sim.line(), killed.clock, killed.op,
+        Session first(rig.sim.line(), rig.clock, rig.op,
                       SessionFiles {&files.ini(), &files.log(), folder.path(), folder.path()});
         ASSERT_TRUE(first.run(Job::connectTo(u"COM1"_s)).succeeded());
         files.LoadFirmwareFiles(first.fresh());
@@ -491,10 +480,10 @@ TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
         });
         EXPECT_THROW(first.run(Job::update(false)), std::runtime_error);
     }
-    sim.state = killed.instrument().state();
-    ASSERT_NE(sim.state.board(BoardKind::Main).values, before.board(BoardKind::Main).values);
+    ASSERT_NE(rig.instrument().state().board(BoardKind::Main).values,
+              before.board(BoardKind::Main).values);
 
-    WindowUnderTest w(folder, sim.link());
+    WindowUnderTest w(folder, rig.link());
     ASSERT_TRUE(w.connect());
     EXPECT_TRUE(w->statusText().contains(u"Main Board flashed with 1.03, its parameters not yet "
                                          "restored"_s))
@@ -516,7 +505,7 @@ TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     update->cmdOk->click();
     ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }));
     for (const BoardKind kind : kPanelOrder)
-        EXPECT_EQ(sim.instrument().state().board(kind).values, before.board(kind).values)
+        EXPECT_EQ(rig.instrument().state().board(kind).values, before.board(kind).values)
             << boardName(kind).toStdString();
     EXPECT_FALSE(w->lblJournal->isVisible());
     EXPECT_TRUE(QDir(folder.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
@@ -526,12 +515,12 @@ TEST_F(MainWindow, AnUnfinishedRunIsShownAndUpdateFinishesIt)
     screenshot(w.window.get(), u"run-main-after-update"_s);
 
     // Restore Data writes the backup back and connects again.
-    sim.instrument().setParameter(BoardKind::Main, "CH", "99");
+    rig.instrument().setParameter(BoardKind::Main, "CH", "99");
     w->cmdRestore->click();
     ASSERT_TRUE(waitUntil([&] { return w->isIdle(); }, 120000));
     EXPECT_FALSE(update->isVisible());
     EXPECT_TRUE(update->Result());
-    EXPECT_EQ(sim.instrument().state().board(BoardKind::Main).values,
+    EXPECT_EQ(rig.instrument().state().board(BoardKind::Main).values,
               before.board(BoardKind::Main).values);
     EXPECT_TRUE(w->isConnected());
     EXPECT_EQ(w->statusText(), u"No updates required"_s);
@@ -548,12 +537,9 @@ TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
     ProgramFolder dir;
     const QString program = dir.filePath(u"VarimoSentry_Updater"_s);
     ASSERT_TRUE(QFile::copy(build + u"/src/VarimoSentry_Updater"_s, program));
-    ASSERT_EQ(QProcess::execute(build + u"/sim/varimo-sim"_s, {u"--make-firmware"_s, dir.path()}),
-              0);
-    QProcess sim;
-    sim.start(build + u"/sim/varimo-sim"_s, {u"--baud"_s, u"0"_s, u"--auto-operator"_s});
-    ASSERT_TRUE(waitUntil([&] { return sim.canReadLine(); }, 30000));
-    const QString port = QString::fromLocal8Bit(sim.readLine()).trimmed();
+    ASSERT_EQ(QProcess::execute(SimProcess::programPath(), {u"--make-firmware"_s, dir.path()}), 0);
+    SimProcess sim;
+    ASSERT_TRUE(sim.start({u"--baud"_s, u"0"_s, u"--auto-operator"_s}));
 
     const QString picture = dir.filePath(u"connected.png"_s);
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -567,11 +553,9 @@ TEST(OnScreen, TheProgramConnectsToTheSimulatorOnAPseudoTerminal)
               {u"-a"_s, u"-s"_s, u"-screen 0 1024x768x24"_s, u"sh"_s, u"-c"_s,
                u"\"$0\" \"$@\" & xdotool search --sync --onlyvisible --name VARIMOsentry "
                u"getwindowname; wait $!"_s,
-               program, u"--connect"_s, port, u"--screenshot"_s, picture});
+               program, u"--connect"_s, sim.port, u"--screenshot"_s, picture});
     const bool finished = app.waitForFinished(180000);
     const QByteArray output = app.readAll();
-    sim.kill();
-    sim.waitForFinished();
     ASSERT_TRUE(finished) << output.toStdString();
     EXPECT_EQ(app.exitCode(), 0) << output.toStdString();
     EXPECT_TRUE(output.split('\n').contains(

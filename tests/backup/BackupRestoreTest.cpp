@@ -2,7 +2,6 @@
 #include "link/cCRC.h"
 #include "support/SimFixture.h"
 
-#include <QFile>
 #include <csignal>
 #include <sys/resource.h>
 
@@ -39,18 +38,6 @@ protected:
         openPort();
         backup.Init(&comm);
         markTrace();
-    }
-
-    static QByteArray contentOf(const QString &name)
-    {
-        QFile f(name);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-    static void write(const QString &name, const QByteArray &content)
-    {
-        QFile f(name);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(content);
     }
 
     QString file = path(u"VarimoSentry_Backup_00042.xml"_s);
@@ -111,13 +98,7 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
 
 TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 {
-    const auto parameters = [this] { // every board's values
-        QList<QMap<QByteArray, QByteArray>> values;
-        for (const BoardState &board : instrument().state().boards)
-            values << board.values;
-        return values;
-    };
-    const auto before = parameters();
+    const InstrumentState before = instrument().state();
     ASSERT_TRUE(backup.SecureData(file));
     for (BoardKind kind : kAllBoards)
         InstrumentState::resetToFactory(kind, instrument().board(kind));
@@ -129,7 +110,8 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
     for (BoardKind board : {BoardKind::Meas, BoardKind::Cpu})
         ASSERT_TRUE(backup.RestoreData(board, file))
             << backup.CurrAction().toStdString() << ": " << backup.LastError().toStdString();
-    EXPECT_EQ(parameters(), before);
+    for (BoardKind kind : kAllBoards)
+        EXPECT_EQ(instrument().board(kind).values, before.board(kind).values);
 
     // DHR;2, then CEW;1 before every telegram up to CEO;0, and nothing of the kind after it.
     ASSERT_EQ(sent.first(), QByteArray("DHR;2"));
@@ -196,7 +178,7 @@ TEST_F(BackupRestoreTest, FileThatIsNoBackupIsRefusedSayingWhyWithNothingSent)
     };
     for (const auto &[board, content, why] : cases) { // the file is missing until the first write
         if (content)
-            write(source, content);
+            writeFile(source, content);
         markTrace();
         EXPECT_FALSE(backup.RestoreData(board, source));
         EXPECT_EQ(backup.LastError(), why.arg(source)) << backup.LastError().toStdString();
@@ -227,7 +209,7 @@ TEST_F(BackupRestoreTest, AFailedBackupKeepsTheLastGoodOne)
             QByteArray content = contentOf(name);
             if (damage)
                 damage(content);
-            write(name, content);
+            writeFile(name, content);
         });
         const rlimit limit {damage ? old.rlim_cur : 1024, old.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);

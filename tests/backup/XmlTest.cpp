@@ -1,11 +1,7 @@
 #include "backup/BackupDiff.h"
 #include "backup/cXML.h"
-#include "link/Clock.h"
 #include "link/UpdaterError.h"
-
-#include <QFile>
-#include <QTemporaryDir>
-#include <gtest/gtest.h>
+#include "support/SimFixture.h"
 
 using namespace Qt::StringLiterals;
 
@@ -46,12 +42,9 @@ protected:
     // The document of a file with this content.
     cXML load(const QByteArray &content) const
     {
-        QFile f(path(u"in.xml"_s));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(content);
-        f.close();
+        writeFile(path(u"in.xml"_s), content);
         cXML xml;
-        EXPECT_TRUE(xml.OpenXMLDocument(f.fileName())) << qPrintable(xml.errorString());
+        EXPECT_TRUE(xml.OpenXMLDocument(path(u"in.xml"_s))) << qPrintable(xml.errorString());
         return xml;
     }
 

@@ -1,6 +1,4 @@
-#include "boards/FirmwareFiles.h"
 #include "support/SimFixture.h"
-#include "update/Session.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -10,27 +8,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Reads the firmware files of the program folder, as the main window does.
-void readFirmwareFiles(Session &session, const QString &folder)
-{
-    for (const BoardKind kind : kPanelOrder) {
-        const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-        session.fresh()[kind].InitFromBinFile(folder, modHelper::FindNewestFile(folder, pattern),
-                                              pattern, kind);
-    }
-}
-
 // Update jobs against the simulated instrument, prepared as the main window prepares them:
 // connected, firmware files found.
 class UpdateRunTest : public SimFixture
 {
 protected:
-    // Connects and reads the firmware files.
-    void prepare()
-    {
-        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
-        readFirmwareFiles(session, dir.path());
-    }
+    void prepare() { ASSERT_TRUE(connect(session)); }
 
     QStringList instructions(Operator::Instruction kind) const
     {
@@ -40,9 +23,6 @@ protected:
                 firstLines << p.lines.value(0);
         return firstLines;
     }
-
-    SessionFiles files {&ini, &log, dir.path(), dir.path()};
-    Session session {sim.line(), clock, op, files};
 };
 
 TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
@@ -116,10 +96,7 @@ protected:
         markTrace();
     }
     QStringList images; // CPU Board, Main Board, Measuring Module
-    BoardSet current;
-    BoardSet fresh;
-    std::optional<RunJournal> journal;
-    UpdateRun run {comm, clock, op, files, current, fresh, journal};
+    UpdateRun &run = session.reports();
 };
 
 TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
@@ -147,10 +124,7 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
     for (const FaultRule &rule : {FaultRule::nakPacket(3, 30), FaultRule::silence(0)}) {
         SCOPED_TRACE(rule.toText().constData());
         instrument().faults().clear();
-        instrument().press(PanelKey::ResetZero);
-        clock.sleepMs(300);
-        instrument().press(PanelKey::Power);
-        clock.sleepMs(3000);
+        op.instruction(Operator::Instruction::MainBoardRestart, {}); // the operator restarts it
         ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
         instrument().addFault(rule);
         EXPECT_FALSE(run.FlashUpdate(path(images[1]), BoardKind::Main));
@@ -198,11 +172,7 @@ TEST(Sessions, TwoInstrumentsAreUpdatedSideBySide)
     const auto update = [](SimRig &rig, const QByteArray &mainVersion, bool *ok) {
         rig.writeFirmware("2.00", "1.20", mainVersion);
         const auto before = rig.instrument().board(BoardKind::Main).values;
-        Session session(rig.sim.line(), rig.clock, rig.op,
-                        {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
-        *ok = session.run(Job::connectTo(u"COM1"_s)).succeeded();
-        readFirmwareFiles(session, rig.dir.path());
-        *ok = *ok && session.run(Job::update(false)).succeeded() &&
+        *ok = rig.connect(rig.session) && rig.session.run(Job::update(false)).succeeded() &&
             rig.instrument().board(BoardKind::Main).firmware == mainVersion &&
             rig.instrument().board(BoardKind::Main).values == before;
     };

@@ -77,9 +77,6 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
         // The CRC is compared as the decimal digits sent: a leading zero is wrong too.
         {FaultRule::answerInstead("DPV;3", text + "0" + QByteArray::number(crc)), "DPV;3",
          "CPU Board", "Invalid CRC Answer: "},
-        // Noise instead of the echo would be stored as the value and written back later.
-        {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "Main Board",
-         "No or Invalid Answer: x#\xb0garbage"},
         {FaultRule::answerInstead(
              "DUV;7", "DUV;6;1;" + QByteArray::number(cCRC::crc16FromString("DUV;6;1;"))),
          "DUV;7", "CPU Board", "No or Invalid Answer: DUV;6;1;"},

@@ -71,11 +71,8 @@ void SimRig::markTrace()
 
 QByteArrayList SimRig::logLines() const
 {
-    QFile f(log.path());
     QByteArrayList lines;
-    if (!f.open(QIODevice::ReadOnly))
-        return lines;
-    for (QByteArray line : f.readAll().split('\n')) {
+    for (QByteArray line : contentOf(log.path()).split('\n')) {
         line.chop(line.endsWith('\r') ? 1 : 0);
         if (line.size() > 11 && line[2] == ':' && line.mid(8, 3) == " : ")
             line = line.mid(11);

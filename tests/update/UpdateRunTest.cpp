@@ -13,8 +13,6 @@ namespace {
 class UpdateRunTest : public SimFixture
 {
 protected:
-    void prepare() { ASSERT_TRUE(connect(session)); }
-
     QStringList instructions(Operator::Instruction kind) const
     {
         QStringList firstLines;
@@ -28,7 +26,7 @@ protected:
 TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
 {
     writeFirmware("2.00", "1.20", "1.02");
-    prepare(); // the connect sends none of the telegrams below
+    ASSERT_TRUE(connect(session)); // the connect sends none of the telegrams below
     ASSERT_TRUE(session.run(Job::update(false)).succeeded());
     EXPECT_EQ(ini.GetValue(u"Settings"_s, u"LastBackupFileName"_s, {}),
               u"VarimoSentry_Backup_00042.xml"_s);
@@ -39,7 +37,7 @@ TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
 TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
 {
     writeFirmware("2.01", "1.21", "1.03");
-    prepare();
+    ASSERT_TRUE(connect(session));
     // The Main Board takes its image but never answers after its restart: the pass fails, and
     // after the operator's reset it runs the new firmware, so there is no further pass.
     instrument().addFault(FaultRule::ignoreTelegram("KVT", 9, 4));
@@ -55,7 +53,7 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
 TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
 {
     writeFirmware("2.00", "1.20", "1.03");
-    prepare();
+    ASSERT_TRUE(connect(session));
     instrument().addFault(FaultRule::nakPacket(5, 30));
     cBackup backup; // the backup of an earlier run, which the single-board update restores
     backup.Init(&comm);
@@ -71,7 +69,7 @@ TEST_F(UpdateRunTest, WithoutASerialNumberTheBackupFailsAndNoBoardIsTouched)
 {
     writeFirmware("2.01", "1.21", "1.03");
     instrument().addFault(FaultRule::ignoreTelegram("SER", 3, 2)); // the connect's "SER" only
-    prepare();
+    ASSERT_TRUE(connect(session));
     markTrace();
     const JobResult result = session.run(Job::update(false));
     EXPECT_FALSE(result.succeeded());
@@ -88,7 +86,6 @@ class BootloaderAndTransfer : public UpdateRunTest
 protected:
     void SetUp() override
     {
-        UpdateRunTest::SetUp();
         openPort();
         images = writeFirmware("2.01", "1.21", "1.03");
         markTrace();

@@ -2,7 +2,6 @@
 #include "link/cCRC.h"
 #include "support/SimFixture.h"
 
-#include <QFile>
 #include <csignal>
 #include <sys/resource.h>
 
@@ -24,9 +23,8 @@ TEST(BackupAnswers, ValueCutFromTheEchoAndRestoreEchoComparedByCommand)
         EXPECT_EQ(cBackup::ExtractValue(telegram, answer, tail), QByteArray(value)) << answer;
     // A restore answer is taken when it echoes the command; the value is not compared.
     const std::tuple<const char *, const char *, bool> restores[] = {
-        {"CH;5", "CH;5", true},   {"CH;5", "CH;7", true},   {"CH;5", "XY;5", false},
-        {"USR", "USR", true},     {"USR", "xxUSRxx", true}, {"USR", "US", false},
-        {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
+        {"CH;5", "CH;7", true}, {"CH;5", "XY;5", false},  {"USR", "xxUSRxx", true},
+        {"USR", "US", false},   {"DUV;3;1", "DUV", true}, {"CH;5", "", true}};
     for (const auto &[telegram, answer, ok] : restores)
         EXPECT_EQ(cBackup::CheckRestoreAnswer(telegram, answer), ok) << telegram << " / " << answer;
 }
@@ -39,18 +37,6 @@ protected:
         openPort();
         backup.Init(&comm);
         markTrace();
-    }
-
-    static QByteArray contentOf(const QString &name)
-    {
-        QFile f(name);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-    static void write(const QString &name, const QByteArray &content)
-    {
-        QFile f(name);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(content);
     }
 
     QString file = path(u"VarimoSentry_Backup_00042.xml"_s);
@@ -90,9 +76,6 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
         // The CRC is compared as the decimal digits sent: a leading zero is wrong too.
         {FaultRule::answerInstead("DPV;3", text + "0" + QByteArray::number(crc)), "DPV;3",
          "CPU Board", "Invalid CRC Answer: "},
-        // Noise instead of the echo would be stored as the value and written back later.
-        {FaultRule::answerInstead("CH", "x#\xb0garbage"), "CH", "Main Board",
-         "No or Invalid Answer: x#\xb0garbage"},
         {FaultRule::answerInstead(
              "DUV;7", "DUV;6;1;" + QByteArray::number(cCRC::crc16FromString("DUV;6;1;"))),
          "DUV;7", "CPU Board", "No or Invalid Answer: DUV;6;1;"},
@@ -111,13 +94,7 @@ TEST_F(BackupRestoreTest, AFailedExchangeEndsTheBackupAtOnceNamingTheBoardAndThe
 
 TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
 {
-    const auto parameters = [this] { // every board's values
-        QList<QMap<QByteArray, QByteArray>> values;
-        for (const BoardState &board : instrument().state().boards)
-            values << board.values;
-        return values;
-    };
-    const auto before = parameters();
+    const InstrumentState before = instrument().state();
     ASSERT_TRUE(backup.SecureData(file));
     for (BoardKind kind : kAllBoards)
         InstrumentState::resetToFactory(kind, instrument().board(kind));
@@ -129,7 +106,8 @@ TEST_F(BackupRestoreTest, RestoreBringsEveryParameterBackAfterAFlash)
     for (BoardKind board : {BoardKind::Meas, BoardKind::Cpu})
         ASSERT_TRUE(backup.RestoreData(board, file))
             << backup.CurrAction().toStdString() << ": " << backup.LastError().toStdString();
-    EXPECT_EQ(parameters(), before);
+    for (BoardKind kind : kAllBoards)
+        EXPECT_EQ(instrument().board(kind).values, before.board(kind).values);
 
     // DHR;2, then CEW;1 before every telegram up to CEO;0, and nothing of the kind after it.
     ASSERT_EQ(sent.first(), QByteArray("DHR;2"));
@@ -196,7 +174,7 @@ TEST_F(BackupRestoreTest, FileThatIsNoBackupIsRefusedSayingWhyWithNothingSent)
     };
     for (const auto &[board, content, why] : cases) { // the file is missing until the first write
         if (content)
-            write(source, content);
+            writeFile(source, content);
         markTrace();
         EXPECT_FALSE(backup.RestoreData(board, source));
         EXPECT_EQ(backup.LastError(), why.arg(source)) << backup.LastError().toStdString();
@@ -227,7 +205,7 @@ TEST_F(BackupRestoreTest, AFailedBackupKeepsTheLastGoodOne)
             QByteArray content = contentOf(name);
             if (damage)
                 damage(content);
-            write(name, content);
+            writeFile(name, content);
         });
         const rlimit limit {damage ? old.rlim_cur : 1024, old.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);

@@ -1,11 +1,7 @@
 #include "backup/BackupDiff.h"
 #include "backup/cXML.h"
-#include "link/Clock.h"
 #include "link/UpdaterError.h"
-
-#include <QFile>
-#include <QTemporaryDir>
-#include <gtest/gtest.h>
+#include "support/SimFixture.h"
 
 using namespace Qt::StringLiterals;
 
@@ -38,25 +34,18 @@ QByteArray edited(std::initializer_list<std::pair<const char *, const char *>> e
     return text;
 }
 
-class XmlTest : public ::testing::Test
+// Files in the rig's program folder.
+class XmlTest : public SimFixture
 {
 protected:
-    QString path(const QString &name = u"backup.xml"_s) const { return dir.filePath(name); }
-
     // The document of a file with this content.
     cXML load(const QByteArray &content) const
     {
-        QFile f(path(u"in.xml"_s));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(content);
-        f.close();
+        writeFile(path(u"in.xml"_s), content);
         cXML xml;
-        EXPECT_TRUE(xml.OpenXMLDocument(f.fileName())) << qPrintable(xml.errorString());
+        EXPECT_TRUE(xml.OpenXMLDocument(path(u"in.xml"_s))) << qPrintable(xml.errorString());
         return xml;
     }
-
-    QTemporaryDir dir;
-    VirtualClock clock;
 };
 
 // The restore telegrams of a backup the updater wrote, how a value that differs after the save is
@@ -82,7 +71,7 @@ TEST_F(XmlTest, KeepsAttributeOrderRestoresByPositionAndCarriesEveryByteXmlCan)
     for (int b = 0x20; b <= 0xFF; ++b)
         all += char(b);
     cXML xml(&clock);
-    xml.CreateXMLDocument(path());
+    xml.CreateXMLDocument(path(u"backup.xml"_s));
     xml.CreateAndSetChild(u"Mainboard"_s, {});
     QList<QByteArray> expected;
     for (const QByteArray &v :
@@ -99,7 +88,7 @@ TEST_F(XmlTest, KeepsAttributeOrderRestoresByPositionAndCarriesEveryByteXmlCan)
     xml.SetAttribute(u"Firmware"_s, "1.02");
     xml.SaveXMLDoc();
     cXML read;
-    ASSERT_TRUE(read.OpenXMLDocument(path())) << read.errorString().toStdString();
+    ASSERT_TRUE(read.OpenXMLDocument(path(u"backup.xml"_s))) << read.errorString().toStdString();
     EXPECT_EQ(telegrams(read, u"Mainboard"_s), expected);
     EXPECT_EQ(read.GetAttrOfElement(u"/VARIMOsentry/Mainboard"_s, u"Firmware"_s), "1.02");
 }

@@ -5,12 +5,9 @@
 // backup, that a complete backup stays on disk, and that after the operator's recovery every
 // parameter holds its value from before. One gtest case is one row (a step group and a fault
 // kind); the figures go to <build>/reliability/fault-matrix.md.
-#include "FirmwareImage.h"
 #include "backup/cXML.h"
 #include "link/UpdaterError.h"
 #include "support/SimFixture.h"
-#include "update/RunJournal.h"
-#include "update/Session.h"
 
 #include <QDir>
 #include <algorithm>
@@ -31,19 +28,6 @@ const QString kBackupName = u"VarimoSentry_Backup_00042.xml"_s;
 constexpr int kOperatorRounds = 6; // the operator gives up after so many failure dialogs
 constexpr int kBackupTelegrams = 143;
 using Lists = PerBoard<QList<QByteArray>>;
-
-QByteArray contentOf(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile f(path);
-    if (f.open(QIODevice::WriteOnly))
-        f.write(content);
-}
 
 // One place in a run where a fault strikes.
 struct Step
@@ -88,15 +72,16 @@ Lists backupLists(const QString &file)
 }
 
 // The versions of the files: only the target board is newer.
+const std::array<QByteArray, 3> kNewVersions {"2.01", "1.21", "1.03"};
 std::array<QByteArray, 3> versions(std::optional<BoardKind> target)
 {
     std::array<QByteArray, 3> v {"2.00", "1.20", "1.02"};
     if (target)
-        v[size_t(*target)] = QByteArrayList {"2.01", "1.21", "1.03"}[qsizetype(*target)];
+        v[size_t(*target)] = kNewVersions[size_t(*target)];
     return v;
 }
 
-// The rig of SimFixture running a Session, prepared as the main window prepares a run; the
+// The rig of SimFixture with its session prepared as the main window prepares a run; the
 // operator does what the dialogs say and, at a failure dialog, mends the line (the fault goes, the
 // adapter is plugged in) before resetting the instrument.
 struct Bench : SimRig
@@ -124,12 +109,8 @@ struct Bench : SimRig
         if (!instrument().plugged())
             instrument().plug();
     }
-    bool connect() { return session.run(Job::connectTo(u"COM1"_s)).succeeded(); }
-    // Connects and reads the firmware files.
-    bool prepare() { return connect() && (readFirmware(session), true); }
     bool runJob(const Job &job) { return session.run(job).succeeded(); }
 
-    Session session {sim.line(), clock, op, files()};
     TelegramWatch watch;
     QStringList actions; // "!" before an error text
     QList<QStringList> general; // the failure dialogs' lines
@@ -148,7 +129,7 @@ struct Reference
         static const Reference r = [] {
             Reference ref;
             Bench b(versions({}));
-            b.prepare();
+            b.connect(b.session);
             ref.connect = std::exchange(b.watch.texts, {});
             b.runJob(Job::update(false));
             ref.backup = std::exchange(b.watch.texts, {});
@@ -224,6 +205,30 @@ void strike(Bench &b, Phase phase, Kind kind, const Step &step)
     }
 }
 
+// Calls act once: when the board enters the stage (a backup: of any board), or after so many
+// transfer progress reports since.
+void atStage(Session &session, BoardKind board, Stage stage, int reports,
+             const std::function<void()> &act)
+{
+    struct Count
+    {
+        int reports = -1; // since the stage began; -1: not yet in it
+        bool done = false;
+    };
+    const auto count = std::make_shared<Count>();
+    const auto next = [count, reports, act] {
+        if (count->reports >= 0 && count->reports++ == reports && !std::exchange(count->done, true))
+            act();
+    };
+    QObject::connect(&session.reports(), &UpdateRun::jobEvent, [=](const JobEvent &e) {
+        if (e.stage == stage && (e.board == board || stage == Stage::Backup)) {
+            count->reports = 0;
+            next();
+        }
+    });
+    QObject::connect(&session.reports(), &UpdateRun::transferProgressChanged, next);
+}
+
 // Arms the fault at the step: before its telegram, or at its board's stage or packet.
 void arm(Bench &b, Phase phase, Kind kind, const Step &step)
 {
@@ -236,27 +241,10 @@ void arm(Bench &b, Phase phase, Kind kind, const Step &step)
             std::exchange(b.watch.arm, {})();
         return;
     }
-    auto armed = std::make_shared<bool>(false);
-    auto packets = std::make_shared<int>(-1);
-    const auto once = [armed, fire] {
-        if (!std::exchange(*armed, true))
-            fire();
-    };
-    QObject::connect(&b.session.reports(), &UpdateRun::jobEvent, [=](const JobEvent &e) {
-        if (e.board != step.board)
-            return;
-        if (phase == Phase::Bootloader && e.stage == Stage::BootloaderStart)
-            once();
-        if (e.stage == Stage::Transfer && !*armed) {
-            *packets = 0;
-            if (step.packet == 1)
-                once();
-        }
-    });
-    QObject::connect(&b.session.reports(), &UpdateRun::transferProgressChanged, [=] {
-        if (*packets >= 0 && ++*packets == step.packet - 1)
-            once();
-    });
+    if (phase == Phase::Bootloader)
+        atStage(b.session, step.board, Stage::BootloaderStart, 0, fire);
+    else // the packet's block goes after the start report and those of the packets before it
+        atStage(b.session, step.board, Stage::Transfer, step.packet - 1, fire);
 }
 
 struct Outcome
@@ -303,17 +291,17 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
 
     if (phase == Phase::Connect) {
         arm(b, phase, kind, step);
-        b.connect();
+        b.connect(b.session);
         const Connection::Result r = b.session.connection();
         b.mend();
         o.check(!r.connected || r.boardsRead, u"connected without the boards"_s);
-        o.check(b.prepare(), u"no connection after the line was mended"_s);
+        o.check(b.connect(b.session), u"no connection after the line was mended"_s);
         o.lost = differences(before, b.instrument().state());
         o.check(o.lost == 0, u"parameters changed"_s);
         return o;
     }
 
-    o.check(b.prepare(), u"no connection before the run"_s);
+    o.check(b.connect(b.session), u"no connection before the run"_s);
     writeFile(b.path(kBackupName), ref.backupFile); // the backup of an earlier run
     if (restoreOnly)
         for (BoardKind k : kAllBoards) // as the boards are after their flash
@@ -353,16 +341,16 @@ Outcome runCase(Phase phase, Kind kind, const Step &step)
         } else {
             o.check(b.logLines().contains("Failed"), u"no \"Failed\" in the log"_s);
             o.check(lastError.startsWith(u"!"_s), u"no error shown"_s);
-            // The operator restores the parameters, as the failure dialog says; a backup that
-            // took a wrong value may refuse to go back.
-            o.check(b.connect(), u"no connection after the run"_s);
-            o.check(b.runJob(Job::restore()) || o.silentLoss, u"Restore Data failed"_s);
         }
     } else if (!result) {
         o.check(dialog.value(3) == u"Try again to restore parameters with Restore Data - button."_s,
                 u"restore failure dialog"_s);
-        o.check(b.connect(), u"no connection after the run"_s);
-        o.check(b.runJob(Job::restore()), u"Restore Data failed"_s);
+    }
+    if (!result && (backupOk || restoreOnly)) {
+        // The operator restores the parameters, as the failure dialog says; a backup that took a
+        // wrong value may refuse to go back.
+        o.check(b.connect(b.session), u"no connection after the run"_s);
+        o.check(b.runJob(Job::restore()) || o.silentLoss, u"Restore Data failed"_s);
     }
     if (phase == Phase::Backup) // boards after the Main Board keep their firmware
         for (const BoardKind later : {BoardKind::Meas, BoardKind::Cpu})
@@ -464,72 +452,46 @@ struct KillPoint
     int packet; // Transfer: the packet after which the updater stops; 0 at the stage's start
 };
 
-class Interrupt : public ::testing::TestWithParam<KillPoint>, public SimRig
-{
-protected:
-    // A fresh updater on the program folder, connected, with the firmware files read.
-    std::unique_ptr<Session> connected()
-    {
-        auto session = std::make_unique<Session>(sim.line(), clock, op, files());
-        const bool ok = session->run(Job::connectTo(u"COM1"_s)).succeeded();
-        return ok ? (readFirmware(*session), std::move(session)) : nullptr;
-    }
-};
+using Interrupt = ::testing::TestWithParam<KillPoint>;
 
 TEST_P(Interrupt, AFreshUpdaterFinishesTheRunWithNothingLost)
 {
     const KillPoint kill = GetParam();
-    writeFirmware("2.01", "1.21", "1.03");
-    const InstrumentState before = instrument().state();
-    {
-        const auto first = connected();
-        ASSERT_TRUE(first);
-        bool armed = false;
-        int packets = 0;
-        QObject::connect(&first->reports(), &UpdateRun::jobEvent, [&](const JobEvent &e) {
-            armed = e.stage == kill.stage && (e.board == kill.board || kill.stage == Stage::Backup);
-            if (armed && kill.packet == 0)
-                throw Killed {};
-        });
-        QObject::connect(&first->reports(), &UpdateRun::transferProgressChanged,
-                         [&](const TransferProgress &) {
-                             if (armed && ++packets == kill.packet)
-                                 throw Killed {};
-                         });
-        EXPECT_THROW(first->run(Job::update(false)), Killed);
-    }
-    sim.line().close(); // the killed program's port is closed by the system
-    clock.sleepMs(15000); // the operator starts the updater again
+    Bench b(kNewVersions);
+    const InstrumentState before = b.instrument().state();
+    ASSERT_TRUE(b.connect(b.session));
+    atStage(b.session, kill.board, kill.stage, kill.packet, [] { throw Killed {}; });
+    EXPECT_THROW(b.runJob(Job::update(false)), Killed);
+    b.sim.line().close(); // the killed program's port is closed by the system
+    b.clock.sleepMs(15000); // the operator starts the updater again
 
     // A fresh updater connects, finishes a board found waiting in its bootloader, connects again
     // and updates.
-    const auto session = connected();
-    ASSERT_TRUE(session);
+    Session session(b.sim.line(), b.clock, b.op, b.files());
+    ASSERT_TRUE(b.connect(session));
     // The journal is written once the backup is made, and tells how far the run got: a board
     // killed after its transfer needs only its parameters, and is not flashed again.
-    ASSERT_EQ(session->journal().has_value(), kill.stage != Stage::Backup);
-    const RunJournal journal = session->journal().value_or(RunJournal {});
+    ASSERT_EQ(session.journal().has_value(), kill.stage != Stage::Backup);
+    const RunJournal journal = session.journal().value_or(RunJournal {});
     const bool flashed = kill.stage == Stage::RestartWait || kill.stage == Stage::Restore;
     EXPECT_EQ(journal.describe().contains(boardName(kill.board) + u" flashed with"_s), flashed)
         << journal.describe().toStdString();
-    if (const auto waiting = session->connection().bootloaderBoard) {
+    if (const auto waiting = session.connection().bootloaderBoard) {
         const bool othersOpen = std::ranges::any_of(
             journal.boards, [&](const auto &b) { return b.board != *waiting && !b.done; });
-        ASSERT_TRUE(session->run(Job::singleBoard(*waiting)).succeeded());
-        session->run(Job::disconnect());
-        ASSERT_TRUE(session->run(Job::connectTo(u"COM1"_s)).succeeded());
-        EXPECT_EQ(session->journal().has_value(), othersOpen); // it goes with its last open board
+        ASSERT_TRUE(session.run(Job::singleBoard(*waiting)).succeeded());
+        session.run(Job::disconnect());
+        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
+        EXPECT_EQ(session.journal().has_value(), othersOpen); // it goes with its last open board
     }
-    EXPECT_TRUE(session->run(Job::update(false)).succeeded())
-        << logLines().mid(logLines().size() - 40).join('\n').constData();
-    for (const auto &[kind, version] : {std::pair {BoardKind::Cpu, "2.01"},
-                                        {BoardKind::Meas, "1.21"},
-                                        {BoardKind::Main, "1.03"}}) {
-        EXPECT_EQ(instrument().board(kind).firmware, QByteArray(version));
-        EXPECT_EQ(instrument().board(kind).values, before.board(kind).values)
+    EXPECT_TRUE(session.run(Job::update(false)).succeeded())
+        << b.logLines().mid(b.logLines().size() - 40).join('\n').constData();
+    for (const BoardKind kind : kAllBoards) {
+        EXPECT_EQ(b.instrument().board(kind).firmware, kNewVersions[size_t(kind)]);
+        EXPECT_EQ(b.instrument().board(kind).values, before.board(kind).values)
             << boardName(kind).toStdString();
     }
-    EXPECT_TRUE(QDir(dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
+    EXPECT_TRUE(QDir(b.dir.path()).entryList({u"VarimoSentry_Journal_*"_s}).isEmpty());
 }
 
 std::vector<KillPoint> killPoints()
@@ -556,7 +518,7 @@ TEST(UntrustedJournal, IsReportedAndNotUsed)
     RunJournal journal;
     journal.path = made.filePath(u"journal.json"_s);
     journal.serialNumber = u"00042"_s;
-    journal.backupFile = u"VarimoSentry_Backup_00042.xml"_s;
+    journal.backupFile = kBackupName;
     journal.boards = {
         {BoardKind::Main, u"FW_MAINBOARD_103_CRC5678.bin"_s, u"1.03"_s, Stage::Restore, false}};
     QString error;
@@ -574,14 +536,13 @@ TEST(UntrustedJournal, IsReportedAndNotUsed)
         {QByteArray(1024 * 1024, ' '), "cannot be read"},
     };
     for (const auto &[content, problem] : rows) {
-        SimRig rig;
-        writeFile(rig.path(RunJournal::fileNameFor(u"00042"_s)), content);
-        Session session(rig.sim.line(), rig.clock, rig.op, rig.files());
-        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
-        EXPECT_TRUE(session.connection().journalProblem.contains(QLatin1StringView(problem)))
-            << session.connection().journalProblem.toStdString();
-        EXPECT_TRUE(session.connection().unfinishedRun.isEmpty());
-        EXPECT_FALSE(session.journal());
+        Bench b(versions({}));
+        writeFile(b.path(RunJournal::fileNameFor(u"00042"_s)), content);
+        ASSERT_TRUE(b.connect(b.session));
+        EXPECT_TRUE(b.session.connection().journalProblem.contains(QLatin1StringView(problem)))
+            << b.session.connection().journalProblem.toStdString();
+        EXPECT_TRUE(b.session.connection().unfinishedRun.isEmpty());
+        EXPECT_FALSE(b.session.journal());
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include "FirmwareImage.h"
 #include "boards/FirmwareFiles.h"
-#include "update/Session.h"
 
 #include <QFile>
 
@@ -13,7 +12,6 @@ SimRig::SimRig()
     log.Init(dir.filePath(u"VarimoSentry_Updater.txt"_s));
     log.Setlogging(true);
     ini.Init(dir.filePath(u"VarimoSentry_Updater.ini"_s));
-    comm.Init(&log);
 
     op.setReaction([this](const ScriptedOperator::Prompt &prompt) {
         if (prompt.kind == ScriptedOperator::Prompt::MessageBox) {
@@ -49,22 +47,21 @@ void SimRig::openPort()
     ASSERT_TRUE(comm.OpenPort());
 }
 
-void SimRig::readFirmware(Session &session)
+bool SimRig::connect(Session &session)
 {
+    if (!session.run(Job::connectTo(u"COM1"_s)).succeeded())
+        return false;
     for (const BoardKind kind : kPanelOrder) {
         const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
         session.fresh()[kind].InitFromBinFile(
             dir.path(), modHelper::FindNewestFile(dir.path(), pattern), pattern, kind);
     }
+    return true;
 }
 
-QByteArrayList SimRig::receivedSinceMark() const
+QByteArrayList SimRig::receivedSinceMark()
 {
-    return const_cast<SimRig *>(this)
-        ->instrument()
-        .trace()
-        .texts(Trace::Entry::Received)
-        .mid(qsizetype(m_mark));
+    return instrument().trace().texts(Trace::Entry::Received).mid(qsizetype(m_mark));
 }
 
 void SimRig::markTrace()
@@ -74,11 +71,8 @@ void SimRig::markTrace()
 
 QByteArrayList SimRig::logLines() const
 {
-    QFile f(log.path());
     QByteArrayList lines;
-    if (!f.open(QIODevice::ReadOnly))
-        return lines;
-    for (QByteArray line : f.readAll().split('\n')) {
+    for (QByteArray line : contentOf(log.path()).split('\n')) {
         line.chop(line.endsWith('\r') ? 1 : 0);
         if (line.size() > 11 && line[2] == ':' && line.mid(8, 3) == " : ")
             line = line.mid(11);
@@ -98,4 +92,17 @@ QStringList SimRig::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
         FirmwareImage::writeSet(dir.path(), {cpu, "017"}, {meas, "4"}, {main, "1"}, &error);
     EXPECT_EQ(names.size(), 3) << error.toStdString();
     return names;
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
+    f.write(content);
 }

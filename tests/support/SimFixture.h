@@ -2,18 +2,15 @@
 
 #include "SimulatedInstrument.h"
 #include "link/Clock.h"
-#include "link/cComm.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
 #include "support/ScriptedOperator.h"
-#include "update/UpdateRun.h"
+#include "update/Session.h"
 
 #include <QByteArrayList>
 #include <QTemporaryDir>
 #include <functional>
 #include <gtest/gtest.h>
-
-class Session;
 
 // The updater's link to an in-process simulated instrument on virtual time, with a program folder
 // (settings, log, backups, firmware files) in a temporary directory and an operator who does what
@@ -29,7 +26,7 @@ public:
 
     // Telegrams the instrument received since the last call of markTrace() (without CR LF;
     // firmware blocks appear as the simulator's trace writes them), from the trace.
-    QByteArrayList receivedSinceMark() const;
+    QByteArrayList receivedSinceMark();
     void markTrace();
     // The lines of the updater's log file without their time stamps and indents.
     QByteArrayList logLines() const;
@@ -42,9 +39,9 @@ public:
 
     Instrument &instrument() { return sim.instrument(); }
     SessionFiles files() { return {&ini, &log, dir.path(), dir.path()}; }
-    // Reads the newest firmware file of each board in the program folder, as the main window does
-    // after a connect.
-    void readFirmware(Session &session);
+    // Connects a session to COM1 and reads the newest firmware file of each board in the program
+    // folder, as the main window does; false when the connect failed.
+    bool connect(Session &session);
 
     // Called with the lines of each failure dialog, before the operator resets the instrument.
     std::function<void(const QStringList &)> onFailureDialog;
@@ -55,11 +52,17 @@ public:
     ScriptedOperator op;
     cLog log {&clock};
     cINI ini;
-    cComm comm {sim.line(), clock, op};
+    // The updater's session on the instrument, and its transceiver.
+    Session session {sim.line(), clock, op, files()};
+    cComm &comm = session.comm();
 
 private:
     size_t m_mark = 0;
 };
+
+// A file's whole content (empty when it cannot be read), and a file written with this content.
+QByteArray contentOf(const QString &path);
+void writeFile(const QString &path, const QByteArray &content);
 
 class SimFixture : public ::testing::Test, public SimRig
 {

@@ -1,6 +1,4 @@
-#include "boards/FirmwareFiles.h"
 #include "support/SimFixture.h"
-#include "update/Session.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -10,28 +8,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Reads the firmware files of the program folder, as the main window does.
-void readFirmwareFiles(Session &session, const QString &folder)
-{
-    for (const BoardKind kind : kPanelOrder) {
-        const QString pattern = QString::fromLatin1(boardFacts(kind).defaultPattern);
-        session.fresh()[kind].InitFromBinFile(folder, modHelper::FindNewestFile(folder, pattern),
-                                              pattern, kind);
-    }
-}
-
 // Update jobs against the simulated instrument, prepared as the main window prepares them:
 // connected, firmware files found.
 class UpdateRunTest : public SimFixture
 {
 protected:
-    // Connects and reads the firmware files.
-    void prepare()
-    {
-        ASSERT_TRUE(session.run(Job::connectTo(u"COM1"_s)).succeeded());
-        readFirmwareFiles(session, dir.path());
-    }
-
     QStringList instructions(Operator::Instruction kind) const
     {
         QStringList firstLines;
@@ -40,15 +21,12 @@ protected:
                 firstLines << p.lines.value(0);
         return firstLines;
     }
-
-    SessionFiles files {&ini, &log, dir.path(), dir.path()};
-    Session session {sim.line(), clock, op, files};
 };
 
 TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
 {
     writeFirmware("2.00", "1.20", "1.02");
-    prepare(); // the connect sends none of the telegrams below
+    ASSERT_TRUE(connect(session)); // the connect sends none of the telegrams below
     ASSERT_TRUE(session.run(Job::update(false)).succeeded());
     EXPECT_EQ(ini.GetValue(u"Settings"_s, u"LastBackupFileName"_s, {}),
               u"VarimoSentry_Backup_00042.xml"_s);
@@ -59,7 +37,7 @@ TEST_F(UpdateRunTest, NoBoardNeedsAnUpdateButTheBackupIsMade)
 TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
 {
     writeFirmware("2.01", "1.21", "1.03");
-    prepare();
+    ASSERT_TRUE(connect(session));
     // The Main Board takes its image but never answers after its restart: the pass fails, and
     // after the operator's reset it runs the new firmware, so there is no further pass.
     instrument().addFault(FaultRule::ignoreTelegram("KVT", 9, 4));
@@ -68,8 +46,6 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
     EXPECT_EQ(instrument().board(BoardKind::Main).firmware, QByteArray("1.03"));
     // No bootloader start of the Measuring Module (DHR;3) or of the CPU Board (F).
     EXPECT_FALSE(receivedSinceMark().contains("DHR;3") || receivedSinceMark().contains("F"));
-    EXPECT_EQ(logLines().last(), QByteArray("Failed"));
-    EXPECT_EQ(log.tabs(), 1); // where the run's last line left the indentation
     EXPECT_EQ(instructions(Operator::Instruction::General),
               QStringList {u"ERROR: No connection to VARIMOsentry"_s});
 }
@@ -77,7 +53,7 @@ TEST_F(UpdateRunTest, MainBoardFailureLeavesTheOtherBoardsUntouched)
 TEST_F(UpdateRunTest, BoardStillInItsBootloaderAfterAFailedPassGetsAnotherPass)
 {
     writeFirmware("2.00", "1.20", "1.03");
-    prepare();
+    ASSERT_TRUE(connect(session));
     instrument().addFault(FaultRule::nakPacket(5, 30));
     cBackup backup; // the backup of an earlier run, which the single-board update restores
     backup.Init(&comm);
@@ -93,7 +69,7 @@ TEST_F(UpdateRunTest, WithoutASerialNumberTheBackupFailsAndNoBoardIsTouched)
 {
     writeFirmware("2.01", "1.21", "1.03");
     instrument().addFault(FaultRule::ignoreTelegram("SER", 3, 2)); // the connect's "SER" only
-    prepare();
+    ASSERT_TRUE(connect(session));
     markTrace();
     const JobResult result = session.run(Job::update(false));
     EXPECT_FALSE(result.succeeded());
@@ -110,16 +86,12 @@ class BootloaderAndTransfer : public UpdateRunTest
 protected:
     void SetUp() override
     {
-        UpdateRunTest::SetUp();
         openPort();
         images = writeFirmware("2.01", "1.21", "1.03");
         markTrace();
     }
     QStringList images; // CPU Board, Main Board, Measuring Module
-    BoardSet current;
-    BoardSet fresh;
-    std::optional<RunJournal> journal;
-    UpdateRun run {comm, clock, op, files, current, fresh, journal};
+    UpdateRun &run = session.reports();
 };
 
 TEST_F(BootloaderAndTransfer, WaitingCpuBootloaderIsWokenWithF)
@@ -147,10 +119,7 @@ TEST_F(BootloaderAndTransfer, TransferAbortsOnANakStormOrSilence)
     for (const FaultRule &rule : {FaultRule::nakPacket(3, 30), FaultRule::silence(0)}) {
         SCOPED_TRACE(rule.toText().constData());
         instrument().faults().clear();
-        instrument().press(PanelKey::ResetZero);
-        clock.sleepMs(300);
-        instrument().press(PanelKey::Power);
-        clock.sleepMs(3000);
+        op.instruction(Operator::Instruction::MainBoardRestart, {}); // the operator restarts it
         ASSERT_TRUE(run.StartBootloader(BoardKind::Main));
         instrument().addFault(rule);
         EXPECT_FALSE(run.FlashUpdate(path(images[1]), BoardKind::Main));
@@ -198,11 +167,7 @@ TEST(Sessions, TwoInstrumentsAreUpdatedSideBySide)
     const auto update = [](SimRig &rig, const QByteArray &mainVersion, bool *ok) {
         rig.writeFirmware("2.00", "1.20", mainVersion);
         const auto before = rig.instrument().board(BoardKind::Main).values;
-        Session session(rig.sim.line(), rig.clock, rig.op,
-                        {&rig.ini, &rig.log, rig.dir.path(), rig.dir.path()});
-        *ok = session.run(Job::connectTo(u"COM1"_s)).succeeded();
-        readFirmwareFiles(session, rig.dir.path());
-        *ok = *ok && session.run(Job::update(false)).succeeded() &&
+        *ok = rig.connect(rig.session) && rig.session.run(Job::update(false)).succeeded() &&
             rig.instrument().board(BoardKind::Main).firmware == mainVersion &&
             rig.instrument().board(BoardKind::Main).values == before;
     };

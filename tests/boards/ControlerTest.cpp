@@ -1,6 +1,7 @@
 #include "boards/FirmwareFiles.h"
 #include "boards/cControler.h"
 #include "link/cComm.h"
+#include "support/Files.h"
 #include "support/ScriptedLine.h"
 #include "support/ScriptedOperator.h"
 
@@ -141,11 +142,8 @@ TEST(Controler, InitFromBinFileChecksTheImageSize)
     for (const auto &[file, size, firmware, valid] : cases) {
         QTemporaryDir dir;
         const QString name = QString::fromLatin1(file);
-        if (file) {
-            QFile f(dir.filePath(name));
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(QByteArray(size, '\x5a'));
-        }
+        if (file)
+            writeFile(dir.filePath(name), QByteArray(size, '\x5a'));
         cControler board;
         board.InitFromBinFile(dir.path(), name, u"FW_MAINBOARD_XXX_CRC"_s, BoardKind::Main);
         EXPECT_EQ(board.Firmware(), QString::fromLatin1(firmware)) << firmware << " " << size;

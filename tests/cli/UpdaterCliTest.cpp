@@ -5,6 +5,7 @@
 
 #include "Console.h"
 #include "TerminalOperator.h"
+#include "support/Files.h"
 #include "support/Pty.h"
 #include "support/SimProcess.h"
 
@@ -93,17 +94,10 @@ protected:
         return QStringList {u"--dir"_s, dir.path(), u"--port"_s, sim.port} + command;
     }
     QString path(const QString &name) const { return dir.filePath(name); }
-    QByteArray fileText(const QString &name) const
-    {
-        QFile f(path(name));
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
+    QByteArray fileText(const QString &name) const { return contentOf(path(name)); }
     QString writeFile(const QString &name, const QByteArray &bytes)
     {
-        QFile f(path(name));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-        return f.fileName();
+        return ::writeFile(path(name), bytes);
     }
 
     QTemporaryDir dir;

@@ -87,14 +87,11 @@ struct ProgramFolder : QTemporaryDir
 {
     void writeFile(const QString &name, const QByteArray &bytes)
     {
-        QFile f(filePath(name));
-        if (f.open(QIODevice::WriteOnly))
-            f.write(bytes);
+        ::writeFile(filePath(name), bytes);
     }
     QString readText(const QString &name) const
     {
-        QFile f(filePath(name));
-        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()) : QString();
+        return QString::fromLatin1(contentOf(filePath(name)));
     }
 };
 

@@ -2,10 +2,10 @@
 #include "link/UpdaterError.h"
 #include "link/cComm.h"
 #include "shell/cLog.h"
+#include "support/Files.h"
 #include "support/ScriptedLine.h"
 #include "support/ScriptedOperator.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -65,9 +65,8 @@ protected:
 
     QByteArrayList logLines() // without "hh:mm:ss : " and the CR
     {
-        QFile f(log.path());
         QByteArrayList lines;
-        for (const QByteArray &l : f.open(QIODevice::ReadOnly) ? f.readAll().split('\n') : lines)
+        for (const QByteArray &l : contentOf(log.path()).split('\n'))
             if (!l.isEmpty())
                 lines << l.mid(11).chopped(1);
         return lines;

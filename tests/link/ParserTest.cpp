@@ -2,8 +2,8 @@
 #include "link/cCRC.h"
 #include "link/cParser.h"
 #include "shell/cLog.h"
+#include "support/Files.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <tuple>
@@ -44,11 +44,7 @@ protected:
         for (int i = 0; i < size; ++i)
             bytes[i] = char((i * 7 + 3) & 0xFF); // every byte value, high bit included
         image = bytes;
-        const QString path = dir.filePath(u"image%1.bin"_s.arg(size));
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-        return path;
+        return writeFile(dir.filePath(u"image%1.bin"_s.arg(size)), bytes);
     }
 
     // SOH, number, its complement, the 128 data bytes, the CRC high byte first.
@@ -94,9 +90,8 @@ TEST_F(ParserTest, OpenFileLogsAndReportsProblems)
     const QString full = writeImage(128);
     EXPECT_EQ(parser.OpenFile(full), 128);
 
-    QFile f(log.path());
-    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-    const QList<QByteArray> lines = f.readAll().split('\n');
+    const QList<QByteArray> lines = contentOf(log.path()).split('\n');
+    ASSERT_GE(lines.size(), 2);
     EXPECT_TRUE(lines[0].endsWith(" : Error : " + empty.toLatin1() + " not opened\r"));
     EXPECT_TRUE(lines[1].endsWith(" : " + full.toLatin1() + " opened for parsing\r"));
 }

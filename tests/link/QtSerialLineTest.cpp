@@ -4,11 +4,11 @@
 #include "link/Clock.h"
 #include "link/cComm.h"
 #include "shell/cLog.h"
+#include "support/Files.h"
 #include "support/Pty.h"
 #include "support/ScriptedOperator.h"
 #include "support/SimProcess.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <thread>
@@ -104,10 +104,8 @@ TEST(CommOverPty, ConnectSequenceReadsTheInstrument)
     comm.ClosePort();
     comm.ClosePort(); // logged once
 
-    QFile f(log.path());
-    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
     QByteArrayList entries;
-    for (const QByteArray &l : f.readAll().split('\n'))
+    for (const QByteArray &l : contentOf(log.path()).split('\n'))
         if (l.size() > 11)
             entries << l.mid(11).chopped(1);
     // The greeting, the opened line, then per board its select and identity (and serial number);

@@ -5,6 +5,7 @@
 #include "shell/Workspace.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
+#include "support/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,17 +26,6 @@ protected:
         ini.Init(dir.filePath(u"VarimoSentry_Updater.ini"_s));
         log.Init(dir.filePath(u"VarimoSentry_Updater.txt"_s));
         log.Setlogging(true);
-    }
-    static void writeFile(const QString &path, const QByteArray &content)
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(content);
-    }
-    static QByteArray readFile(const QString &path)
-    {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
     }
 
     QTemporaryDir dir;
@@ -189,7 +179,7 @@ TEST_F(IniTest, FlagsAndNumbers)
 TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
 {
     ASSERT_TRUE(ini.SetValue(u"Settings"_s, u"COMPort"_s, u"COM7"_s));
-    EXPECT_EQ(readFile(ini.path()), QByteArray("[Settings]\r\nCOMPort=COM7\r\n"));
+    EXPECT_EQ(contentOf(ini.path()), QByteArray("[Settings]\r\nCOMPort=COM7\r\n"));
 
     writeFile(ini.path(),
               "; settings of the updater\r\n[Settings]\r\nCOMPort = COM3   ; old\r\n"
@@ -200,7 +190,7 @@ TEST_F(IniTest, SetValueCreatesFileAndSectionAndKeepsEveryOtherLineAsItWas)
     // Each value in its own line, a new one below the section's last line that is not blank, a new
     // section last.
     EXPECT_EQ(
-        readFile(ini.path()),
+        contentOf(ini.path()),
         QByteArray("; settings of the updater\r\n[Settings]\r\ncomport=COM7\r\n"
                    "AllowDowngrade=0\r\n;Old=1\r\nLastBackupFileName=b.xml\r\n\r\n"
                    "[Mainboard]\r\nFile=FW_MAINBOARD_XXX_CRC\r\n[Messmodul]\r\nFWMin=1.30\r\n"));
@@ -220,12 +210,12 @@ TEST_F(LogTest, EntriesAreWrittenInTheLogFormatAndAppended)
         QFile::remove(log.path());
         log.SetTabs(indent);
         ASSERT_TRUE(log.UpdateLog(u"Telegram sent : KVT"_s, additionalTabs, newline));
-        EXPECT_EQ(readFile(log.path()), QByteArray(expected));
+        EXPECT_EQ(contentOf(log.path()), QByteArray(expected));
     }
     // The next entry is appended, at its own time, with its bytes above 127 as they are.
     clock.sleepMs(61000);
     log.UpdateLog(u"    Received  : "_s + QString::fromLatin1("DUV;3;12\xb0;99"));
-    EXPECT_EQ(readFile(log.path()),
+    EXPECT_EQ(contentOf(log.path()),
               QByteArray("14:03:07 : Telegram sent : KVT\r\n\r\n\r\n"
                          "14:04:08 :     Received  : DUV;3;12\xb0;99\r\n"));
 }
@@ -234,14 +224,14 @@ TEST_F(LogTest, DisabledLoggingDoesNotTouchTheFile)
 {
     log.Setlogging(false); // writes "..." while still on
     log.Setlogging(false); // already off: nothing more
-    EXPECT_EQ(readFile(log.path()), QByteArray("14:03:07 : ...\r\n"));
+    EXPECT_EQ(contentOf(log.path()), QByteArray("14:03:07 : ...\r\n"));
     QFile::remove(log.path());
     ASSERT_TRUE(log.UpdateLog(u"packet"_s));
     EXPECT_FALSE(QFile::exists(log.path()));
 
     log.Setlogging(true);
     log.UpdateLog(u"back"_s);
-    EXPECT_EQ(readFile(log.path()), QByteArray("14:03:07 : back\r\n"));
+    EXPECT_EQ(contentOf(log.path()), QByteArray("14:03:07 : back\r\n"));
 }
 
 TEST_F(ShellFiles, WritesThatCannotHappenReachTheCallerWithThePath)

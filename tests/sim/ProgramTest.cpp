@@ -1,6 +1,7 @@
 #include "FirmwareImage.h"
 #include "InstrumentState.h"
 #include "link/QtSerialLine.h"
+#include "support/Files.h"
 #include "support/SimProcess.h"
 
 #include <QCryptographicHash>
@@ -35,8 +36,7 @@ bool waitForText(const QString &path, const QByteArray &text, int timeoutMs = 10
 {
     QDeadlineTimer deadline(timeoutMs);
     do {
-        QFile file(path);
-        if (file.open(QIODevice::ReadOnly) && file.readAll().contains(text))
+        if (contentOf(path).contains(text))
             return true;
         QThread::msleep(20);
     } while (!deadline.hasExpired());
@@ -72,10 +72,7 @@ TEST(SimProgram, TakesAnLrzszImageServesTheLineAndSavesItsStateOnSigterm)
     QByteArray identity = "KVT;Vm2PS;1.02;7";
     if (!sx.isEmpty()) {
         const QByteArray bytes = FirmwareImage::make(BoardKind::Main, "1.07", "12");
-        const QString image = dir.filePath(u"main.bin"_s);
-        QFile imageFile(image);
-        ASSERT_TRUE(imageFile.open(QIODevice::WriteOnly) && imageFile.write(bytes) == 14336);
-        imageFile.close();
+        const QString image = writeFile(dir.filePath(u"main.bin"_s), bytes);
         QProcess sender;
         sender.start(u"sh"_s,
                      {u"-c"_s, u"exec \"$0\" -X \"$1\" <\"$2\" >\"$2\""_s, sx, image, link});

@@ -3,8 +3,6 @@
 #include "FirmwareImage.h"
 #include "boards/FirmwareFiles.h"
 
-#include <QFile>
-
 using namespace Qt::StringLiterals;
 
 SimRig::SimRig()
@@ -92,17 +90,4 @@ QStringList SimRig::writeFirmware(const QByteArray &cpu, const QByteArray &meas,
         FirmwareImage::writeSet(dir.path(), {cpu, "017"}, {meas, "4"}, {main, "1"}, &error);
     EXPECT_EQ(names.size(), 3) << error.toStdString();
     return names;
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-    f.write(content);
 }

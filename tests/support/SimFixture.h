@@ -4,6 +4,7 @@
 #include "link/Clock.h"
 #include "shell/cINI.h"
 #include "shell/cLog.h"
+#include "support/Files.h"
 #include "support/ScriptedOperator.h"
 #include "update/Session.h"
 
@@ -59,10 +60,6 @@ public:
 private:
     size_t m_mark = 0;
 };
-
-// A file's whole content (empty when it cannot be read), and a file written with this content.
-QByteArray contentOf(const QString &path);
-void writeFile(const QString &path, const QByteArray &content);
 
 class SimFixture : public ::testing::Test, public SimRig
 {

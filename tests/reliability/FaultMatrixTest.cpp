@@ -25,7 +25,6 @@ const char *const kKindNames[] = {"silence",      "E;03",      "garbage",
                                   "dropped byte", "NAK storm", "unplugged"};
 
 const QString kBackupName = u"VarimoSentry_Backup_00042.xml"_s;
-constexpr int kOperatorRounds = 6; // the operator gives up after so many failure dialogs
 constexpr int kBackupTelegrams = 143;
 using Lists = PerBoard<QList<QByteArray>>;
 
@@ -96,8 +95,6 @@ struct Bench : SimRig
             [this](const QString &t, bool error) { actions << (error ? u"!"_s : QString()) + t; });
         onFailureDialog = [this](const QStringList &lines) {
             general << lines;
-            if (general.size() > kOperatorRounds)
-                throw UpdaterError(u"The operator gives up"_s);
             mend();
         };
         writeFirmware(versions[0], versions[1], versions[2]);

@@ -24,6 +24,10 @@ SimRig::SimRig()
             instrument().press(PanelKey::UpdateMode);
             break;
         case Operator::Instruction::General:
+            // A board left in its bootloader gets a further pass after every reset, for as long
+            // as the operator resets: a fault that keeps it there ends the job here, not in a hang.
+            if (++m_failureDialogs > kOperatorRounds)
+                throw OperatorCancel(u"The operator gives up"_s);
             if (onFailureDialog)
                 onFailureDialog(prompt.lines);
             [[fallthrough]];

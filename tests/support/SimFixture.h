@@ -46,6 +46,8 @@ public:
 
     // Called with the lines of each failure dialog, before the operator resets the instrument.
     std::function<void(const QStringList &)> onFailureDialog;
+    // The operator gives up (cancels the job) at the failure dialog after so many.
+    static constexpr int kOperatorRounds = 6;
 
     QTemporaryDir dir;
     VirtualClock clock;
@@ -59,6 +61,7 @@ public:
 
 private:
     size_t m_mark = 0;
+    int m_failureDialogs = 0;
 };
 
 class SimFixture : public ::testing::Test, public SimRig
